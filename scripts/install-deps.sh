@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Installs every Debian package Mirrowisp needs to build, run and test.
+# Idempotent and non-interactive; works as root, uses sudo otherwise.
+set -euo pipefail
+
+packages=(
+  # build
+  build-essential cmake ninja-build ccache pkg-config clang lld
+  # Qt 6
+  qt6-base-dev qt6-base-dev-tools qt6-declarative-dev libgl-dev
+  # libraries
+  libsqlite3-dev
+  # tests and benchmarks
+  googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps
+  # the hook tool's JSON (header-only)
+  nlohmann-json3-dev
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+sudo=()
+if [ "$(id -u)" -ne 0 ]; then
+  sudo=(sudo)
+fi
+
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,93 @@
+#include "app/MirrowispApp.h"
+
+#include "app/AppModel.h"
+#include "base/Log.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QSocketNotifier>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace mirrowisp {
+
+namespace {
+
+bool hasDisplay() {
+    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
+// Blocks the quit signals in every thread and delivers them through a descriptor the event loop
+// watches, so quitting runs the same path as a normal exit (and the socket file is removed).
+int quitSignalDescriptor() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+bool wantsVersion(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--version") == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+int runMirrowisp(int argc, char** argv) {
+    if (wantsVersion(argc, argv)) {
+        std::printf("mirrowisp %s\n", MIRROWISP_VERSION);
+        return 0;
+    }
+    // A dead peer on any socket must never kill the app.
+    std::signal(SIGPIPE, SIG_IGN);
+    const int signalFD = quitSignalDescriptor();
+
+    const bool gui = hasDisplay();
+    std::unique_ptr<QCoreApplication> app;
+    if (gui) {
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
+    QCoreApplication::setApplicationName(QStringLiteral("mirrowisp"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(MIRROWISP_VERSION));
+    if (!gui) {
+        logLine(QStringLiteral("Mirrowisp: no display found; running the agent bridge only"));
+    }
+
+    std::unique_ptr<QSocketNotifier> signalNotifier;
+    if (signalFD >= 0) {
+        signalNotifier = std::make_unique<QSocketNotifier>(signalFD, QSocketNotifier::Read);
+        QObject::connect(signalNotifier.get(), &QSocketNotifier::activated, [signalFD] {
+            signalfd_siginfo info{};
+            while (::read(signalFD, &info, sizeof info) == sizeof info) {
+            }
+            QCoreApplication::quit();
+        });
+    }
+
+    AppModel model;
+    QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
+    model.start();
+
+    const int status = QCoreApplication::exec();
+    model.stop();
+    if (signalFD >= 0) {
+        signalNotifier.reset();
+        ::close(signalFD);
+    }
+    return status;
+}
+
+} // namespace mirrowisp

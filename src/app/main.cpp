@@ -1,0 +1,3 @@
+#include "app/MirrowispApp.h"
+
+int main(int argc, char** argv) { return mirrowisp::runMirrowisp(argc, argv); }

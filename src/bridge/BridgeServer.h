@@ -1,0 +1,51 @@
+#pragma once
+
+#include "bridge/BridgeConnection.h"
+
+#include <QString>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace mirrowisp {
+
+class BridgeLoop;
+
+// Why the socket could not be opened: the POSIX error code and a sentence for the settings window.
+struct BridgeError {
+    int code = 0;
+    QString description;
+};
+
+// Owns the listening socket "bridge.sock" in the support directory. One dedicated thread
+// ("mirrowisp.bridge") accepts clients, reads each request line in turn and watches the clients that
+// wait for an answer; decoded requests are handed to `onRequest` on the main thread.
+class BridgeServer {
+public:
+    using RequestHandler = std::function<void(const std::shared_ptr<BridgeConnection>&)>;
+
+    explicit BridgeServer(RequestHandler onRequest);
+    ~BridgeServer();
+    BridgeServer(const BridgeServer&) = delete;
+    BridgeServer& operator=(const BridgeServer&) = delete;
+
+    // Creates the support directory, replaces any socket file left at the path, binds, listens.
+    // Main thread. Returns the error when the socket cannot be opened.
+    std::optional<BridgeError> start();
+    // Stops accepting and removes the socket file, unless another copy of the app has taken the
+    // path over since. Waiting clients stay watched until their answer or the server's end.
+    void stop();
+
+    bool isListening() const;
+    QString socketPath() const { return socketPath_; }
+
+private:
+    std::shared_ptr<RequestHandler> onRequest_;
+    std::shared_ptr<BridgeLoop> loop_;
+    std::thread thread_;
+    QString socketPath_;
+    std::optional<std::pair<quint64, quint64>> socketIdentity_; // device and inode of our socket file
+};
+
+} // namespace mirrowisp

@@ -1,0 +1,58 @@
+#include "support/TestSupport.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QThread>
+
+namespace mirrowisp::test {
+
+bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
+    QDeadlineTimer deadline(timeoutMs);
+    while (!done()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QCoreApplication::sendPostedEvents();
+        if (!done()) {
+            QThread::usleep(500); // yield to the bridge thread without spinning a core
+        }
+    }
+    return true;
+}
+
+void drainMainQueue() {
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::processEvents(QEventLoop::AllEvents);
+}
+
+namespace {
+void restore(const char* name, bool had, const QByteArray& value) {
+    if (had) {
+        qputenv(name, value);
+    } else {
+        qunsetenv(name);
+    }
+}
+} // namespace
+
+TemporaryHome::TemporaryHome()
+    : oldHome_(qgetenv("HOME")), oldConfig_(qgetenv("XDG_CONFIG_HOME")),
+      oldSupport_(qgetenv("MIRROWISP_SUPPORT_DIR")), hadHome_(qEnvironmentVariableIsSet("HOME")),
+      hadConfig_(qEnvironmentVariableIsSet("XDG_CONFIG_HOME")),
+      hadSupport_(qEnvironmentVariableIsSet("MIRROWISP_SUPPORT_DIR")) {
+    qputenv("HOME", QFile::encodeName(dir_.path()));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(dir_.path() + QStringLiteral("/.config")));
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(supportDir()));
+}
+
+TemporaryHome::~TemporaryHome() {
+    restore("HOME", hadHome_, oldHome_);
+    restore("XDG_CONFIG_HOME", hadConfig_, oldConfig_);
+    restore("MIRROWISP_SUPPORT_DIR", hadSupport_, oldSupport_);
+}
+
+QString TemporaryHome::supportDir() const { return dir_.path() + QStringLiteral("/support"); }
+
+} // namespace mirrowisp::test

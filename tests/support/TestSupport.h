@@ -1,0 +1,47 @@
+#pragma once
+
+#include "base/Clock.h"
+
+#include <QString>
+#include <QTemporaryDir>
+#include <functional>
+
+namespace mirrowisp::test {
+
+// A clock the test moves by hand.
+class ManualClock final : public Clock {
+public:
+    explicit ManualClock(Timestamp start = 1'800'000'000.0) : now_(start) {}
+    Timestamp now() const override { return now_; }
+    void set(Timestamp t) { now_ = t; }
+    void advance(double seconds) { now_ += seconds; }
+
+private:
+    Timestamp now_;
+};
+
+// Runs the main event loop until `done` holds or `timeoutMs` passes; returns whether it held.
+bool waitUntil(const std::function<bool()>& done, int timeoutMs = 5000);
+
+// Runs whatever is queued on the main thread now.
+void drainMainQueue();
+
+// A temporary folder set as HOME, XDG_CONFIG_HOME and MIRROWISP_SUPPORT_DIR for the test's lifetime,
+// so no test ever touches the real home. The previous values come back on destruction.
+class TemporaryHome {
+public:
+    TemporaryHome();
+    ~TemporaryHome();
+    TemporaryHome(const TemporaryHome&) = delete;
+    TemporaryHome& operator=(const TemporaryHome&) = delete;
+
+    QString path() const { return dir_.path(); }
+    QString supportDir() const;
+
+private:
+    QTemporaryDir dir_;
+    QByteArray oldHome_, oldConfig_, oldSupport_;
+    bool hadHome_, hadConfig_, hadSupport_;
+};
+
+} // namespace mirrowisp::test
