@@ -1,7 +1,6 @@
 #include "bridge/BridgeServer.h"
 
 #include "base/MainQueue.h"
-#include "base/SerialQueue.h"
 #include "bridge/BridgeLoop.h"
 
 #include <QFile>
@@ -10,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -106,13 +106,14 @@ std::optional<BridgeError> BridgeServer::start() {
         return posixError(code);
     }
     thread_ = std::thread([loop = loop_] {
-        nameCurrentThread("mirrowisp.bridge");
         // Signals belong to the main thread, which turns them into an orderly quit.
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_BLOCK, &all, nullptr);
         loop->run();
     });
+    // Named from here so the name is there before start() returns (ps, top and gdb show 15 bytes).
+    pthread_setname_np(thread_.native_handle(), "mirrowisp.bridg");
     return std::nullopt;
 }
 

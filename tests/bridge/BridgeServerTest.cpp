@@ -1,0 +1,348 @@
+#include "SocketClient.h"
+#include "bridge/BridgeServer.h"
+#include "support/TestSupport.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QThread>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+
+using namespace mirrowisp;
+using test::SocketClient;
+
+namespace {
+
+QByteArray requestLine(const QString& id, bool expectsReply, const QByteArray& payload = "{\"a\":1}") {
+    BridgeRequest request;
+    request.id = id;
+    request.agent = AgentKind::claude;
+    request.payload = payload;
+    request.expectsReply = expectsReply;
+    return BridgeProtocol::encodeRequest(request) + '\n';
+}
+
+int openDescriptorCount() { return static_cast<int>(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size()); }
+
+class BridgeServerTest : public testing::Test {
+protected:
+    void SetUp() override {
+        server = std::make_unique<BridgeServer>([this](const std::shared_ptr<BridgeConnection>& connection) {
+            onMainThread = onMainThread && QThread::currentThread() == QCoreApplication::instance()->thread();
+            received.push_back(connection);
+            if (onEach) {
+                onEach(connection);
+            }
+        });
+        const auto error = server->start();
+        ASSERT_FALSE(error.has_value()) << error->description.toStdString();
+    }
+
+    void TearDown() override {
+        received.clear();
+        server.reset();
+        test::drainMainQueue();
+    }
+
+    bool waitForRequests(std::size_t count, int timeoutMs = 5000) {
+        return test::waitUntil([&] { return received.size() >= count; }, timeoutMs);
+    }
+
+    // Sends one line and returns what the server answers once it has handled the request.
+    std::optional<QByteArray> roundTrip(const QByteArray& line) {
+        SocketClient client;
+        if (!client.connectTo(server->socketPath()) || !client.send(line)) {
+            return std::nullopt;
+        }
+        const std::size_t before = received.size();
+        if (!waitForRequests(before + 1)) {
+            return std::nullopt;
+        }
+        received.back()->reply();
+        return client.readToEnd();
+    }
+
+    test::TemporaryHome home;
+    std::unique_ptr<BridgeServer> server;
+    std::vector<std::shared_ptr<BridgeConnection>> received;
+    std::function<void(const std::shared_ptr<BridgeConnection>&)> onEach;
+    bool onMainThread = true;
+};
+
+} // namespace
+
+TEST_F(BridgeServerTest, HandsRequestsToTheMainThreadAndAnswersWithOneLine) {
+    SocketClient client;
+    ASSERT_TRUE(client.connectTo(home.supportDir() + QStringLiteral("/bridge.sock")));
+    ASSERT_TRUE(client.send(requestLine(QStringLiteral("r1"), true, "{\"x\":\"caf\xc3\xa9\"}")));
+    ASSERT_TRUE(waitForRequests(1));
+    EXPECT_TRUE(onMainThread);
+    const BridgeRequest& request = received[0]->request();
+    EXPECT_EQ(request.id, QStringLiteral("r1"));
+    EXPECT_EQ(request.payload, QByteArray("{\"x\":\"caf\xc3\xa9\"}"));
+
+    const QString text = QString::fromUtf8("{\"decision\":\"a/b\"}\n\xe2\x9c\x93");
+    received[0]->reply(text);
+    received[0]->reply(QStringLiteral("second answer is ignored"));
+    const auto answer = client.readToEnd();
+    ASSERT_TRUE(answer.has_value());
+    ASSERT_TRUE(answer->endsWith('\n'));
+    EXPECT_EQ(answer->count('\n'), 1);
+    const QJsonObject object = QJsonDocument::fromJson(*answer).object();
+    EXPECT_EQ(object.value(QStringLiteral("id")).toString(), QStringLiteral("r1"));
+    EXPECT_EQ(object.value(QStringLiteral("stdout")).toString(), text);
+
+    EXPECT_EQ(roundTrip(requestLine(QStringLiteral("r2"), true)), QByteArray("{\"id\":\"r2\"}\n"));
+}
+
+TEST_F(BridgeServerTest, ClosesARequestThatExpectsNoReplyBeforeHandlingIt) {
+    SocketClient client;
+    ASSERT_TRUE(client.connectTo(server->socketPath()));
+    ASSERT_TRUE(client.send(requestLine(QStringLiteral("quiet"), false)));
+    // The main loop is not run here: the close must not wait for the handler.
+    EXPECT_TRUE(client.sawEndOfFile(5000));
+    EXPECT_TRUE(received.empty());
+    ASSERT_TRUE(waitForRequests(1));
+    EXPECT_TRUE(received[0]->isFinished());
+    received[0]->reply(QStringLiteral("nobody listens")); // a no-op, and no second close
+    EXPECT_EQ(roundTrip(requestLine(QStringLiteral("next"), true)), QByteArray("{\"id\":\"next\"}\n"));
+}
+
+TEST_F(BridgeServerTest, DropsBadInputSilentlyAndKeepsServing) {
+    const QByteArray valid = requestLine(QStringLiteral("ok"), true);
+    const QByteArray cases[] = {
+        "\n" + valid, // the very first byte ends an empty line
+        "not json\n",
+        "{\"id\":\"x\"}\n",
+        QByteArray("\x00\xff\xfe{}\n", 6),
+    };
+    for (const QByteArray& bytes : cases) {
+        SocketClient client;
+        ASSERT_TRUE(client.connectTo(server->socketPath()));
+        ASSERT_TRUE(client.send(bytes));
+        EXPECT_TRUE(client.sawEndOfFile(5000));
+    }
+    {
+        // A complete object without its newline, then the write side closed.
+        SocketClient client;
+        ASSERT_TRUE(client.connectTo(server->socketPath()));
+        ASSERT_TRUE(client.send(valid.chopped(1)));
+        client.shutdownWrite();
+        EXPECT_TRUE(client.sawEndOfFile(5000));
+    }
+    test::drainMainQueue();
+    EXPECT_TRUE(received.empty());
+    EXPECT_EQ(roundTrip(valid), QByteArray("{\"id\":\"ok\"}\n"));
+}
+
+TEST_F(BridgeServerTest, TakesOnlyTheFirstLineOfAChunk) {
+    SocketClient client;
+    ASSERT_TRUE(client.connectTo(server->socketPath()));
+    ASSERT_TRUE(client.send(requestLine(QStringLiteral("first"), true) + requestLine(QStringLiteral("second"), true)));
+    ASSERT_TRUE(waitForRequests(1));
+    EXPECT_FALSE(test::waitUntil([&] { return received.size() > 1; }, 200));
+    EXPECT_EQ(received[0]->request().id, QStringLiteral("first"));
+    received[0]->reply();
+    EXPECT_EQ(client.readToEnd(), QByteArray("{\"id\":\"first\"}\n"));
+}
+
+TEST_F(BridgeServerTest, DropsALineOverTheLimitButTakesOneJustUnder) {
+    {
+        SocketClient client;
+        ASSERT_TRUE(client.connectTo(server->socketPath()));
+        const QByteArray flood(BridgeProtocol::chunkBytes, 'a');
+        bool stillOpen = true;
+        for (qsizetype sent = 0; stillOpen && sent <= BridgeProtocol::maxLineBytes + 4 * flood.size();
+             sent += flood.size()) {
+            stillOpen = client.send(flood);
+        }
+        EXPECT_TRUE(!stillOpen || client.readToEnd().has_value()) << "the server must close an overlong line";
+    }
+    {
+        // Base64 makes a 30 MiB payload a 40 MiB line: over the limit, so the tool hears nothing.
+        SocketClient client;
+        ASSERT_TRUE(client.connectTo(server->socketPath()));
+        const bool sentWhole = client.send(requestLine(QStringLiteral("over"), true, QByteArray(30 << 20, 'p')));
+        EXPECT_TRUE(!sentWhole || client.sawEndOfFile(5000));
+    }
+    const QByteArray payload(22 << 20, 'p'); // a line of about 29.3 MiB
+    SocketClient client;
+    ASSERT_TRUE(client.connectTo(server->socketPath()));
+    std::thread writer([&] { client.send(requestLine(QStringLiteral("big"), true, payload)); });
+    const bool arrived = waitForRequests(1, 30000);
+    writer.join();
+    ASSERT_TRUE(arrived);
+    EXPECT_EQ(received.size(), 1U);
+    EXPECT_EQ(received[0]->request().payload.size(), payload.size());
+    received[0]->reply();
+    EXPECT_EQ(client.readToEnd(), QByteArray("{\"id\":\"big\"}\n"));
+}
+
+TEST_F(BridgeServerTest, DropsAClientThatNeverEndsItsLineAndThenServesTheNext) {
+    SocketClient silent;
+    ASSERT_TRUE(silent.connectTo(server->socketPath()));
+    ASSERT_TRUE(silent.send("{\"id\":"));
+    SocketClient waiting;
+    ASSERT_TRUE(waiting.connectTo(server->socketPath()));
+    ASSERT_TRUE(waiting.send(requestLine(QStringLiteral("behind"), true)));
+    // The receive timeout is two seconds per read; the silent client goes first, then the next.
+    EXPECT_TRUE(silent.sawEndOfFile(6000));
+    ASSERT_TRUE(waitForRequests(1, 6000));
+    EXPECT_EQ(received[0]->request().id, QStringLiteral("behind"));
+    received[0]->reply();
+    EXPECT_EQ(waiting.readToEnd(), QByteArray("{\"id\":\"behind\"}\n"));
+}
+
+TEST_F(BridgeServerTest, APeerThatGoesAwayFirstWithdrawsOnceAndTheReplyThenDoesNothing) {
+    int disconnects = 0;
+    onEach = [&](const std::shared_ptr<BridgeConnection>& connection) {
+        connection->setOnDisconnect([&] { ++disconnects; });
+    };
+    {
+        SocketClient client;
+        ASSERT_TRUE(client.connectTo(server->socketPath()));
+        ASSERT_TRUE(client.send(requestLine(QStringLiteral("dies"), true)));
+        ASSERT_TRUE(waitForRequests(1));
+    } // the tool is gone
+    ASSERT_TRUE(test::waitUntil([&] { return disconnects == 1; }));
+    EXPECT_TRUE(received[0]->isFinished());
+    received[0]->reply(QStringLiteral("too late"));
+
+    // Half-closing the write side while waiting also counts as going away.
+    SocketClient halfClosed;
+    ASSERT_TRUE(halfClosed.connectTo(server->socketPath()));
+    ASSERT_TRUE(halfClosed.send(requestLine(QStringLiteral("half"), true)));
+    ASSERT_TRUE(waitForRequests(2));
+    halfClosed.shutdownWrite();
+    ASSERT_TRUE(test::waitUntil([&] { return disconnects == 2; }));
+    EXPECT_TRUE(halfClosed.sawEndOfFile(2000));
+
+    // Answered first, then the tool exits: no withdrawal.
+    SocketClient answered;
+    ASSERT_TRUE(answered.connectTo(server->socketPath()));
+    ASSERT_TRUE(answered.send(requestLine(QStringLiteral("answered"), true)));
+    ASSERT_TRUE(waitForRequests(3));
+    received[2]->reply();
+    EXPECT_EQ(answered.readToEnd(), QByteArray("{\"id\":\"answered\"}\n"));
+    answered.close();
+    EXPECT_FALSE(test::waitUntil([&] { return disconnects > 2; }, 300));
+}
+
+TEST_F(BridgeServerTest, ReplyAndPeerLossRacingCloseEachConnectionOnce) {
+    std::atomic<int> disconnects = 0;
+    onEach = [&](const std::shared_ptr<BridgeConnection>& connection) {
+        connection->setOnDisconnect([&] { ++disconnects; });
+    };
+    // Warm up so lazily opened descriptors (epoll, the event loop's own) are counted in the baseline.
+    ASSERT_TRUE(roundTrip(requestLine(QStringLiteral("warm"), true)).has_value());
+    received.clear();
+    const int baseline = openDescriptorCount();
+
+    constexpr int rounds = 100;
+    for (int i = 0; i < rounds; ++i) {
+        auto client = std::make_unique<SocketClient>();
+        ASSERT_TRUE(client->connectTo(server->socketPath()));
+        ASSERT_TRUE(client->send(requestLine(QStringLiteral("race-%1").arg(i), true)));
+        ASSERT_TRUE(waitForRequests(static_cast<std::size_t>(i) + 1));
+        std::thread killer([&client] { client->close(); });
+        received.back()->reply(QStringLiteral("answer"));
+        killer.join();
+    }
+    test::waitUntil([&] { return openDescriptorCount() <= baseline; }, 3000);
+    test::drainMainQueue();
+    for (const auto& connection : received) {
+        EXPECT_TRUE(connection->isFinished());
+    }
+    EXPECT_LE(disconnects.load(), rounds);
+    EXPECT_EQ(openDescriptorCount(), baseline) << "every connection is closed, none twice or never";
+}
+
+TEST_F(BridgeServerTest, AThousandClientsThatConnectAndCloseLeaveTheServerServing) {
+    std::thread crowd([&] {
+        for (int i = 0; i < 1000; ++i) {
+            SocketClient client;
+            client.connectTo(server->socketPath());
+            if (i % 3 == 0) {
+                client.send("{\"id\":");
+            }
+        }
+    });
+    crowd.join();
+    EXPECT_EQ(roundTrip(requestLine(QStringLiteral("after"), true)), QByteArray("{\"id\":\"after\"}\n"));
+    EXPECT_EQ(received.size(), 1U);
+}
+
+TEST_F(BridgeServerTest, ReadsOnItsOwnNamedThread) {
+    bool found = false;
+    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile comm(QStringLiteral("/proc/self/task/%1/comm").arg(task));
+        if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == "mirrowisp.bridg") {
+            found = true;
+        }
+    }
+    EXPECT_TRUE(found);
+}
+
+TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
+    test::TemporaryHome home;
+    QDir().mkpath(home.supportDir());
+    const QString path = home.supportDir() + QStringLiteral("/bridge.sock");
+    {
+        QFile stale(path);
+        ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
+        stale.write("left by a crash");
+    }
+    BridgeServer first([](const std::shared_ptr<BridgeConnection>& c) { c->reply(); });
+    ASSERT_FALSE(first.start().has_value());
+    struct stat info {};
+    ASSERT_EQ(::stat(QFile::encodeName(path).constData(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 0777, 0600U);
+
+    // A second copy takes the path over; the first one's stop leaves the new socket alone.
+    BridgeServer second([](const std::shared_ptr<BridgeConnection>& c) { c->reply(QStringLiteral("second")); });
+    ASSERT_FALSE(second.start().has_value());
+    first.stop();
+    EXPECT_TRUE(QFileInfo::exists(path));
+    SocketClient client;
+    ASSERT_TRUE(client.connectTo(path));
+    ASSERT_TRUE(client.send(requestLine(QStringLiteral("who"), true)));
+    std::optional<QByteArray> answer;
+    std::thread reader([&] { answer = client.readToEnd(); });
+    test::waitUntil([&] { return answer.has_value(); }, 100); // lets the main queue deliver
+    reader.join();
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_TRUE(answer->contains("second"));
+
+    second.stop();
+    EXPECT_FALSE(QFileInfo::exists(path));
+    EXPECT_FALSE(second.isListening());
+}
+
+TEST(BridgeServerFiles, ReportsWhyItCouldNotOpenTheSocket) {
+    test::TemporaryHome home;
+    const QString longDir = home.path() + QLatin1Char('/') + QString(110, QLatin1Char('d'));
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(longDir));
+    BridgeServer tooLong([](const std::shared_ptr<BridgeConnection>&) {});
+    const auto error = tooLong.start();
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->code, ENAMETOOLONG);
+    EXPECT_TRUE(error->description.contains(longDir));
+
+    const QString blocked = home.path() + QStringLiteral("/file");
+    QFile file(blocked);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.close();
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(blocked + QStringLiteral("/support")));
+    BridgeServer noDirectory([](const std::shared_ptr<BridgeConnection>&) {});
+    const auto dirError = noDirectory.start();
+    ASSERT_TRUE(dirError.has_value());
+    EXPECT_FALSE(dirError->description.isEmpty());
+    EXPECT_FALSE(noDirectory.isListening());
+}
