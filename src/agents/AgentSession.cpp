@@ -89,6 +89,16 @@ std::unique_ptr<PendingDecision> AgentSession::takePending(const QString& decisi
     return taken;
 }
 
+std::vector<std::unique_ptr<PendingDecision>> AgentSession::takeAllPending() {
+    std::vector<std::unique_ptr<PendingDecision>> taken;
+    if (pending_.empty()) {
+        return taken;
+    }
+    keepingNeedsUser([&] { taken.swap(pending_); });
+    Q_EMIT pendingChanged();
+    return taken;
+}
+
 PendingDecision* AgentSession::findPending(const QString& decisionID) const {
     for (const auto& decision : pending_) {
         if (decision->id() == decisionID) {

@@ -68,6 +68,8 @@ public:
     const std::vector<std::unique_ptr<PendingDecision>>& pending() const { return pending_; }
     PendingDecision* appendPending(std::unique_ptr<PendingDecision> decision);
     std::unique_ptr<PendingDecision> takePending(const QString& decisionID);
+    // Empties the list in one step.
+    std::vector<std::unique_ptr<PendingDecision>> takeAllPending();
     PendingDecision* findPending(const QString& decisionID) const;
 
     // The last component of the working directory, "~" when there is none.
