@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonDocument>
+#include <QString>
+#include <optional>
+
+namespace mirrowisp {
+
+// Replaces the file at `path` with `bytes` so that a reader sees either the old content or the new,
+// never a half-written file: the bytes go to a temporary file beside it, which is synced and renamed
+// over the old one. A symbolic link at `path` is followed and its target replaced. The parent folder
+// is created when missing. Answers the error text on failure, nothing on success; a failed write
+// leaves the old file and no temporary file behind.
+std::optional<QString> writeFileAtomically(const QString& path, const QByteArray& bytes);
+
+// The same for a JSON document, written indented. Object keys come out sorted and slashes unescaped,
+// which keeps hand-read files and other programs' settings files stable across rewrites.
+std::optional<QString> writeJsonAtomically(const QString& path, const QJsonDocument& document);
+
+} // namespace mirrowisp

@@ -1,0 +1,335 @@
+#include "base/UserDefaults.h"
+
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+using mirrowisp::test::TemporaryHome;
+
+namespace {
+
+QString key(const char* name) {
+    return QString::fromLatin1(name);
+}
+
+void writeBytes(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(bytes);
+}
+
+QByteArray readBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The file as a JSON object; fails the test when it isn't one.
+QJsonObject fileObject(const QString& path) {
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(readBytes(path), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << path.toStdString();
+    EXPECT_TRUE(document.isObject());
+    return document.object();
+}
+
+QStringList entriesOf(const QString& folder) {
+    return QDir(folder).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
+}
+
+// Collects the app's diagnostic lines for the lifetime of the object.
+class LogCapture {
+public:
+    LogCapture() { previous_ = qInstallMessageHandler(&LogCapture::handle); }
+    ~LogCapture() {
+        qInstallMessageHandler(previous_);
+        lines().clear();
+    }
+    static QStringList& lines() {
+        static QStringList captured;
+        return captured;
+    }
+
+private:
+    static void handle(QtMsgType, const QMessageLogContext&, const QString& message) {
+        lines().append(message);
+    }
+    QtMessageHandler previous_;
+};
+
+class UserDefaultsTest : public ::testing::Test {
+protected:
+    TemporaryHome home;
+    QString folder = home.path() + QStringLiteral("/.config/mirrowisp");
+    QString path = folder + QStringLiteral("/defaults.json");
+};
+
+} // namespace
+
+TEST_F(UserDefaultsTest, RegisteredValueAnswersUntilTheUserWritesOneAndReturnsOnRemove) {
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}, {key("hoverDelay"), 0.05}});
+
+    EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
+    EXPECT_FALSE(defaults.contains(key("openOnHover")));
+    EXPECT_FALSE(defaults.object(key("neverSet")).has_value());
+
+    defaults.set(key("openOnHover"), false);
+    EXPECT_EQ(defaults.boolValue(key("openOnHover")), false);
+    EXPECT_TRUE(defaults.contains(key("openOnHover")));
+
+    defaults.remove(key("openOnHover"));
+    EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
+    EXPECT_FALSE(defaults.contains(key("openOnHover")));
+    EXPECT_FALSE(fileObject(path).contains(key("openOnHover")));
+
+    // The registration domain is never written to the file.
+    EXPECT_FALSE(fileObject(path).contains(key("hoverDelay")));
+}
+
+TEST_F(UserDefaultsTest, RegisteringAgainTakesTheNewerValueAndAcceptsVariantMaps) {
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("width"), 140}, {key("style"), key("glass")}});
+    defaults.registerDefaults(QVariantMap{{key("width"), 200.5}});
+
+    EXPECT_EQ(defaults.doubleValue(key("width")), 200.5);
+    EXPECT_EQ(defaults.stringValue(key("style")), key("glass"));
+    EXPECT_EQ(defaults.registeredDefaults().size(), 2);
+}
+
+TEST_F(UserDefaultsTest, AUserValueOfTheWrongTypeHidesTheRegisteredOne) {
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
+    defaults.set(key("openOnHover"), key("yes"));
+
+    EXPECT_FALSE(defaults.boolValue(key("openOnHover")).has_value());
+    EXPECT_EQ(defaults.object(key("openOnHover")), QJsonValue(key("yes")));
+}
+
+TEST_F(UserDefaultsTest, TypedReadsAnswerOnlyTheirOwnType) {
+    UserDefaults defaults(path);
+    defaults.set(key("bool"), true);
+    defaults.set(key("number"), 2.5);
+    defaults.set(key("string"), key("text"));
+    defaults.set(key("strings"), QJsonArray{key("a"), key("b")});
+    defaults.set(key("mixed"), QJsonArray{key("a"), 1});
+    defaults.set(key("dictionary"), QJsonObject{{key("k"), 1}});
+
+    EXPECT_EQ(defaults.boolValue(key("bool")), true);
+    EXPECT_EQ(defaults.doubleValue(key("number")), 2.5);
+    EXPECT_EQ(defaults.stringValue(key("string")), key("text"));
+    EXPECT_EQ(defaults.stringArray(key("strings")), QStringList({key("a"), key("b")}));
+    EXPECT_EQ(defaults.dictionary(key("dictionary")), QJsonObject({{key("k"), 1}}));
+
+    for (const char* name : {"bool", "number", "string", "strings", "mixed", "dictionary"}) {
+        SCOPED_TRACE(name);
+        const QString k = key(name);
+        const QJsonValue stored = *defaults.object(k);
+        EXPECT_EQ(defaults.boolValue(k).has_value(), stored.isBool());
+        EXPECT_EQ(defaults.doubleValue(k).has_value(), stored.isDouble());
+        EXPECT_EQ(defaults.stringValue(k).has_value(), stored.isString());
+        EXPECT_EQ(defaults.dictionary(k).has_value(), stored.isObject());
+    }
+    // An array with anything but strings in it is no string array.
+    EXPECT_FALSE(defaults.stringArray(key("mixed")).has_value());
+    EXPECT_FALSE(defaults.stringArray(key("string")).has_value());
+}
+
+TEST_F(UserDefaultsTest, ASecondStoreOnTheSameFileSeesEveryValue) {
+    {
+        UserDefaults first(path);
+        first.set(key("didCompleteOnboarding"), true);
+        first.set(key("lastSeen.claude"), 1'800'000'000.123456);
+        first.set(key("lastLaunchedVersion"), key("1.4.0"));
+        first.set(key("activity.codex"), QJsonObject{{key("2027-01-15"), 3}});
+        first.set(key("homeWidgets"), QJsonArray{key("reminders")});
+        first.set(key("gone"), 1);
+        first.remove(key("gone"));
+    }
+    const UserDefaults second(path);
+    EXPECT_EQ(second.boolValue(key("didCompleteOnboarding")), true);
+    EXPECT_EQ(second.doubleValue(key("lastSeen.claude")), 1'800'000'000.123456);
+    EXPECT_EQ(second.stringValue(key("lastLaunchedVersion")), key("1.4.0"));
+    EXPECT_EQ(second.dictionary(key("activity.codex")), QJsonObject({{key("2027-01-15"), 3}}));
+    EXPECT_EQ(second.stringArray(key("homeWidgets")), QStringList{key("reminders")});
+    EXPECT_FALSE(second.contains(key("gone")));
+}
+
+TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileAndNoTemporaryFiles) {
+    UserDefaults defaults(path);
+    QJsonObject expected;
+    const std::pair<const char*, QJsonValue> writes[] = {
+        {"zeta", 1}, {"alpha", key("a/b")}, {"mid", QJsonArray{true}}, {"alpha", 2.5}};
+    for (const auto& [name, value] : writes) {
+        defaults.set(key(name), value);
+        expected.insert(key(name), value);
+        EXPECT_EQ(fileObject(path), expected);
+        EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
+    }
+    const QByteArray text = readBytes(path);
+    EXPECT_LT(text.indexOf("\"alpha\""), text.indexOf("\"mid\""));
+    EXPECT_LT(text.indexOf("\"mid\""), text.indexOf("\"zeta\""));
+    EXPECT_TRUE(text.contains("\n    \"alpha\": 2.5,\n")) << text.toStdString(); // indented, for people
+}
+
+TEST_F(UserDefaultsTest, DefaultPathFollowsXdgConfigHomeWhenTheStoreIsMade) {
+    const UserDefaults inConfigHome;
+    EXPECT_EQ(inConfigHome.filePath(), path);
+
+    qputenv("XDG_CONFIG_HOME", "relative/config");
+    EXPECT_EQ(UserDefaults().filePath(), home.path() + QStringLiteral("/.config/mirrowisp/defaults.json"));
+
+    const QString elsewhere = home.path() + QStringLiteral("/elsewhere");
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(elsewhere));
+    EXPECT_EQ(UserDefaults::defaultFilePath(), elsewhere + QStringLiteral("/mirrowisp/defaults.json"));
+
+    // The store made earlier keeps its path, and makes its folder when it first writes.
+    UserDefaults made(path);
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + QStringLiteral("/other")));
+    made.set(key("k"), 1);
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+}
+
+TEST_F(UserDefaultsTest, ChangedIsEmittedOnlyWhenTheAnsweredValueChanges) {
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("volume"), 0.5}});
+    QStringList changes;
+    QObject::connect(&defaults, &UserDefaults::changed, [&](const QString& k) { changes.append(k); });
+
+    defaults.set(key("volume"), 0.5); // same as the registered value
+    EXPECT_TRUE(changes.isEmpty());
+    EXPECT_TRUE(defaults.contains(key("volume")));
+
+    defaults.set(key("volume"), 0.8);
+    defaults.set(key("volume"), 0.8);
+    EXPECT_EQ(changes, QStringList{key("volume")});
+
+    defaults.set(key("count"), 1);
+    defaults.set(key("count"), 1.0); // the same number
+    EXPECT_EQ(changes.size(), 2);
+
+    defaults.remove(key("volume")); // the registered 0.5 answers again
+    defaults.remove(key("volume"));
+    defaults.remove(key("absent"));
+    EXPECT_EQ(changes, (QStringList{key("volume"), key("count"), key("volume")}));
+
+    defaults.set(key("count"), QJsonValue::Null); // null removes
+    EXPECT_FALSE(defaults.contains(key("count")));
+    EXPECT_EQ(changes.size(), 4);
+}
+
+TEST_F(UserDefaultsTest, ABatchWritesItsChangesOnceWhenTheOutermostBatchEnds) {
+    UserDefaults defaults(path);
+    defaults.set(key("before"), 1);
+    QStringList changes;
+    QObject::connect(&defaults, &UserDefaults::changed, [&](const QString& k) { changes.append(k); });
+    {
+        const UserDefaults::Batch outer(defaults);
+        defaults.set(key("claudeEnabled"), false);
+        {
+            const UserDefaults::Batch inner(defaults);
+            defaults.set(key("codexEnabled"), false);
+            defaults.remove(key("before"));
+        }
+        EXPECT_EQ(fileObject(path), QJsonObject({{key("before"), 1}}));
+        EXPECT_EQ(defaults.boolValue(key("codexEnabled")), false); // reads see the change at once
+        EXPECT_EQ(changes.size(), 3);
+    }
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("claudeEnabled"), false}, {key("codexEnabled"), false}}));
+}
+
+TEST_F(UserDefaultsTest, AnEmptyFileReadsAsEmptyAndIsReplacedWithoutACopy) {
+    writeBytes(path, QByteArray());
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("soundsEnabled"), true}});
+    EXPECT_EQ(defaults.boolValue(key("soundsEnabled")), true);
+
+    defaults.set(key("soundsEnabled"), false);
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("soundsEnabled"), false}}));
+    EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
+}
+
+TEST_F(UserDefaultsTest, ValuesOfWrongTypesReadAsAbsentAndSurviveOtherWrites) {
+    writeBytes(path, R"({"openOnHover": "yes", "hoverDelay": [0.3], "homeWidgets": "calendar"})");
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
+    EXPECT_FALSE(defaults.boolValue(key("openOnHover")).has_value());
+    EXPECT_FALSE(defaults.doubleValue(key("hoverDelay")).has_value());
+    EXPECT_FALSE(defaults.stringArray(key("homeWidgets")).has_value());
+
+    defaults.set(key("soundVolume"), 0.2);
+    const QJsonObject written = fileObject(path);
+    EXPECT_EQ(written.value(key("openOnHover")), QJsonValue(key("yes")));
+    EXPECT_EQ(written.value(key("hoverDelay")), QJsonValue(QJsonArray{0.3}));
+    EXPECT_EQ(written.size(), 4);
+    EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")}); // readable: nothing to keep aside
+}
+
+TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
+    const QString blocker = home.path() + QStringLiteral("/blocker");
+    writeBytes(blocker, "a file where a folder should be");
+    LogCapture log;
+    UserDefaults defaults(blocker + QStringLiteral("/defaults.json"));
+
+    defaults.set(key("hudEnabled"), false);
+    defaults.set(key("hudEnabled"), true);
+    EXPECT_EQ(defaults.boolValue(key("hudEnabled")), true);
+    ASSERT_EQ(LogCapture::lines().size(), 1);
+    EXPECT_TRUE(
+        LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: user defaults write failed: ")));
+}
+
+namespace {
+
+struct DamagedFile {
+    const char* name;
+    QByteArray bytes;
+};
+
+class UserDefaultsDamagedFileTest : public UserDefaultsTest,
+                                    public ::testing::WithParamInterface<DamagedFile> {};
+
+} // namespace
+
+TEST_P(UserDefaultsDamagedFileTest, ReadsAsDefaultsAndIsKeptAsideBeforeTheFirstWrite) {
+    const QByteArray damaged = GetParam().bytes;
+    writeBytes(path, damaged);
+    LogCapture log;
+    UserDefaults defaults(path);
+    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
+
+    EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
+    EXPECT_TRUE(defaults.keys().isEmpty());
+    EXPECT_EQ(readBytes(path), damaged); // reading alone changes nothing
+    EXPECT_TRUE(LogCapture::lines().isEmpty());
+
+    defaults.set(key("openOnHover"), false);
+    defaults.set(key("hoverDelay"), 0.2);
+
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("openOnHover"), false}, {key("hoverDelay"), 0.2}}));
+    const QStringList entries = entriesOf(folder);
+    ASSERT_EQ(entries.size(), 2) << entries.join(QLatin1Char(' ')).toStdString();
+    const QString copy = entries.at(0) == key("defaults.json") ? entries.at(1) : entries.at(0);
+    EXPECT_TRUE(copy.startsWith(QStringLiteral("defaults.json.unreadable-"))) << copy.toStdString();
+    EXPECT_EQ(readBytes(folder + QLatin1Char('/') + copy), damaged);
+
+    ASSERT_EQ(LogCapture::lines().size(), 1);
+    EXPECT_TRUE(LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: ")));
+    EXPECT_TRUE(LogCapture::lines().first().contains(copy));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Contents, UserDefaultsDamagedFileTest,
+    ::testing::Values(DamagedFile{"garbage", QByteArray("this is not json {")},
+                      DamagedFile{"truncated", QByteArray(R"({"openOnHover": fal)")},
+                      DamagedFile{"topLevelArray", QByteArray(R"(["openOnHover", false])")},
+                      DamagedFile{"topLevelString", QByteArray(R"("openOnHover")")},
+                      DamagedFile{"invalidUtf8", QByteArray("{\"remindersListID\": \"\xff\xfe\xc3\"}")},
+                      DamagedFile{"whitespaceOnly", QByteArray(" \n\t ")},
+                      DamagedFile{"binary", QByteArray("\x00\x01\x02{}", 5)}),
+    [](const ::testing::TestParamInfo<DamagedFile>& param) { return std::string(param.param.name); });
