@@ -6,7 +6,8 @@
 
 namespace mirrowisp {
 
-AppModel::AppModel(QObject* parent) : QObject(parent) {}
+AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent)
+    : QObject(parent), prefs_(prefs), agents_(prefs, defaults, clock) {}
 
 AppModel::~AppModel() = default;
 
@@ -37,9 +38,15 @@ void AppModel::startBridge() {
 }
 
 void AppModel::route(const std::shared_ptr<BridgeConnection>& connection) {
-    // Until sessions are tracked, every request gets the empty reply: "no decision, carry on",
-    // so the agent falls back on its own prompt at once.
-    connection->reply();
+    // Parsed once here, for the route and for the store.
+    const std::optional<QJsonObject> event = AgentStore::parsePayload(connection->request().payload);
+    if (event && event->value(QLatin1StringView("hook_event_name")) == QJsonValue(QStringLiteral("StatusLine"))) {
+        // Status lines feed the usage meters, not the sessions.
+        statusLines_.insert(connection->request().agent, *event);
+        connection->reply();
+        return;
+    }
+    agents_.handle(connection, event);
 }
 
 } // namespace mirrowisp

@@ -1,6 +1,9 @@
 #include "app/MirrowispApp.h"
 
 #include "app/AppModel.h"
+#include "app/Preferences.h"
+#include "base/Clock.h"
+#include "base/UserDefaults.h"
 #include "base/Log.h"
 
 #include <QCoreApplication>
@@ -82,7 +85,7 @@ int runMirrowisp(int argc, char** argv) {
         });
     }
 
-    AppModel model;
+    AppModel model(Preferences::shared(), UserDefaults::standard(), SystemClock::shared());
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
 

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "agents/AgentSession.h"
+#include "agents/AgentStoreText.h"
+#include "base/Clock.h"
+#include "base/SerialQueue.h"
+#include "bridge/BridgeConnection.h"
+#include "integration/CodexHookStatus.h"
+
+#include <QHash>
+#include <QJsonObject>
+#include <QObject>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace mirrowisp {
+
+class Preferences;
+class UserDefaults;
+
+// Sessions leave the list at once but are deleted on the next turn of the event loop, so a view
+// that still draws one never holds a dangling pointer.
+struct DeleteLater {
+    void operator()(QObject* object) const { object->deleteLater(); }
+};
+
+// The state machine of the agent side: every hook event arrives here on the main thread, finds or
+// makes its session, changes it, and is answered at once, except a decision, which waits for the user.
+class AgentStore : public QObject, public AgentStoreText {
+    Q_OBJECT
+
+public:
+    using SessionList = std::vector<std::unique_ptr<AgentSession, DeleteLater>>;
+    using SignalHandler = std::function<void(AgentSignal, AgentSession&)>;
+
+    AgentStore(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent = nullptr);
+    ~AgentStore() override;
+
+    // All known sessions, in order of first appearance.
+    const SessionList& sessions() const { return sessions_; }
+    AgentSession* findSession(const QString& sessionKey) const;
+    // The waiting decision with this id, and its session.
+    std::pair<PendingDecision*, AgentSession*> findDecision(const QString& decisionID) const;
+
+    CodexHookStatus codexHookStatus() const { return codexHookStatus_; }
+    void setCodexHookStatus(CodexHookStatus status);
+    bool hasUnseenFinish() const { return hasUnseenFinish_; }
+    void setHasUnseenFinish(bool unseen);
+    const QHash<AgentKind, Timestamp>& lastSeen() const { return lastSeen_; }
+    void setOnSignal(SignalHandler handler) { onSignal_ = std::move(handler); }
+
+    // One bridge request: an agent's hook event.
+    void handle(const std::shared_ptr<BridgeConnection>& connection);
+    // The same, with the payload already parsed by the caller (nothing when it is no JSON object).
+    void handle(const std::shared_ptr<BridgeConnection>& connection, const std::optional<QJsonObject>& payload);
+    // The event object carried by a request, if its payload is one.
+    static std::optional<QJsonObject> parsePayload(const QByteArray& payload);
+    // Remembers when the agent was last heard; written at most every 20 seconds per agent.
+    void noteSeen(AgentKind agent);
+
+    // What the decision cards do.
+    void allow(PendingDecision& decision, AgentSession& session, bool always);
+    void answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers);
+    void approvePlan(PendingDecision& decision, AgentSession& session, bool autoAcceptEdits);
+    void keepPlanning(PendingDecision& decision, AgentSession& session, const QString& feedback);
+    void deny(PendingDecision& decision, AgentSession& session);
+    // "Terminal": no answer from here; the agent's own prompt decides.
+    void handBack(PendingDecision& decision, AgentSession& session);
+    // Sends the decision object in the agent's reply shape and retires the decision.
+    void respond(PendingDecision& decision, AgentSession& session, const QJsonObject& decisionObject);
+    void remove(const QString& decisionID, AgentSession& session);
+    // Answers every waiting decision of the session with the empty reply and drops them.
+    void failPending(AgentSession& session);
+    // The user hides a session; its next event makes it anew.
+    void dismiss(const QString& sessionKey);
+
+    static QList<AgentQuestion> parseQuestions(const QJsonObject& input);
+    // Which waiting decision a post-tool event shows was settled in the agent itself.
+    static std::optional<qsizetype> answeredElsewhere(const QList<QJsonObject>& payloads, const QString& tool,
+                                                      const std::optional<QJsonObject>& input);
+    // The text the waiting tool prints for a decision object.
+    static std::optional<QString> replyText(AgentKind agent, const QJsonObject& decisionObject);
+
+    static inline const QString denyMessage = QStringLiteral("The user denied this from Mirrowisp.");
+
+Q_SIGNALS:
+    void sessionsChanged();
+    void codexHookStatusChanged();
+    void hasUnseenFinishChanged();
+
+private:
+    AgentSession& sessionFor(AgentKind agent, const QString& sessionID, const QJsonObject& payload,
+                             const ProcessContext& context, const QString& eventName);
+    void applyRow(const QString& event, AgentSession& session, const QJsonObject& payload,
+                  const std::shared_ptr<BridgeConnection>& connection);
+    void applyPostTool(AgentSession& session, const QJsonObject& payload);
+    void applyNotification(AgentSession& session, const QJsonObject& payload);
+    void applyStop(AgentSession& session, const QJsonObject& payload);
+    void handlePermissionRequest(const std::shared_ptr<BridgeConnection>& connection, const QJsonObject& payload,
+                                 AgentSession& session);
+    void backfillPrompt(AgentSession& session, const QString& path);
+    void raise(AgentSignal signal, AgentSession& session);
+    bool contains(const AgentSession* session) const;
+
+    Preferences& prefs_;
+    UserDefaults& defaults_;
+    const Clock& clock_;
+    SessionList sessions_;
+    CodexHookStatus codexHookStatus_ = CodexHookStatus::ready;
+    bool hasUnseenFinish_ = false;
+    QHash<AgentKind, Timestamp> lastSeen_;
+    SignalHandler onSignal_;
+    std::unique_ptr<SerialQueue> transcripts_;
+};
+
+} // namespace mirrowisp

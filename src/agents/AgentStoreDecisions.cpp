@@ -1,0 +1,230 @@
+#include "agents/AgentStore.h"
+
+#include "agents/JsonValues.h"
+#include "app/Preferences.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QPointer>
+#include <algorithm>
+
+namespace mirrowisp {
+
+namespace {
+
+const QString askUserQuestion = QStringLiteral("AskUserQuestion");
+const QString exitPlanMode = QStringLiteral("ExitPlanMode");
+
+// Question and plan cards, and rules for always allowing, exist only where the agent reads them.
+bool speaksCards(AgentKind agent) { return agent == AgentKind::claude || agent == AgentKind::opencode; }
+
+// An array whose every element is an object; anything else counts as no list at all.
+bool allObjects(const QJsonValue& value) {
+    if (!value.isArray()) {
+        return false;
+    }
+    const QJsonArray array = value.toArray();
+    return std::all_of(array.begin(), array.end(), [](const QJsonValue& entry) { return entry.isObject(); });
+}
+
+QJsonObject behavior(const char* value) { return {{QStringLiteral("behavior"), QLatin1StringView(value)}}; }
+
+} // namespace
+
+void AgentStore::handlePermissionRequest(const std::shared_ptr<BridgeConnection>& connection,
+                                         const QJsonObject& payload, AgentSession& session) {
+    if (!prefs_.approveFromNotch()) {
+        // The agent's own prompt decides; the island only calls the user.
+        session.setStatus(AgentStatus::needsAttention());
+        raise(AgentSignal::needsAttention, session);
+        connection->reply();
+        return;
+    }
+    const QString tool = json::string(payload, QLatin1StringView("tool_name")).value_or(QStringLiteral("Tool"));
+    const QJsonObject input = json::object(payload, QLatin1StringView("tool_input")).value_or(QJsonObject());
+
+    DecisionKind kind;
+    if (tool == askUserQuestion && speaksCards(session.agent())) {
+        const QList<AgentQuestion> questions = parseQuestions(input);
+        if (questions.isEmpty()) {
+            connection->reply();
+            return;
+        }
+        kind = DecisionKind::question(questions);
+    } else if (tool == exitPlanMode && speaksCards(session.agent())) {
+        kind = DecisionKind::plan(json::string(input, QLatin1StringView("plan")).value_or(QStringLiteral("(empty plan)")));
+    } else {
+        kind = DecisionKind::permission(displayName(tool), summary(tool, input).value_or(tool), detail(tool, input));
+    }
+
+    const QString id = connection->request().id;
+    QPointer<AgentStore> store(this);
+    QPointer<AgentSession> weakSession(&session);
+    connection->setOnDisconnect([store, weakSession, id] {
+        // The tool went away: the hook timed out, or the user answered in the terminal.
+        if (store && weakSession && store->contains(weakSession.data())) {
+            store->remove(id, *weakSession);
+        }
+    });
+    session.appendPending(std::make_unique<PendingDecision>(id, kind, clock_.now(), connection, payload));
+    session.setStatus(AgentStatus::needsAttention());
+    raise(AgentSignal::needsAttention, session);
+}
+
+QList<AgentQuestion> AgentStore::parseQuestions(const QJsonObject& input) {
+    QList<AgentQuestion> questions;
+    const QJsonValue list = input.value(QLatin1StringView("questions"));
+    if (!list.isArray()) {
+        return questions;
+    }
+    if (!allObjects(list)) {
+        return questions;
+    }
+    for (const QJsonValue& entry : list.toArray()) {
+        const QJsonObject object = entry.toObject();
+        const auto text = json::string(object, QLatin1StringView("question"));
+        if (!text) {
+            continue;
+        }
+        AgentQuestion question;
+        question.question = *text;
+        question.header = json::string(object, QLatin1StringView("header")).value_or(QString());
+        question.multiSelect = object.value(QLatin1StringView("multiSelect")) == QJsonValue(true);
+        const QJsonValue options = object.value(QLatin1StringView("options"));
+        for (const QJsonValue& option : allObjects(options) ? options.toArray() : QJsonArray()) {
+            const QJsonObject fields = option.toObject();
+            const auto label = json::string(fields, QLatin1StringView("label"));
+            if (!label) {
+                continue;
+            }
+            question.options.append(
+                {*label, json::string(fields, QLatin1StringView("description")).value_or(QString())});
+        }
+        questions.append(question);
+    }
+    return questions;
+}
+
+std::optional<qsizetype> AgentStore::answeredElsewhere(const QList<QJsonObject>& payloads, const QString& tool,
+                                                       const std::optional<QJsonObject>& input) {
+    QList<qsizetype> candidates;
+    for (qsizetype i = 0; i < payloads.size(); ++i) {
+        if (json::string(payloads[i], QLatin1StringView("tool_name")) == tool) {
+            candidates.append(i);
+        }
+    }
+    // The agent adds "answers" to the input once a question is answered.
+    auto stripped = [](const std::optional<QJsonObject>& value) -> std::optional<QJsonObject> {
+        if (!value) {
+            return std::nullopt;
+        }
+        QJsonObject copy = *value;
+        copy.remove(QLatin1StringView("answers"));
+        return copy;
+    };
+    if (const auto wanted = stripped(input)) {
+        for (const qsizetype index : candidates) {
+            const auto theirs = stripped(json::object(payloads[index], QLatin1StringView("tool_input")));
+            if (theirs && json::deepEqual(*theirs, *wanted)) {
+                return index;
+            }
+        }
+    }
+    // These two tools get their input rewritten by the agent: the tool name has to do.
+    if ((tool == askUserQuestion || tool == exitPlanMode) && !candidates.isEmpty()) {
+        return candidates.first();
+    }
+    return std::nullopt;
+}
+
+void AgentStore::allow(PendingDecision& decision, AgentSession& session, bool always) {
+    QJsonObject object = behavior("allow");
+    const QJsonValue suggestions = decision.payload().value(QLatin1StringView("permission_suggestions"));
+    if (always && speaksCards(session.agent()) && suggestions.isArray() && !suggestions.toArray().isEmpty()) {
+        object.insert(QStringLiteral("updatedPermissions"), suggestions);
+    }
+    respond(decision, session, object);
+}
+
+void AgentStore::answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers) {
+    // Every other key of the input goes back as it came.
+    QJsonObject input = json::object(decision.payload(), QLatin1StringView("tool_input")).value_or(QJsonObject());
+    input.insert(QStringLiteral("answers"), answers);
+    QJsonObject object = behavior("allow");
+    object.insert(QStringLiteral("updatedInput"), input);
+    respond(decision, session, object);
+}
+
+void AgentStore::approvePlan(PendingDecision& decision, AgentSession& session, bool autoAcceptEdits) {
+    QJsonObject object = behavior("allow");
+    if (autoAcceptEdits) {
+        object.insert(QStringLiteral("updatedPermissions"),
+                      QJsonArray{QJsonObject{{QStringLiteral("type"), QStringLiteral("setMode")},
+                                             {QStringLiteral("mode"), QStringLiteral("acceptEdits")},
+                                             {QStringLiteral("destination"), QStringLiteral("session")}}});
+    }
+    respond(decision, session, object);
+}
+
+void AgentStore::keepPlanning(PendingDecision& decision, AgentSession& session, const QString& feedback) {
+    const QString trimmed = feedback.trimmed();
+    QJsonObject object = behavior("deny");
+    object.insert(QStringLiteral("message"),
+                  trimmed.isEmpty() ? QStringLiteral("The user wants to keep planning.") : trimmed);
+    respond(decision, session, object);
+}
+
+void AgentStore::deny(PendingDecision& decision, AgentSession& session) {
+    QJsonObject object = behavior("deny");
+    object.insert(QStringLiteral("message"), denyMessage);
+    respond(decision, session, object);
+}
+
+void AgentStore::handBack(PendingDecision& decision, AgentSession& session) {
+    const QString id = decision.id();
+    decision.connection()->reply();
+    remove(id, session);
+}
+
+std::optional<QString> AgentStore::replyText(AgentKind agent, const QJsonObject& decisionObject) {
+    QJsonObject wrapped;
+    if (agent == AgentKind::devin) {
+        if (decisionObject.value(QLatin1StringView("behavior")) == QJsonValue(QStringLiteral("deny"))) {
+            wrapped.insert(QStringLiteral("decision"), QStringLiteral("block"));
+            wrapped.insert(QStringLiteral("reason"), json::string(decisionObject, QLatin1StringView("message"))
+                                                         .value_or(QStringLiteral("Denied in Mirrowisp.")));
+        } else {
+            wrapped.insert(QStringLiteral("decision"), QStringLiteral("approve"));
+        }
+    } else {
+        wrapped.insert(QStringLiteral("hookSpecificOutput"),
+                       QJsonObject{{QStringLiteral("hookEventName"), QStringLiteral("PermissionRequest")},
+                                   {QStringLiteral("decision"), decisionObject}});
+    }
+    const QByteArray text = QJsonDocument(wrapped).toJson(QJsonDocument::Compact);
+    if (text.isEmpty()) {
+        return std::nullopt;
+    }
+    return QString::fromUtf8(text);
+}
+
+void AgentStore::respond(PendingDecision& decision, AgentSession& session, const QJsonObject& decisionObject) {
+    const QString id = decision.id();
+    const std::shared_ptr<BridgeConnection> connection = decision.connection();
+    connection->reply(replyText(session.agent(), decisionObject)); // no text is no decision
+    remove(id, session);
+    if (session.pending().empty()) {
+        // The agent continues after an answer; its next event corrects the status if not.
+        session.setStatus(AgentStatus::thinking());
+    }
+}
+
+void AgentStore::remove(const QString& decisionID, AgentSession& session) {
+    while (session.takePending(decisionID)) {
+    }
+    if (session.pending().empty() && session.status().kind == AgentStatus::Case::needsAttention) {
+        session.setStatus(AgentStatus::thinking());
+    }
+}
+
+} // namespace mirrowisp

@@ -1,0 +1,92 @@
+#include "AgentStoreFixture.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace mirrowisp::test {
+
+ToolEnd::~ToolEnd() { ::close(fd_); }
+
+bool ToolEnd::stillWaiting() const {
+    pollfd p{fd_, POLLIN, 0};
+    return ::poll(&p, 1, 0) == 0;
+}
+
+std::optional<QByteArray> ToolEnd::replyLine() {
+    if (stillWaiting()) {
+        return std::nullopt;
+    }
+    QByteArray data;
+    char buffer[65536];
+    ssize_t n = 0;
+    while ((n = ::recv(fd_, buffer, sizeof buffer, 0)) > 0) {
+        data.append(buffer, n);
+    }
+    return data;
+}
+
+std::optional<QString> ToolEnd::printed() {
+    const auto line = replyLine();
+    if (!line) {
+        return std::nullopt;
+    }
+    const QJsonValue text = QJsonDocument::fromJson(*line).object().value(QStringLiteral("stdout"));
+    return text.isString() ? std::optional<QString>(text.toString()) : std::nullopt;
+}
+
+AgentStoreFixture::AgentStoreFixture()
+    : defaults(home.path() + QStringLiteral("/defaults.json")), prefs(defaults, login), store(prefs, defaults, clock) {
+    store.setOnSignal([this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
+}
+
+AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteArray& payload) {
+    BridgeRequest request;
+    request.id = QStringLiteral("req-%1").arg(nextID++);
+    request.agent = agent;
+    request.payload = payload;
+    request.expectsReply = true;
+    int fds[2];
+    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
+    Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};
+    store.handle(sent.connection);
+    return sent;
+}
+
+AgentStoreFixture::Sent AgentStoreFixture::send(AgentKind agent, const QJsonObject& event,
+                                                const ProcessContext& context, bool expectsReply) {
+    BridgeRequest request;
+    request.id = QStringLiteral("req-%1").arg(nextID++);
+    request.agent = agent;
+    request.payload = QJsonDocument(event).toJson(QJsonDocument::Compact);
+    request.expectsReply = expectsReply;
+    request.context = context;
+    int fds[2];
+    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
+    Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};
+    store.handle(sent.connection);
+    return sent;
+}
+
+void AgentStoreFixture::sendAnswered(AgentKind agent, const QJsonObject& event, const ProcessContext& context) {
+    Sent sent = send(agent, event, context);
+    const auto line = sent.tool->replyLine();
+    ASSERT_TRUE(line.has_value()) << "the event must be answered at once";
+    EXPECT_FALSE(line->contains("stdout"));
+}
+
+AgentSession* AgentStoreFixture::session(AgentKind agent, const QString& sessionID) const {
+    return store.findSession(AgentSession::makeID(agent, sessionID));
+}
+
+int AgentStoreFixture::signalCount(AgentSignal signal) const {
+    return static_cast<int>(std::count_if(raised.begin(), raised.end(), [&](const auto& r) { return r.first == signal; }));
+}
+
+QJsonObject AgentStoreFixture::event(const char* name, const char* sessionID, QJsonObject extra) {
+    extra.insert(QStringLiteral("hook_event_name"), QLatin1StringView(name));
+    extra.insert(QStringLiteral("session_id"), QLatin1StringView(sessionID));
+    return extra;
+}
+
+} // namespace mirrowisp::test

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "agents/AgentStore.h"
+#include "app/LaunchAtLogin.h"
+#include "app/Preferences.h"
+#include "base/UserDefaults.h"
+#include "support/TestSupport.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace mirrowisp::test {
+
+class NoLaunchAtLogin final : public LaunchAtLogin {
+public:
+    bool isEnabled() const override { return false; }
+    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
+};
+
+// What the waiting hook tool would see: the other end of the connection's socket.
+class ToolEnd {
+public:
+    explicit ToolEnd(int fd) : fd_(fd) {}
+    ~ToolEnd();
+    ToolEnd(const ToolEnd&) = delete;
+    ToolEnd& operator=(const ToolEnd&) = delete;
+    // True while the app has neither answered nor closed.
+    bool stillWaiting() const;
+    // The reply line, read to end of file; nothing if the app has not answered.
+    std::optional<QByteArray> replyLine();
+    // The `stdout` text of the reply, or nothing for the empty reply.
+    std::optional<QString> printed();
+
+private:
+    int fd_;
+};
+
+// A store over a temporary settings file and a hand-driven clock; events go in through real
+// connections over socket pairs, so each reply is read as the tool would read it.
+class AgentStoreFixture : public testing::Test {
+protected:
+    AgentStoreFixture();
+
+    struct Sent {
+        std::shared_ptr<BridgeConnection> connection;
+        std::unique_ptr<ToolEnd> tool;
+    };
+
+    Sent send(AgentKind agent, const QJsonObject& event, const ProcessContext& context = {},
+              bool expectsReply = true);
+    Sent sendRaw(AgentKind agent, const QByteArray& payload);
+    // Sends and checks that the event got the empty reply at once.
+    void sendAnswered(AgentKind agent, const QJsonObject& event, const ProcessContext& context = {});
+    AgentSession* session(AgentKind agent, const QString& sessionID) const;
+    int signalCount(AgentSignal signal) const;
+
+    static QJsonObject event(const char* name, const char* sessionID = "s1", QJsonObject extra = {});
+
+    TemporaryHome home;
+    UserDefaults defaults;
+    NoLaunchAtLogin login;
+    Preferences prefs;
+    ManualClock clock;
+    AgentStore store;
+    std::vector<std::pair<AgentSignal, QString>> raised;
+    int nextID = 1;
+};
+
+} // namespace mirrowisp::test

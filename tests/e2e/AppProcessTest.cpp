@@ -1,0 +1,113 @@
+// The real programs: the app as a user starts it, and the hook tool as an agent starts it.
+#include "support/TestSupport.h"
+
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <gtest/gtest.h>
+#include <csignal>
+
+namespace {
+
+QString text(const char* s) { return QString::fromUtf8(s); }
+
+class AppProcess : public testing::Test {
+protected:
+    std::unique_ptr<QProcess> startApp() {
+        auto app = std::make_unique<QProcess>();
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.remove(text("DISPLAY"));
+        env.remove(text("WAYLAND_DISPLAY"));
+        app->setProcessEnvironment(env);
+        app->start(text(MIRROWISP_APP_PATH), {});
+        return app;
+    }
+
+    bool waitForLog(QProcess& app, const QByteArray& line, QByteArray& log) {
+        return mirrowisp::test::waitUntil([&] {
+            log += app.readAllStandardError();
+            return log.contains(line);
+        }, 10000);
+    }
+
+    QByteArray runTool(const QJsonObject& event, int* exitCode = nullptr) {
+        QProcess tool;
+        tool.start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), text("claude")});
+        tool.write(QJsonDocument(event).toJson(QJsonDocument::Compact));
+        tool.closeWriteChannel();
+        EXPECT_TRUE(tool.waitForFinished(10000));
+        if (exitCode) {
+            *exitCode = tool.exitCode();
+        }
+        return tool.readAllStandardOutput();
+    }
+
+    QString socketPath() const { return home.supportDir() + text("/bridge.sock"); }
+
+    mirrowisp::test::TemporaryHome home;
+};
+
+const QJsonObject sessionStart{{text("hook_event_name"), text("SessionStart")}, {text("session_id"), text("e2e")}};
+
+} // namespace
+
+TEST_F(AppProcess, RunsWithoutADisplayAnswersHooksAndCleansUpOnSigterm) {
+    auto app = startApp();
+    QByteArray log;
+    ASSERT_TRUE(waitForLog(*app, "bridge listening on " + QFile::encodeName(socketPath()), log)) << log.toStdString();
+    EXPECT_TRUE(log.contains("Mirrowisp: no display found; running the agent bridge only"));
+    EXPECT_EQ(log.count("no display"), 1);
+
+    int exitCode = -1;
+    EXPECT_EQ(runTool(sessionStart, &exitCode), QByteArray());
+    EXPECT_EQ(exitCode, 0);
+
+    ::kill(static_cast<pid_t>(app->processId()), SIGTERM);
+    ASSERT_TRUE(app->waitForFinished(10000));
+    EXPECT_EQ(app->exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(app->exitCode(), 0);
+    EXPECT_FALSE(QFileInfo::exists(socketPath()));
+}
+
+TEST_F(AppProcess, ASecondCopyTakesTheSocketOverAndKeepsItWhenTheFirstQuits) {
+    auto first = startApp();
+    QByteArray firstLog;
+    ASSERT_TRUE(waitForLog(*first, "bridge listening", firstLog));
+    auto second = startApp();
+    QByteArray secondLog;
+    ASSERT_TRUE(waitForLog(*second, "bridge listening", secondLog));
+
+    ::kill(static_cast<pid_t>(first->processId()), SIGINT);
+    ASSERT_TRUE(first->waitForFinished(10000));
+    EXPECT_EQ(first->exitCode(), 0);
+    EXPECT_TRUE(QFileInfo::exists(socketPath()));
+    int exitCode = -1;
+    EXPECT_EQ(runTool(sessionStart, &exitCode), QByteArray());
+    EXPECT_EQ(exitCode, 0);
+
+    second->terminate();
+    ASSERT_TRUE(second->waitForFinished(10000));
+    EXPECT_FALSE(QFileInfo::exists(socketPath()));
+}
+
+TEST_F(AppProcess, TheToolStaysQuietWhenTheAppIsNotRunning) {
+    int exitCode = -1;
+    EXPECT_EQ(runTool(sessionStart, &exitCode), QByteArray());
+    EXPECT_EQ(exitCode, 0);
+
+    // A socket file left by a crashed app: nobody listens behind it.
+    QDir().mkpath(home.supportDir());
+    {
+        auto app = startApp();
+        QByteArray log;
+        ASSERT_TRUE(waitForLog(*app, "bridge listening", log));
+        app->kill();
+        ASSERT_TRUE(app->waitForFinished(10000));
+    }
+    ASSERT_TRUE(QFileInfo::exists(socketPath()));
+    QJsonObject permission = sessionStart;
+    permission.insert(text("hook_event_name"), text("PermissionRequest"));
+    EXPECT_EQ(runTool(permission, &exitCode), QByteArray());
+    EXPECT_EQ(exitCode, 0);
+}

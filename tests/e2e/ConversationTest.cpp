@@ -1,0 +1,189 @@
+// A whole conversation through the real socket and the real hook tool, the way an agent drives it.
+#include "agents/AgentStore.h"
+#include "app/LaunchAtLogin.h"
+#include "app/Preferences.h"
+#include "base/UserDefaults.h"
+#include "bridge/BridgeServer.h"
+#include "support/TestSupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+
+namespace {
+
+QString text(const char* s) { return QString::fromUtf8(s); }
+
+class NoLaunchAtLogin final : public LaunchAtLogin {
+public:
+    bool isEnabled() const override { return false; }
+    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
+};
+
+class Conversation : public testing::Test {
+protected:
+    Conversation()
+        : defaults(home.path() + text("/defaults.json")), prefs(defaults, login),
+          store(prefs, defaults, SystemClock::shared()),
+          server([this](const std::shared_ptr<BridgeConnection>& connection) { store.handle(connection); }) {}
+
+    void SetUp() override { ASSERT_FALSE(server.start().has_value()); }
+
+    // Starts the hook tool as an agent's hook would, with the event on its standard input.
+    std::unique_ptr<QProcess> hook(const char* agent, QJsonObject event) {
+        event.insert(text("session_id"), sessionID);
+        event.insert(text("cwd"), text("/home/dev/shop"));
+        auto process = std::make_unique<QProcess>();
+        process->start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), QString::fromUtf8(agent)});
+        process->write(QJsonDocument(event).toJson(QJsonDocument::Compact));
+        process->closeWriteChannel();
+        return process;
+    }
+
+    // Runs a hook that is answered at once; returns what the tool printed.
+    QByteArray quickHook(const char* agent, const QJsonObject& event) {
+        auto process = hook(agent, event);
+        EXPECT_TRUE(test::waitUntil([&] { return process->state() == QProcess::NotRunning; }, 10000));
+        EXPECT_EQ(process->exitCode(), 0);
+        return process->readAllStandardOutput();
+    }
+
+    // Starts a permission request and waits until its card stands in the session.
+    std::pair<std::unique_ptr<QProcess>, PendingDecision*> ask(const char* agent, AgentKind kind, QJsonObject fields) {
+        fields.insert(text("hook_event_name"), text("PermissionRequest"));
+        auto process = hook(agent, fields);
+        PendingDecision* decision = nullptr;
+        test::waitUntil([&] {
+            AgentSession* s = current(kind);
+            decision = s && !s->pending().empty() ? s->pending().back().get() : nullptr;
+            return decision != nullptr;
+        }, 10000);
+        return {std::move(process), decision};
+    }
+
+    QByteArray printedAfterAnswer(QProcess& process) {
+        EXPECT_TRUE(test::waitUntil([&] { return process.state() == QProcess::NotRunning; }, 10000));
+        EXPECT_EQ(process.exitCode(), 0);
+        return process.readAllStandardOutput();
+    }
+
+    AgentSession* current(AgentKind kind) const { return store.findSession(AgentSession::makeID(kind, sessionID)); }
+
+    test::TemporaryHome home;
+    UserDefaults defaults;
+    NoLaunchAtLogin login;
+    Preferences prefs;
+    AgentStore store;
+    BridgeServer server;
+    QString sessionID = text("conv-1");
+};
+
+QJsonObject ev(const char* name, QJsonObject extra = {}) {
+    extra.insert(text("hook_event_name"), QLatin1StringView(name));
+    return extra;
+}
+
+} // namespace
+
+TEST_F(Conversation, AClaudeCodeSessionThroughTheRealTool) {
+    EXPECT_EQ(quickHook("claude", ev("SessionStart", {{text("source"), text("startup")}})), QByteArray());
+    AgentSession* s = current(AgentKind::claude);
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(s->status(), AgentStatus::idle());
+    EXPECT_EQ(s->projectName(), text("shop"));
+    EXPECT_TRUE(s->context().agentPID.has_value()) << "the tool names the process that ran it";
+
+    quickHook("claude", ev("UserPromptSubmit", {{text("prompt"), text("list the files")}}));
+    EXPECT_EQ(s->status(), AgentStatus::thinking());
+    EXPECT_EQ(s->lastPrompt(), text("list the files"));
+
+    const QJsonObject bash{{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("ls -la")}}}};
+    quickHook("claude", ev("PreToolUse", bash));
+    EXPECT_EQ(s->status(), AgentStatus::runningTool(text("Bash")));
+
+    auto [allowTool, allowCard] = ask("claude", AgentKind::claude, bash);
+    ASSERT_NE(allowCard, nullptr);
+    EXPECT_EQ(s->status(), AgentStatus::needsAttention());
+    EXPECT_EQ(allowTool->state(), QProcess::Running) << "the tool waits for the answer";
+    store.allow(*allowCard, *s, false);
+    EXPECT_EQ(printedAfterAnswer(*allowTool),
+              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+
+    quickHook("claude", ev("PostToolUse", bash));
+    EXPECT_EQ(s->status(), AgentStatus::thinking());
+
+    const QJsonArray rules{QJsonObject{{text("type"), text("addRules")}, {text("behavior"), text("allow")}}};
+    QJsonObject suggested = bash;
+    suggested.insert(text("permission_suggestions"), rules);
+    auto [alwaysTool, alwaysCard] = ask("claude", AgentKind::claude, suggested);
+    ASSERT_NE(alwaysCard, nullptr);
+    store.allow(*alwaysCard, *s, true);
+    EXPECT_EQ(printedAfterAnswer(*alwaysTool),
+              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"behavior":"allow","type":"addRules"}]},"hookEventName":"PermissionRequest"}})"));
+
+    auto [plainTool, plainCard] = ask("claude", AgentKind::claude, bash);
+    store.allow(*plainCard, *s, true); // no suggestions: the plain allow
+    EXPECT_EQ(printedAfterAnswer(*plainTool),
+              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+
+    auto [denyTool, denyCard] = ask("claude", AgentKind::claude, bash);
+    store.deny(*denyCard, *s);
+    EXPECT_EQ(printedAfterAnswer(*denyTool),
+              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"The user denied this from Mirrowisp."},"hookEventName":"PermissionRequest"}})"));
+
+    const QJsonObject question{{text("tool_name"), text("AskUserQuestion")},
+                               {text("tool_input"), QJsonObject{{text("questions"), QJsonArray{QJsonObject{
+                                   {text("question"), text("Which port?")}, {text("header"), text("Port")},
+                                   {text("options"), QJsonArray{QJsonObject{{text("label"), text("8080")}}}}}}}}}};
+    auto [questionTool, questionCard] = ask("claude", AgentKind::claude, question);
+    ASSERT_EQ(questionCard->kind().kind, DecisionKind::Case::question);
+    store.answer(*questionCard, *s, {{text("Which port?"), text("8080")}});
+    EXPECT_EQ(printedAfterAnswer(*questionTool),
+              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":{"Which port?":"8080"},"questions":[{"header":"Port","options":[{"label":"8080"}],"question":"Which port?"}]}},"hookEventName":"PermissionRequest"}})"));
+
+    const QJsonObject plan{{text("tool_name"), text("ExitPlanMode")}, {text("tool_input"), QJsonObject{{text("plan"), text("# Plan\n1. Do it")}}}};
+    auto [planTool, planCard] = ask("claude", AgentKind::claude, plan);
+    ASSERT_EQ(planCard->kind().kind, DecisionKind::Case::plan);
+    store.approvePlan(*planCard, *s, true);
+    EXPECT_EQ(printedAfterAnswer(*planTool),
+              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"destination":"session","mode":"acceptEdits","type":"setMode"}]},"hookEventName":"PermissionRequest"}})"));
+
+    quickHook("claude", ev("Stop", {{text("last_assistant_message"), text("Listed.")}}));
+    EXPECT_EQ(s->status(), AgentStatus::done());
+    EXPECT_EQ(s->lastMessage(), text("Listed."));
+    quickHook("claude", ev("SessionEnd"));
+    EXPECT_EQ(s->status(), AgentStatus::ended());
+}
+
+TEST_F(Conversation, ADevinSessionGetsItsOwnReplyShape) {
+    quickHook("devin", ev("SessionStart"));
+    AgentSession* s = current(AgentKind::devin);
+    ASSERT_NE(s, nullptr);
+    const QJsonObject shell{{text("tool_name"), text("exec_command")}, {text("tool_input"), QJsonObject{{text("cmd"), text("make")}}}};
+    auto [allowTool, allowCard] = ask("devin", AgentKind::devin, shell);
+    ASSERT_NE(allowCard, nullptr);
+    store.allow(*allowCard, *s, false);
+    EXPECT_EQ(printedAfterAnswer(*allowTool), QByteArray(R"({"decision":"approve"})"));
+
+    auto [denyTool, denyCard] = ask("devin", AgentKind::devin, shell);
+    store.deny(*denyCard, *s);
+    EXPECT_EQ(printedAfterAnswer(*denyTool), QByteArray(R"({"decision":"block","reason":"The user denied this from Mirrowisp."})"));
+    quickHook("devin", ev("Stop"));
+    EXPECT_EQ(s->status(), AgentStatus::done());
+}
+
+TEST_F(Conversation, AToolKilledWhileItsCardWaitsTakesTheCardAway) {
+    quickHook("claude", ev("UserPromptSubmit", {{text("prompt"), text("go")}}));
+    AgentSession* s = current(AgentKind::claude);
+    const QJsonObject bash{{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("ls")}}}};
+    auto [tool, card] = ask("claude", AgentKind::claude, bash);
+    ASSERT_NE(card, nullptr);
+    EXPECT_EQ(s->status(), AgentStatus::needsAttention());
+    tool->kill(); // the agent's hook timeout, or the user answering in the terminal
+    ASSERT_TRUE(test::waitUntil([&] { return s->pending().empty(); }, 10000));
+    EXPECT_EQ(s->status(), AgentStatus::thinking());
+}
