@@ -37,7 +37,8 @@ double medianMs(int runs, const std::function<void()>& work) {
     for (int i = 0; i < runs; ++i) {
         const auto start = std::chrono::steady_clock::now();
         work();
-        times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        times.push_back(
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     }
     std::sort(times.begin(), times.end());
     return times[times.size() / 2];
@@ -81,10 +82,14 @@ int main(int argc, char** argv) {
         double targetMs;
     };
     const Case cases[] = {
-        {"PreToolUse, Bash, 64 KiB command", event(QStringLiteral("Bash"), {{QStringLiteral("command"), command}}), 1.0},
+        {"PreToolUse, Bash, 64 KiB command",
+         event(QStringLiteral("Bash"), {{QStringLiteral("command"), command}}), 1.0},
         {"PreToolUse, Write, 1 MiB content",
-         event(QStringLiteral("Write"), {{QStringLiteral("file_path"), QStringLiteral("/p/big.txt")}, {QStringLiteral("content"), mebibyte}}), 5.0},
-        {"PreToolUse, unknown tool, 1 MiB text", event(QStringLiteral("mcp__srv__dump"), {{QStringLiteral("blob"), mebibyte}}), 5.0},
+         event(QStringLiteral("Write"), {{QStringLiteral("file_path"), QStringLiteral("/p/big.txt")},
+                                         {QStringLiteral("content"), mebibyte}}),
+         5.0},
+        {"PreToolUse, unknown tool, 1 MiB text",
+         event(QStringLiteral("mcp__srv__dump"), {{QStringLiteral("blob"), mebibyte}}), 5.0},
     };
     std::printf("Median time of AgentStore::handle per event (main thread), 60 runs each\n");
     std::printf("  %-40s %10s %16s %8s\n", "event", "handle", "parse only (ref)", "target");

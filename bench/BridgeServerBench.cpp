@@ -41,7 +41,8 @@ int connectTo(const QByteArray& path) {
 bool sendAll(int fd, const QByteArray& bytes) {
     qsizetype sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t n = ::send(fd, bytes.constData() + sent, static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
+        const ssize_t n =
+            ::send(fd, bytes.constData() + sent, static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
         if (n <= 0) {
             return false;
         }
@@ -122,7 +123,8 @@ private:
             QByteArray line;
             ssize_t n = 0;
             while ((n = ::recv(fd, buffer.data(), buffer.size(), 0)) > 0) {
-                const char* newline = static_cast<const char*>(std::memchr(buffer.data(), '\n', static_cast<size_t>(n)));
+                const char* newline =
+                    static_cast<const char*>(std::memchr(buffer.data(), '\n', static_cast<size_t>(n)));
                 line.append(buffer.data(), newline ? newline - buffer.data() : n);
                 if (newline) {
                     break;
@@ -201,7 +203,8 @@ void memoryFigure(const QString& app, qsizetype payloadBytes) {
     const bool answered = roundTrip(running.socket, line);
     const long after = running.peakKiB();
     const double payloadMiB = static_cast<double>(payloadBytes) / (1 << 20);
-    std::printf("  payload %5.1f MiB, line %5.1f MiB: %-9s peak %6.1f MiB (%.1f MiB at rest), growth %.2fx the payload\n",
+    std::printf("  payload %5.1f MiB, line %5.1f MiB: %-9s peak %6.1f MiB (%.1f MiB at rest), growth %.2fx "
+                "the payload\n",
                 payloadMiB, static_cast<double>(line.size()) / (1 << 20), answered ? "answered" : "dropped",
                 static_cast<double>(after) / 1024, static_cast<double>(before) / 1024,
                 static_cast<double>(after - before) / 1024 / payloadMiB);
@@ -213,7 +216,8 @@ int main(int argc, char** argv) {
     QCoreApplication qapp(argc, argv);
     const QStringList args = QCoreApplication::arguments();
     const qsizetype appIndex = args.indexOf(QStringLiteral("--app"));
-    const QString app = appIndex > 0 && appIndex + 1 < args.size() ? args[appIndex + 1] : QStringLiteral(MIRROWISP_APP_PATH);
+    const QString app =
+        appIndex > 0 && appIndex + 1 < args.size() ? args[appIndex + 1] : QStringLiteral(MIRROWISP_APP_PATH);
     const double seconds = 2.0;
 
     RunningApp running;

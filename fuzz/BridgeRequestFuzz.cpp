@@ -16,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto request = mirrowisp::BridgeProtocol::decodeRequest(line);
     if (request) {
         // Whatever decodes must survive our own encoding unchanged.
-        const auto again = mirrowisp::BridgeProtocol::decodeRequest(mirrowisp::BridgeProtocol::encodeRequest(*request));
+        const auto again =
+            mirrowisp::BridgeProtocol::decodeRequest(mirrowisp::BridgeProtocol::encodeRequest(*request));
         if (!again || !(*again == *request)) {
             std::abort();
         }

@@ -23,11 +23,15 @@ constexpr std::array<KindInfo, 8> table = {{
     {"copilot", "Copilot CLI", {0.72, 0.58, 0.98}, "https://github.com/features/copilot/cli"},
 }};
 
-const KindInfo& info(AgentKind kind) { return table[static_cast<std::size_t>(kind)]; }
+const KindInfo& info(AgentKind kind) {
+    return table[static_cast<std::size_t>(kind)];
+}
 
 } // namespace
 
-QString rawValue(AgentKind kind) { return QString::fromLatin1(info(kind).raw); }
+QString rawValue(AgentKind kind) {
+    return QString::fromLatin1(info(kind).raw);
+}
 
 std::optional<AgentKind> fromRawValue(QByteArrayView raw) {
     for (AgentKind kind : all) {
@@ -47,12 +51,20 @@ std::optional<AgentKind> fromRawValue(QStringView raw) {
     return std::nullopt;
 }
 
-QString displayName(AgentKind kind) { return QString::fromUtf8(info(kind).name); }
+QString displayName(AgentKind kind) {
+    return QString::fromUtf8(info(kind).name);
+}
 
-QString getTitle(AgentKind kind) { return QStringLiteral("Get ") + displayName(kind); }
+QString getTitle(AgentKind kind) {
+    return QStringLiteral("Get ") + displayName(kind);
+}
 
-AccentColor accent(AgentKind kind) { return info(kind).accent; }
+AccentColor accent(AgentKind kind) {
+    return info(kind).accent;
+}
 
-QString downloadURL(AgentKind kind) { return QString::fromLatin1(info(kind).download); }
+QString downloadURL(AgentKind kind) {
+    return QString::fromLatin1(info(kind).download);
+}
 
 } // namespace mirrowisp::AgentKinds

@@ -18,8 +18,8 @@ struct AccentColor {
 
 namespace AgentKinds {
 
-inline constexpr std::array<AgentKind, 8> all = {AgentKind::claude,   AgentKind::codex, AgentKind::cursor,
-                                                 AgentKind::opencode, AgentKind::amp,   AgentKind::devin,
+inline constexpr std::array<AgentKind, 8> all = {AgentKind::claude,   AgentKind::codex,  AgentKind::cursor,
+                                                 AgentKind::opencode, AgentKind::amp,    AgentKind::devin,
                                                  AgentKind::gemini,   AgentKind::copilot};
 
 QString rawValue(AgentKind kind);

@@ -28,7 +28,9 @@ QString AgentStatus::caseName() const {
     return {};
 }
 
-size_t qHash(const AgentQuestion::Option& option, size_t seed) { return qHashMulti(seed, option.label, option.description); }
+size_t qHash(const AgentQuestion::Option& option, size_t seed) {
+    return qHashMulti(seed, option.label, option.description);
+}
 
 size_t qHash(const AgentQuestion& question, size_t seed) {
     seed = qHashMulti(seed, question.question, question.header, question.multiSelect);

@@ -57,15 +57,21 @@ void AgentSession::setLastPrompt(const std::optional<QString>& prompt) {
 void AgentSession::setLastMessage(const std::optional<QString>& message) {
     assign(lastMessage_, message, &AgentSession::lastMessageChanged);
 }
-void AgentSession::setStartedAt(Timestamp at) { assign(startedAt_, at, &AgentSession::startedAtChanged); }
-void AgentSession::setUpdatedAt(Timestamp at) { assign(updatedAt_, at, &AgentSession::updatedAtChanged); }
+void AgentSession::setStartedAt(Timestamp at) {
+    assign(startedAt_, at, &AgentSession::startedAtChanged);
+}
+void AgentSession::setUpdatedAt(Timestamp at) {
+    assign(updatedAt_, at, &AgentSession::updatedAtChanged);
+}
 void AgentSession::setTurnStartedAt(const std::optional<Timestamp>& at) {
     assign(turnStartedAt_, at, &AgentSession::turnStartedAtChanged);
 }
 void AgentSession::setActiveSubagents(qint64 count) {
     assign(activeSubagents_, std::max<qint64>(0, count), &AgentSession::activeSubagentsChanged);
 }
-void AgentSession::setModel(const std::optional<QString>& model) { assign(model_, model, &AgentSession::modelChanged); }
+void AgentSession::setModel(const std::optional<QString>& model) {
+    assign(model_, model, &AgentSession::modelChanged);
+}
 
 PendingDecision* AgentSession::appendPending(std::unique_ptr<PendingDecision> decision) {
     PendingDecision* added = decision.get();
@@ -121,6 +127,8 @@ QString AgentSession::projectName() const {
     return last.isEmpty() ? QStringLiteral("~") : last.toString();
 }
 
-bool AgentSession::needsUser() const { return !pending_.empty() || status_.kind == AgentStatus::Case::needsAttention; }
+bool AgentSession::needsUser() const {
+    return !pending_.empty() || status_.kind == AgentStatus::Case::needsAttention;
+}
 
 } // namespace mirrowisp

@@ -14,7 +14,9 @@ namespace mirrowisp {
 
 namespace {
 
-QString lastSeenKey(AgentKind agent) { return QStringLiteral("lastSeen.") + AgentKinds::rawValue(agent); }
+QString lastSeenKey(AgentKind agent) {
+    return QStringLiteral("lastSeen.") + AgentKinds::rawValue(agent);
+}
 
 } // namespace
 
@@ -213,14 +215,18 @@ void AgentStore::applyRow(const QString& event, AgentSession& session, const QJs
         session.setLastMessage(std::nullopt);
         raise(AgentSignal::promptSubmitted, session);
     } else if (event == QLatin1StringView("PreToolUse")) {
-        const QString name = json::string(payload, QLatin1StringView("tool_name")).value_or(QStringLiteral("Tool"));
-        const QJsonObject input = json::object(payload, QLatin1StringView("tool_input")).value_or(QJsonObject());
+        const QString name =
+            json::string(payload, QLatin1StringView("tool_name")).value_or(QStringLiteral("Tool"));
+        const QJsonObject input =
+            json::object(payload, QLatin1StringView("tool_input")).value_or(QJsonObject());
         const QString shown = displayName(name);
         session.setStatus(AgentStatus::runningTool(shown));
         session.setToolDetail(summary(name, input));
         session.setActivity(activity(shown, session.toolDetail()));
-    } else if (event == QLatin1StringView("PostToolUse") || event == QLatin1StringView("PostToolUseFailure") ||
-               event == QLatin1StringView("PostToolBatch") || event == QLatin1StringView("PermissionDenied")) {
+    } else if (event == QLatin1StringView("PostToolUse") ||
+               event == QLatin1StringView("PostToolUseFailure") ||
+               event == QLatin1StringView("PostToolBatch") ||
+               event == QLatin1StringView("PermissionDenied")) {
         applyPostTool(session, payload);
     } else if (event == QLatin1StringView("AgentResponse")) {
         const auto message = json::string(payload, QLatin1StringView("message"));
@@ -253,7 +259,8 @@ void AgentStore::applyPostTool(AgentSession& session, const QJsonObject& payload
         for (const auto& decision : session.pending()) {
             payloads.append(decision->payload());
         }
-        const auto index = answeredElsewhere(payloads, *tool, json::object(payload, QLatin1StringView("tool_input")));
+        const auto index =
+            answeredElsewhere(payloads, *tool, json::object(payload, QLatin1StringView("tool_input")));
         if (index) {
             PendingDecision& settled = *session.pending()[static_cast<std::size_t>(*index)];
             settled.connection()->reply();
@@ -286,7 +293,8 @@ void AgentStore::applyStop(AgentSession& session, const QJsonObject& payload) {
     if (const auto last = json::string(payload, QLatin1StringView("last_assistant_message"))) {
         session.setLastMessage(condense(*last));
     } else if (session.transcriptPath()) {
-        if (auto message = TranscriptReader::lastAssistantMessage(*session.transcriptPath(), session.agent())) {
+        if (auto message =
+                TranscriptReader::lastAssistantMessage(*session.transcriptPath(), session.agent())) {
             session.setLastMessage(message);
         }
     }

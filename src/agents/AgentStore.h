@@ -54,7 +54,8 @@ public:
     // One bridge request: an agent's hook event.
     void handle(const std::shared_ptr<BridgeConnection>& connection);
     // The same, with the payload already parsed by the caller (nothing when it is no JSON object).
-    void handle(const std::shared_ptr<BridgeConnection>& connection, const std::optional<QJsonObject>& payload);
+    void handle(const std::shared_ptr<BridgeConnection>& connection,
+                const std::optional<QJsonObject>& payload);
     // The event object carried by a request, if its payload is one.
     static std::optional<QJsonObject> parsePayload(const QByteArray& payload);
     // Remembers when the agent was last heard; written at most every 20 seconds per agent.
@@ -98,8 +99,8 @@ private:
     void applyPostTool(AgentSession& session, const QJsonObject& payload);
     void applyNotification(AgentSession& session, const QJsonObject& payload);
     void applyStop(AgentSession& session, const QJsonObject& payload);
-    void handlePermissionRequest(const std::shared_ptr<BridgeConnection>& connection, const QJsonObject& payload,
-                                 AgentSession& session);
+    void handlePermissionRequest(const std::shared_ptr<BridgeConnection>& connection,
+                                 const QJsonObject& payload, AgentSession& session);
     void backfillPrompt(AgentSession& session, const QString& path);
     void raise(AgentSignal signal, AgentSession& session);
     bool contains(const AgentSession* session) const;

@@ -1,5 +1,4 @@
 #include "agents/AgentStore.h"
-
 #include "agents/JsonValues.h"
 #include "app/Preferences.h"
 
@@ -16,7 +15,9 @@ const QString askUserQuestion = QStringLiteral("AskUserQuestion");
 const QString exitPlanMode = QStringLiteral("ExitPlanMode");
 
 // Question and plan cards, and rules for always allowing, exist only where the agent reads them.
-bool speaksCards(AgentKind agent) { return agent == AgentKind::claude || agent == AgentKind::opencode; }
+bool speaksCards(AgentKind agent) {
+    return agent == AgentKind::claude || agent == AgentKind::opencode;
+}
 
 // An array whose every element is an object; anything else counts as no list at all.
 bool allObjects(const QJsonValue& value) {
@@ -27,7 +28,9 @@ bool allObjects(const QJsonValue& value) {
     return std::all_of(array.begin(), array.end(), [](const QJsonValue& entry) { return entry.isObject(); });
 }
 
-QJsonObject behavior(const char* value) { return {{QStringLiteral("behavior"), QLatin1StringView(value)}}; }
+QJsonObject behavior(const char* value) {
+    return {{QStringLiteral("behavior"), QLatin1StringView(value)}};
+}
 
 } // namespace
 
@@ -40,7 +43,8 @@ void AgentStore::handlePermissionRequest(const std::shared_ptr<BridgeConnection>
         connection->reply();
         return;
     }
-    const QString tool = json::string(payload, QLatin1StringView("tool_name")).value_or(QStringLiteral("Tool"));
+    const QString tool =
+        json::string(payload, QLatin1StringView("tool_name")).value_or(QStringLiteral("Tool"));
     const QJsonObject input = json::object(payload, QLatin1StringView("tool_input")).value_or(QJsonObject());
 
     DecisionKind kind;
@@ -52,9 +56,11 @@ void AgentStore::handlePermissionRequest(const std::shared_ptr<BridgeConnection>
         }
         kind = DecisionKind::question(questions);
     } else if (tool == exitPlanMode && speaksCards(session.agent())) {
-        kind = DecisionKind::plan(json::string(input, QLatin1StringView("plan")).value_or(QStringLiteral("(empty plan)")));
+        kind = DecisionKind::plan(
+            json::string(input, QLatin1StringView("plan")).value_or(QStringLiteral("(empty plan)")));
     } else {
-        kind = DecisionKind::permission(displayName(tool), summary(tool, input).value_or(tool), detail(tool, input));
+        kind = DecisionKind::permission(displayName(tool), summary(tool, input).value_or(tool),
+                                        detail(tool, input));
     }
 
     const QString id = connection->request().id;
@@ -105,7 +111,8 @@ QList<AgentQuestion> AgentStore::parseQuestions(const QJsonObject& input) {
     return questions;
 }
 
-std::optional<qsizetype> AgentStore::answeredElsewhere(const QList<QJsonObject>& payloads, const QString& tool,
+std::optional<qsizetype> AgentStore::answeredElsewhere(const QList<QJsonObject>& payloads,
+                                                       const QString& tool,
                                                        const std::optional<QJsonObject>& input) {
     QList<qsizetype> candidates;
     for (qsizetype i = 0; i < payloads.size(); ++i) {
@@ -148,7 +155,8 @@ void AgentStore::allow(PendingDecision& decision, AgentSession& session, bool al
 
 void AgentStore::answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers) {
     // Every other key of the input goes back as it came.
-    QJsonObject input = json::object(decision.payload(), QLatin1StringView("tool_input")).value_or(QJsonObject());
+    QJsonObject input =
+        json::object(decision.payload(), QLatin1StringView("tool_input")).value_or(QJsonObject());
     input.insert(QStringLiteral("answers"), answers);
     QJsonObject object = behavior("allow");
     object.insert(QStringLiteral("updatedInput"), input);
@@ -191,8 +199,9 @@ std::optional<QString> AgentStore::replyText(AgentKind agent, const QJsonObject&
     if (agent == AgentKind::devin) {
         if (decisionObject.value(QLatin1StringView("behavior")) == QJsonValue(QStringLiteral("deny"))) {
             wrapped.insert(QStringLiteral("decision"), QStringLiteral("block"));
-            wrapped.insert(QStringLiteral("reason"), json::string(decisionObject, QLatin1StringView("message"))
-                                                         .value_or(QStringLiteral("Denied in Mirrowisp.")));
+            wrapped.insert(QStringLiteral("reason"),
+                           json::string(decisionObject, QLatin1StringView("message"))
+                               .value_or(QStringLiteral("Denied in Mirrowisp.")));
         } else {
             wrapped.insert(QStringLiteral("decision"), QStringLiteral("approve"));
         }
@@ -208,7 +217,8 @@ std::optional<QString> AgentStore::replyText(AgentKind agent, const QJsonObject&
     return QString::fromUtf8(text);
 }
 
-void AgentStore::respond(PendingDecision& decision, AgentSession& session, const QJsonObject& decisionObject) {
+void AgentStore::respond(PendingDecision& decision, AgentSession& session,
+                         const QJsonObject& decisionObject) {
     const QString id = decision.id();
     const std::shared_ptr<BridgeConnection> connection = decision.connection();
     connection->reply(replyText(session.agent(), decisionObject)); // no text is no decision

@@ -11,7 +11,9 @@ AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& cloc
 
 AppModel::~AppModel() = default;
 
-void AppModel::start() { startBridge(); }
+void AppModel::start() {
+    startBridge();
+}
 
 void AppModel::stop() {
     if (bridge_) {
@@ -40,7 +42,8 @@ void AppModel::startBridge() {
 void AppModel::route(const std::shared_ptr<BridgeConnection>& connection) {
     // Parsed once here, for the route and for the store.
     const std::optional<QJsonObject> event = AgentStore::parsePayload(connection->request().payload);
-    if (event && event->value(QLatin1StringView("hook_event_name")) == QJsonValue(QStringLiteral("StatusLine"))) {
+    if (event &&
+        event->value(QLatin1StringView("hook_event_name")) == QJsonValue(QStringLiteral("StatusLine"))) {
         // Status lines feed the usage meters, not the sessions.
         statusLines_.insert(connection->request().agent, *event);
         connection->reply();

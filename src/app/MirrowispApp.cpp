@@ -3,8 +3,8 @@
 #include "app/AppModel.h"
 #include "app/Preferences.h"
 #include "base/Clock.h"
-#include "base/UserDefaults.h"
 #include "base/Log.h"
+#include "base/UserDefaults.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>

@@ -1,3 +1,5 @@
 #include "app/MirrowispApp.h"
 
-int main(int argc, char** argv) { return mirrowisp::runMirrowisp(argc, argv); }
+int main(int argc, char** argv) {
+    return mirrowisp::runMirrowisp(argc, argv);
+}

@@ -121,7 +121,8 @@ std::optional<QByteArray> BridgeLoop::readLine(int fd, QByteArray& chunk) {
         if (n <= 0) {
             return std::nullopt; // timeout, error, or end of file before the newline
         }
-        const auto* newline = static_cast<const char*>(std::memchr(chunk.constData(), '\n', static_cast<size_t>(n)));
+        const auto* newline =
+            static_cast<const char*>(std::memchr(chunk.constData(), '\n', static_cast<size_t>(n)));
         if (newline != nullptr) {
             // Whatever follows the first newline in this chunk is ignored.
             line.append(chunk.constData(), newline - chunk.constData());

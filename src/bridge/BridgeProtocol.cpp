@@ -56,7 +56,9 @@ QString supportDirectory() {
     return QDir::homePath() + QStringLiteral("/.mirrowisp");
 }
 
-QString socketPath() { return supportDirectory() + QStringLiteral("/bridge.sock"); }
+QString socketPath() {
+    return supportDirectory() + QStringLiteral("/bridge.sock");
+}
 
 namespace {
 

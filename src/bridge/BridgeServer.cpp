@@ -64,7 +64,8 @@ std::optional<BridgeError> BridgeServer::start() {
     }
 
     std::error_code made;
-    std::filesystem::create_directories(std::filesystem::path(QFile::encodeName(directory).toStdString()), made);
+    std::filesystem::create_directories(std::filesystem::path(QFile::encodeName(directory).toStdString()),
+                                        made);
     if (made) {
         return posixError(made.value());
     }
@@ -83,7 +84,8 @@ std::optional<BridgeError> BridgeServer::start() {
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size() + 1);
-    if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 || ::listen(fd, listenBacklog) != 0) {
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+        ::listen(fd, listenBacklog) != 0) {
         const int code = errno;
         ::close(fd);
         return posixError(code);
@@ -131,6 +133,8 @@ void BridgeServer::stop() {
     }
 }
 
-bool BridgeServer::isListening() const { return loop_ && loop_->isListening(); }
+bool BridgeServer::isListening() const {
+    return loop_ && loop_->isListening();
+}
 
 } // namespace mirrowisp

@@ -6,7 +6,9 @@ namespace mirrowisp {
 
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 int hexValue(char c) {
     if (c >= '0' && c <= '9') {
@@ -295,7 +297,9 @@ bool JsonScanner::readBool(bool& out) {
     return false;
 }
 
-bool JsonScanner::readNull() { return peek() == Type::null && expectLiteral("null"); }
+bool JsonScanner::readNull() {
+    return peek() == Type::null && expectLiteral("null");
+}
 
 bool JsonScanner::readNumber(double& out) {
     if (peek() != Type::number) {
@@ -346,7 +350,9 @@ bool JsonScanner::scanNumber() {
     return true;
 }
 
-bool JsonScanner::skipValue() { return skipValue(0); }
+bool JsonScanner::skipValue() {
+    return skipValue(0);
+}
 
 bool JsonScanner::skipValue(int depth) {
     if (depth >= maxDepth) {

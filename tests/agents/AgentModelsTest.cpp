@@ -15,7 +15,8 @@ TEST(AgentKind, KeepsItsOrderRawValuesAndNames) {
         EXPECT_EQ(AgentKinds::getTitle(kind), QStringLiteral("Get ") + AgentKinds::displayName(kind));
         EXPECT_TRUE(AgentKinds::downloadURL(kind).startsWith(QStringLiteral("https://")));
     }
-    EXPECT_EQ(raws.join(QLatin1Char(',')), QStringLiteral("claude,codex,cursor,opencode,amp,devin,gemini,copilot"));
+    EXPECT_EQ(raws.join(QLatin1Char(',')),
+              QStringLiteral("claude,codex,cursor,opencode,amp,devin,gemini,copilot"));
     EXPECT_EQ(AgentKinds::displayName(AgentKind::gemini), QStringLiteral("Gemini CLI"));
     EXPECT_EQ(AgentKinds::accent(AgentKind::claude), (AccentColor{0.851, 0.467, 0.341}));
     EXPECT_FALSE(AgentKinds::fromRawValue(QStringView(u"Claude")).has_value());
@@ -26,10 +27,12 @@ TEST(AgentStatus, GroupsWorkingAndQuietCases) {
     EXPECT_TRUE(AgentStatus::runningTool(QStringLiteral("Bash")).isWorking());
     EXPECT_TRUE(AgentStatus::thinking().isWorking());
     EXPECT_TRUE(AgentStatus::compacting().isWorking());
-    for (const AgentStatus& quiet : {AgentStatus::idle(), AgentStatus::needsAttention(), AgentStatus::done(), AgentStatus::ended()}) {
+    for (const AgentStatus& quiet :
+         {AgentStatus::idle(), AgentStatus::needsAttention(), AgentStatus::done(), AgentStatus::ended()}) {
         EXPECT_TRUE(quiet.isQuiet()) << quiet.caseName().toStdString();
     }
-    EXPECT_NE(AgentStatus::runningTool(QStringLiteral("Bash")), AgentStatus::runningTool(QStringLiteral("Edit")));
+    EXPECT_NE(AgentStatus::runningTool(QStringLiteral("Bash")),
+              AgentStatus::runningTool(QStringLiteral("Edit")));
 }
 
 TEST(AgentSession, NamesItselfAfterAgentAndDirectory) {
@@ -40,7 +43,8 @@ TEST(AgentSession, NamesItselfAfterAgentAndDirectory) {
     session.setCwd(QStringLiteral("/home/me/src/mirrowisp/"));
     EXPECT_EQ(session.projectName(), QStringLiteral("mirrowisp"));
     session.setCwd(QString());
-    EXPECT_EQ(session.cwd(), QStringLiteral("/home/me/src/mirrowisp/")) << "an empty directory never replaces one";
+    EXPECT_EQ(session.cwd(), QStringLiteral("/home/me/src/mirrowisp/"))
+        << "an empty directory never replaces one";
     session.setCwd(QStringLiteral("/"));
     EXPECT_EQ(session.projectName(), QStringLiteral("/"));
 }
@@ -74,8 +78,9 @@ TEST(AgentSession, NeedsTheUserWhileADecisionWaitsWhateverItsStatus) {
     QJsonObject payload{{QStringLiteral("permission_suggestions"), QJsonArray{QJsonObject{}}}};
     auto connection = BridgeConnection::make({QStringLiteral("d1"), AgentKind::claude, "{}", false, {}}, -1);
     session.appendPending(std::make_unique<PendingDecision>(
-        QStringLiteral("d1"), DecisionKind::permission(QStringLiteral("Bash"), QStringLiteral("ls"), std::nullopt), 101,
-        connection, payload));
+        QStringLiteral("d1"),
+        DecisionKind::permission(QStringLiteral("Bash"), QStringLiteral("ls"), std::nullopt), 101, connection,
+        payload));
     EXPECT_TRUE(session.needsUser());
     EXPECT_EQ(needsUser.count(), 1);
     ASSERT_NE(session.findPending(QStringLiteral("d1")), nullptr);
@@ -86,7 +91,8 @@ TEST(AgentSession, NeedsTheUserWhileADecisionWaitsWhateverItsStatus) {
     EXPECT_FALSE(session.needsUser());
     EXPECT_EQ(needsUser.count(), 2);
 
-    auto empty = std::make_unique<PendingDecision>(QStringLiteral("d2"), DecisionKind::plan(QStringLiteral("# Plan")), 1,
-                                                   connection, QJsonObject{{QStringLiteral("permission_suggestions"), QJsonArray{}}});
+    auto empty = std::make_unique<PendingDecision>(
+        QStringLiteral("d2"), DecisionKind::plan(QStringLiteral("# Plan")), 1, connection,
+        QJsonObject{{QStringLiteral("permission_suggestions"), QJsonArray{}}});
     EXPECT_FALSE(empty->hasAlwaysAllowSuggestion());
 }

@@ -8,7 +8,9 @@ using test::AgentStoreFixture;
 
 namespace {
 
-QString text(const char* s) { return QString::fromUtf8(s); }
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
 
 QJsonObject parsed(const std::optional<QString>& printed) {
     return printed ? QJsonDocument::fromJson(printed->toUtf8()).object() : QJsonObject();
@@ -20,14 +22,17 @@ QJsonObject permission(const char* tool, QJsonObject input, QJsonObject extra = 
     return extra;
 }
 
-const QJsonArray suggestions{QJsonObject{{text("type"), text("addRules")}, {text("rules"), QJsonArray{QJsonObject{{text("toolName"), text("Bash")}}}}}};
+const QJsonArray suggestions{
+    QJsonObject{{text("type"), text("addRules")},
+                {text("rules"), QJsonArray{QJsonObject{{text("toolName"), text("Bash")}}}}}};
 
 } // namespace
 
 class AgentStoreDecisions : public AgentStoreFixture {
 protected:
     // A permission request that waits; returns the tool's end and the decision.
-    std::pair<Sent, PendingDecision*> request(AgentKind agent, const QJsonObject& fields, const char* sessionID = "s1") {
+    std::pair<Sent, PendingDecision*> request(AgentKind agent, const QJsonObject& fields,
+                                              const char* sessionID = "s1") {
         Sent sent = send(agent, event("PermissionRequest", sessionID, fields));
         AgentSession* s = session(agent, QString::fromUtf8(sessionID));
         PendingDecision* decision = s ? s->findPending(sent.connection->request().id) : nullptr;
@@ -36,48 +41,61 @@ protected:
 };
 
 TEST_F(AgentStoreDecisions, APermissionWaitsForTheUserAndAllowReachesTheToolExactly) {
-    auto [sent, decision] = request(AgentKind::claude, permission("Bash", {{text("command"), text("rm -rf build")}}));
+    auto [sent, decision] =
+        request(AgentKind::claude, permission("Bash", {{text("command"), text("rm -rf build")}}));
     ASSERT_NE(decision, nullptr);
     AgentSession* s = session(AgentKind::claude, text("s1"));
     EXPECT_TRUE(sent.tool->stillWaiting());
     EXPECT_EQ(s->status(), AgentStatus::needsAttention());
     EXPECT_EQ(signalCount(AgentSignal::needsAttention), 1);
-    EXPECT_EQ(decision->kind(), DecisionKind::permission(text("Bash"), text("rm -rf build"), text("rm -rf build")));
+    EXPECT_EQ(decision->kind(),
+              DecisionKind::permission(text("Bash"), text("rm -rf build"), text("rm -rf build")));
     EXPECT_EQ(decision->createdAt(), clock.now());
 
     store.allow(*decision, *s, false);
-    EXPECT_EQ(sent.tool->printed(),
-              text(R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        sent.tool->printed(),
+        text(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
     EXPECT_TRUE(s->pending().empty());
     EXPECT_EQ(s->status(), AgentStatus::thinking());
 }
 
 TEST_F(AgentStoreDecisions, AlwaysAllowCarriesTheSuggestionsOnlyWhereTheAgentReadsThem) {
-    const QJsonObject withRules = permission("Bash", {{text("command"), text("ls")}}, {{text("permission_suggestions"), suggestions}});
+    const QJsonObject withRules =
+        permission("Bash", {{text("command"), text("ls")}}, {{text("permission_suggestions"), suggestions}});
     auto [claude, claudeDecision] = request(AgentKind::claude, withRules, "a");
     store.allow(*claudeDecision, *session(AgentKind::claude, text("a")), true);
     const QJsonObject claudeReply = parsed(claude.tool->printed());
-    EXPECT_EQ(claudeReply[text("hookSpecificOutput")][text("decision")][text("updatedPermissions")], QJsonValue(suggestions));
+    EXPECT_EQ(claudeReply[text("hookSpecificOutput")][text("decision")][text("updatedPermissions")],
+              QJsonValue(suggestions));
 
     auto [codex, codexDecision] = request(AgentKind::codex, withRules, "b");
     store.allow(*codexDecision, *session(AgentKind::codex, text("b")), true);
     EXPECT_EQ(parsed(codex.tool->printed())[text("hookSpecificOutput")][text("decision")].toObject(),
               (QJsonObject{{text("behavior"), text("allow")}}));
 
-    auto [bare, bareDecision] = request(AgentKind::claude, permission("Bash", {}, {{text("permission_suggestions"), QJsonArray{}}}), "c");
+    auto [bare, bareDecision] = request(
+        AgentKind::claude, permission("Bash", {}, {{text("permission_suggestions"), QJsonArray{}}}), "c");
     EXPECT_FALSE(bareDecision->hasAlwaysAllowSuggestion());
     store.allow(*bareDecision, *session(AgentKind::claude, text("c")), true);
-    EXPECT_EQ(bare.tool->printed(),
-              text(R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        bare.tool->printed(),
+        text(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
 }
 
 TEST_F(AgentStoreDecisions, DenyAndTheDevinShape) {
-    auto [claude, claudeDecision] = request(AgentKind::claude, permission("Write", {{text("file_path"), text("/a/b.txt")}}));
+    auto [claude, claudeDecision] =
+        request(AgentKind::claude, permission("Write", {{text("file_path"), text("/a/b.txt")}}));
     store.deny(*claudeDecision, *session(AgentKind::claude, text("s1")));
-    EXPECT_EQ(claude.tool->printed(),
-              text(R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"The user denied this from Mirrowisp."},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        claude.tool->printed(),
+        text(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"The user denied this from Mirrowisp."},"hookEventName":"PermissionRequest"}})"));
 
-    auto [allowed, allowedDecision] = request(AgentKind::devin, permission("exec_command", {{text("cmd"), text("make")}}), "d1");
+    auto [allowed, allowedDecision] =
+        request(AgentKind::devin, permission("exec_command", {{text("cmd"), text("make")}}), "d1");
     AgentSession* devin = session(AgentKind::devin, text("d1"));
     EXPECT_EQ(allowedDecision->kind().tool, text("Bash"));
     store.allow(*allowedDecision, *devin, true);
@@ -85,7 +103,8 @@ TEST_F(AgentStoreDecisions, DenyAndTheDevinShape) {
 
     auto [denied, deniedDecision] = request(AgentKind::devin, permission("exec_command", {}), "d1");
     store.deny(*deniedDecision, *devin);
-    EXPECT_EQ(denied.tool->printed(), text(R"({"decision":"block","reason":"The user denied this from Mirrowisp."})"));
+    EXPECT_EQ(denied.tool->printed(),
+              text(R"({"decision":"block","reason":"The user denied this from Mirrowisp."})"));
 
     auto [bare, bareDecision] = request(AgentKind::devin, permission("exec_command", {}), "d1");
     store.respond(*bareDecision, *devin, {{text("behavior"), text("deny")}});
@@ -94,38 +113,48 @@ TEST_F(AgentStoreDecisions, DenyAndTheDevinShape) {
 
 TEST_F(AgentStoreDecisions, QuestionsBecomeCardsForAgentsThatAskThem) {
     const QJsonArray questions{
-        QJsonObject{{text("question"), text("Which database?")}, {text("header"), text("DB")},
-                    {text("options"), QJsonArray{QJsonObject{{text("label"), text("SQLite")}, {text("description"), text("file")}},
-                                                 QJsonObject{{text("label"), 5}}, QJsonObject{{text("label"), text("Postgres")}}}},
-                    {text("multiSelect"), true}},
+        QJsonObject{
+            {text("question"), text("Which database?")},
+            {text("header"), text("DB")},
+            {text("options"),
+             QJsonArray{QJsonObject{{text("label"), text("SQLite")}, {text("description"), text("file")}},
+                        QJsonObject{{text("label"), 5}}, QJsonObject{{text("label"), text("Postgres")}}}},
+            {text("multiSelect"), true}},
         QJsonObject{{text("question"), 3}},
         QJsonObject{{text("question"), text("Why?")}, {text("multiSelect"), text("true")}},
     };
-    const QJsonObject input{{text("questions"), questions}, {text("answers"), QJsonObject{{text("old"), text("x")}}}, {text("keep"), 1}};
+    const QJsonObject input{{text("questions"), questions},
+                            {text("answers"), QJsonObject{{text("old"), text("x")}}},
+                            {text("keep"), 1}};
     auto [sent, decision] = request(AgentKind::claude, permission("AskUserQuestion", input));
     ASSERT_NE(decision, nullptr);
     ASSERT_EQ(decision->kind().kind, DecisionKind::Case::question);
     const QList<AgentQuestion>& parsedQuestions = decision->kind().questions;
     ASSERT_EQ(parsedQuestions.size(), 2);
-    EXPECT_EQ(parsedQuestions[0].options, (QList<AgentQuestion::Option>{{text("SQLite"), text("file")}, {text("Postgres"), QString()}}));
+    EXPECT_EQ(parsedQuestions[0].options,
+              (QList<AgentQuestion::Option>{{text("SQLite"), text("file")}, {text("Postgres"), QString()}}));
     EXPECT_TRUE(parsedQuestions[0].multiSelect);
     EXPECT_FALSE(parsedQuestions[1].multiSelect);
     EXPECT_EQ(parsedQuestions[1].header, QString());
 
-    store.answer(*decision, *session(AgentKind::claude, text("s1")), {{text("Which database?"), text("SQLite, Postgres")}, {text("Why?"), text("speed")}});
-    const QJsonObject reply = parsed(sent.tool->printed())[text("hookSpecificOutput")][text("decision")].toObject();
+    store.answer(*decision, *session(AgentKind::claude, text("s1")),
+                 {{text("Which database?"), text("SQLite, Postgres")}, {text("Why?"), text("speed")}});
+    const QJsonObject reply =
+        parsed(sent.tool->printed())[text("hookSpecificOutput")][text("decision")].toObject();
     EXPECT_EQ(reply[text("behavior")], text("allow"));
     const QJsonObject updated = reply[text("updatedInput")].toObject();
     EXPECT_EQ(updated[text("questions")], QJsonValue(questions));
     EXPECT_EQ(updated[text("keep")], 1);
-    EXPECT_EQ(updated[text("answers")], (QJsonObject{{text("Which database?"), text("SQLite, Postgres")}, {text("Why?"), text("speed")}}));
+    EXPECT_EQ(updated[text("answers")], (QJsonObject{{text("Which database?"), text("SQLite, Postgres")},
+                                                     {text("Why?"), text("speed")}}));
 
     auto [codex, codexDecision] = request(AgentKind::codex, permission("AskUserQuestion", input));
     EXPECT_EQ(codexDecision->kind().kind, DecisionKind::Case::permission);
 
     AgentSession* s = session(AgentKind::claude, text("s1"));
     const AgentStatus before = s->status();
-    auto [empty, none] = request(AgentKind::claude, permission("AskUserQuestion", {{text("questions"), QJsonArray{}}}));
+    auto [empty, none] =
+        request(AgentKind::claude, permission("AskUserQuestion", {{text("questions"), QJsonArray{}}}));
     EXPECT_EQ(none, nullptr);
     EXPECT_EQ(empty.tool->printed(), std::nullopt);
     EXPECT_FALSE(empty.tool->stillWaiting());
@@ -138,35 +167,49 @@ TEST_F(AgentStoreDecisions, PlansAreApprovedWithOrWithoutAutoEditOrSentBack) {
     AgentSession* s = session(AgentKind::claude, text("s1"));
     store.keepPlanning(*empty, *s, text("  \n "));
     EXPECT_EQ(parsed(noPlan.tool->printed())[text("hookSpecificOutput")][text("decision")].toObject(),
-              (QJsonObject{{text("behavior"), text("deny")}, {text("message"), text("The user wants to keep planning.")}}));
+              (QJsonObject{{text("behavior"), text("deny")},
+                           {text("message"), text("The user wants to keep planning.")}}));
 
-    auto [withFeedback, second] = request(AgentKind::claude, permission("ExitPlanMode", {{text("plan"), text("# Steps")}}));
+    auto [withFeedback, second] =
+        request(AgentKind::claude, permission("ExitPlanMode", {{text("plan"), text("# Steps")}}));
     EXPECT_EQ(second->kind().markdown, text("# Steps"));
     store.keepPlanning(*second, *s, text("  Use a queue instead.\n"));
-    EXPECT_EQ(parsed(withFeedback.tool->printed())[text("hookSpecificOutput")][text("decision")][text("message")], text("Use a queue instead."));
+    EXPECT_EQ(
+        parsed(withFeedback.tool->printed())[text("hookSpecificOutput")][text("decision")][text("message")],
+        text("Use a queue instead."));
 
-    auto [approved, third] = request(AgentKind::opencode, permission("ExitPlanMode", {{text("plan"), text("x")}}), "o");
+    auto [approved, third] =
+        request(AgentKind::opencode, permission("ExitPlanMode", {{text("plan"), text("x")}}), "o");
     store.approvePlan(*third, *session(AgentKind::opencode, text("o")), true);
-    EXPECT_EQ(approved.tool->printed(),
-              text(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"destination":"session","mode":"acceptEdits","type":"setMode"}]},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        approved.tool->printed(),
+        text(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"destination":"session","mode":"acceptEdits","type":"setMode"}]},"hookEventName":"PermissionRequest"}})"));
 }
 
 TEST_F(AgentStoreDecisions, APostToolEventWithdrawsTheCardAnsweredInTheAgent) {
-    const QJsonObject input{{text("questions"), QJsonArray{QJsonObject{{text("question"), text("Q?")}}}}, {text("n"), 1}};
-    auto [first, firstDecision] = request(AgentKind::claude, permission("Bash", {{text("command"), text("ls")}, {text("timeout"), 5}}));
-    auto [second, secondDecision] = request(AgentKind::claude, permission("Bash", {{text("timeout"), 5}, {text("command"), text("ls")}}));
+    const QJsonObject input{{text("questions"), QJsonArray{QJsonObject{{text("question"), text("Q?")}}}},
+                            {text("n"), 1}};
+    auto [first, firstDecision] =
+        request(AgentKind::claude, permission("Bash", {{text("command"), text("ls")}, {text("timeout"), 5}}));
+    auto [second, secondDecision] =
+        request(AgentKind::claude, permission("Bash", {{text("timeout"), 5}, {text("command"), text("ls")}}));
     AgentSession* s = session(AgentKind::claude, text("s1"));
     ASSERT_EQ(s->pending().size(), 2U);
 
     // Same input, numbers by value and keys in another order: only the first card goes.
-    sendAnswered(AgentKind::claude, event("PostToolUse", "s1", permission("Bash", {{text("timeout"), 5.0}, {text("command"), text("ls")}})));
+    sendAnswered(AgentKind::claude,
+                 event("PostToolUse", "s1",
+                       permission("Bash", {{text("timeout"), 5.0}, {text("command"), text("ls")}})));
     EXPECT_EQ(first.tool->printed(), std::nullopt);
     EXPECT_FALSE(first.tool->stillWaiting());
     EXPECT_TRUE(second.tool->stillWaiting());
     ASSERT_EQ(s->pending().size(), 1U);
-    EXPECT_EQ(s->status(), AgentStatus::needsAttention()) << "a post-tool event does not leave needsAttention while a card waits";
+    EXPECT_EQ(s->status(), AgentStatus::needsAttention())
+        << "a post-tool event does not leave needsAttention while a card waits";
 
-    sendAnswered(AgentKind::claude, event("PostToolUse", "s1", permission("Bash", {{text("command"), text("pwd")}})));
+    sendAnswered(AgentKind::claude,
+                 event("PostToolUse", "s1", permission("Bash", {{text("command"), text("pwd")}})));
     EXPECT_EQ(s->pending().size(), 1U) << "a different input settles nothing";
 
     // A question answered in the terminal comes back with "answers" added to its input.
@@ -222,8 +265,12 @@ TEST_F(AgentStoreDecisions, WithApprovalsOffTheAgentsOwnPromptDecides) {
             repliesWhenRaised = waiting->isFinished() ? 1 : 0;
         }
     });
-    BridgeRequest requestLine{text("r"), AgentKind::claude,
-                              QJsonDocument(event("PermissionRequest", "s1", permission("Bash", {}))).toJson(), true, {}};
+    BridgeRequest requestLine{
+        text("r"),
+        AgentKind::claude,
+        QJsonDocument(event("PermissionRequest", "s1", permission("Bash", {}))).toJson(),
+        true,
+        {}};
     int fds[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
     test::ToolEnd tool(fds[1]);

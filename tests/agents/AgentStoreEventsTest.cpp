@@ -8,7 +8,9 @@ using namespace mirrowisp;
 using test::AgentStoreFixture;
 
 namespace {
-QString text(const char* s) { return QString::fromUtf8(s); }
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
 } // namespace
 
 class AgentStoreEvents : public AgentStoreFixture {};
@@ -17,7 +19,8 @@ TEST_F(AgentStoreEvents, FollowsAConversationFromStartToEnd) {
     ProcessContext terminal;
     terminal.tty = text("/dev/pts/7");
     terminal.agentPID = 4242;
-    sendAnswered(AgentKind::claude, event("SessionStart", "s1", {{text("cwd"), text("/home/me/app")}}), terminal);
+    sendAnswered(AgentKind::claude, event("SessionStart", "s1", {{text("cwd"), text("/home/me/app")}}),
+                 terminal);
     AgentSession* s = session(AgentKind::claude, text("s1"));
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(s->status(), AgentStatus::idle());
@@ -26,7 +29,9 @@ TEST_F(AgentStoreEvents, FollowsAConversationFromStartToEnd) {
     EXPECT_EQ(signalCount(AgentSignal::sessionStarted), 1);
 
     clock.advance(1);
-    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1", {{text("prompt"), text("Fix the **failing** test")}, {text("model"), text("opus")}}));
+    sendAnswered(AgentKind::claude,
+                 event("UserPromptSubmit", "s1",
+                       {{text("prompt"), text("Fix the **failing** test")}, {text("model"), text("opus")}}));
     EXPECT_EQ(s->status(), AgentStatus::thinking());
     EXPECT_EQ(s->lastPrompt(), text("Fix the failing test"));
     EXPECT_EQ(s->turnStartedAt(), clock.now());
@@ -34,7 +39,10 @@ TEST_F(AgentStoreEvents, FollowsAConversationFromStartToEnd) {
     EXPECT_EQ(AgentActivity::prompts(defaults, AgentKind::claude, 1, clock.now()), 1);
 
     clock.advance(1);
-    sendAnswered(AgentKind::claude, event("PreToolUse", "s1", {{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("npm   test")}}}}));
+    sendAnswered(AgentKind::claude,
+                 event("PreToolUse", "s1",
+                       {{text("tool_name"), text("Bash")},
+                        {text("tool_input"), QJsonObject{{text("command"), text("npm   test")}}}}));
     EXPECT_EQ(s->status(), AgentStatus::runningTool(text("Bash")));
     EXPECT_EQ(s->toolDetail(), text("npm test"));
     EXPECT_EQ(s->activity(), text("Running npm test"));
@@ -45,26 +53,35 @@ TEST_F(AgentStoreEvents, FollowsAConversationFromStartToEnd) {
     EXPECT_FALSE(s->toolDetail().has_value());
     EXPECT_EQ(s->activity(), text("Running npm test")) << "the activity line stays until the next turn";
 
-    sendAnswered(AgentKind::claude, event("Stop", "s1", {{text("last_assistant_message"), text("All   `green`.")}}));
+    sendAnswered(AgentKind::claude,
+                 event("Stop", "s1", {{text("last_assistant_message"), text("All   `green`.")}}));
     EXPECT_EQ(s->status(), AgentStatus::done());
     EXPECT_EQ(s->lastMessage(), text("All green."));
     EXPECT_EQ(signalCount(AgentSignal::finished), 1);
 
     sendAnswered(AgentKind::claude, event("PostToolUse", "s1", {{text("tool_name"), text("Bash")}}));
-    EXPECT_EQ(s->status(), AgentStatus::done()) << "a late post-tool event does not bring a finished session back";
+    EXPECT_EQ(s->status(), AgentStatus::done())
+        << "a late post-tool event does not bring a finished session back";
 
     sendAnswered(AgentKind::claude, event("SessionEnd", "s1"));
     EXPECT_EQ(s->status(), AgentStatus::ended());
     EXPECT_EQ(signalCount(AgentSignal::ended), 1);
     clock.advance(10);
-    sendAnswered(AgentKind::claude, event("Notification", "s1", {{text("notification_type"), text("idle_prompt")}}));
+    sendAnswered(AgentKind::claude,
+                 event("Notification", "s1", {{text("notification_type"), text("idle_prompt")}}));
     EXPECT_EQ(s->status(), AgentStatus::idle()) << "any event revives an ended session";
 }
 
 TEST_F(AgentStoreEvents, DropsMalformedEventsWithTheEmptyReply) {
     const QByteArray payloads[] = {
-        "", "not json", "[1,2]", "\"text\"", "{\"session_id\":\"s\"}", "{\"hook_event_name\":\"Stop\"}",
-        "{\"hook_event_name\":\"Stop\",\"session_id\":5}", "{\"hook_event_name\":7,\"session_id\":\"s\"}",
+        "",
+        "not json",
+        "[1,2]",
+        "\"text\"",
+        "{\"session_id\":\"s\"}",
+        "{\"hook_event_name\":\"Stop\"}",
+        "{\"hook_event_name\":\"Stop\",\"session_id\":5}",
+        "{\"hook_event_name\":7,\"session_id\":\"s\"}",
         "{\"hook_event_name\":\"Stop\",\"session_id\":\"caf\xc3\"}",
         QByteArray(100'000, '[') + QByteArray(100'000, ']'),
     };
@@ -124,8 +141,8 @@ TEST_F(AgentStoreEvents, PromptsThatCleanToNothingKeepTheLastPrompt) {
     sendAnswered(AgentKind::claude, event("AgentResponse", "s1", {{text("message"), text("Working on it")}}));
     AgentSession* s = session(AgentKind::claude, text("s1"));
     EXPECT_EQ(s->lastMessage(), text("Working on it"));
-    sendAnswered(AgentKind::claude,
-                 event("UserPromptSubmit", "s1", {{text("prompt"), text("<system-reminder>x</system-reminder>")}}));
+    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1",
+                                          {{text("prompt"), text("<system-reminder>x</system-reminder>")}}));
     EXPECT_EQ(s->lastPrompt(), text("first"));
     EXPECT_FALSE(s->lastMessage().has_value());
     EXPECT_EQ(AgentActivity::prompts(defaults, AgentKind::claude, 1, clock.now()), 1);
@@ -133,31 +150,40 @@ TEST_F(AgentStoreEvents, PromptsThatCleanToNothingKeepTheLastPrompt) {
 }
 
 TEST_F(AgentStoreEvents, NotificationsCallTheUserOnlyWhenSomethingWaits) {
-    sendAnswered(AgentKind::claude, event("Notification", "s1", {{text("message"), text("Claude needs your permission")}}));
+    sendAnswered(AgentKind::claude,
+                 event("Notification", "s1", {{text("message"), text("Claude needs your permission")}}));
     AgentSession* s = session(AgentKind::claude, text("s1"));
     EXPECT_EQ(s->status(), AgentStatus::needsAttention());
     EXPECT_EQ(s->lastMessage(), text("Claude needs your permission"));
     EXPECT_EQ(signalCount(AgentSignal::needsAttention), 1);
 
-    sendAnswered(AgentKind::claude, event("Notification", "s1", {{text("notification_type"), text("idle_prompt")}, {text("message"), text("x")}}));
-    sendAnswered(AgentKind::claude, event("Notification", "s1", {{text("message"), text("Claude is WAITING for your INPUT")}}));
-    sendAnswered(AgentKind::claude, event("Notification", "s1", {{text("notification_type"), text("auth_success")}}));
+    sendAnswered(AgentKind::claude,
+                 event("Notification", "s1",
+                       {{text("notification_type"), text("idle_prompt")}, {text("message"), text("x")}}));
+    sendAnswered(AgentKind::claude,
+                 event("Notification", "s1", {{text("message"), text("Claude is WAITING for your INPUT")}}));
+    sendAnswered(AgentKind::claude,
+                 event("Notification", "s1", {{text("notification_type"), text("auth_success")}}));
     EXPECT_EQ(s->status(), AgentStatus::needsAttention());
     EXPECT_EQ(s->lastMessage(), text("Claude needs your permission"));
     EXPECT_EQ(signalCount(AgentSignal::needsAttention), 1);
 
     sendAnswered(AgentKind::gemini, event("Notification", "g"));
-    EXPECT_EQ(session(AgentKind::gemini, text("g"))->lastMessage(), QString()) << "an empty message is still set";
+    EXPECT_EQ(session(AgentKind::gemini, text("g"))->lastMessage(), QString())
+        << "an empty message is still set";
 }
 
 TEST_F(AgentStoreEvents, CompactionAndStopWithoutAMessageReadTheTranscript) {
     const QString path = home.path() + text("/t.jsonl");
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"type":"user","message":{"content":"hello"}})" "\n"
-               R"({"type":"assistant","message":{"content":[{"type":"text","text":"Done with   it"}]}})" "\n");
+    file.write(R"({"type":"user","message":{"content":"hello"}})"
+               "\n"
+               R"({"type":"assistant","message":{"content":[{"type":"text","text":"Done with   it"}]}})"
+               "\n");
     file.close();
-    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1", {{text("prompt"), text("hi")}, {text("transcript_path"), path}}));
+    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1",
+                                          {{text("prompt"), text("hi")}, {text("transcript_path"), path}}));
     AgentSession* s = session(AgentKind::claude, text("s1"));
     sendAnswered(AgentKind::claude, event("PreCompact", "s1"));
     EXPECT_EQ(s->status(), AgentStatus::compacting());
@@ -171,9 +197,12 @@ TEST_F(AgentStoreEvents, BackfillsThePromptOfASessionMetMidway) {
     const QString path = home.path() + text("/t.jsonl");
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"type":"user","message":{"content":"Refactor the parser"}})" "\n");
+    file.write(R"({"type":"user","message":{"content":"Refactor the parser"}})"
+               "\n");
     file.close();
-    sendAnswered(AgentKind::claude, event("PreToolUse", "mid", {{text("transcript_path"), path}, {text("tool_name"), text("Read")}}));
+    sendAnswered(
+        AgentKind::claude,
+        event("PreToolUse", "mid", {{text("transcript_path"), path}, {text("tool_name"), text("Read")}}));
     AgentSession* s = session(AgentKind::claude, text("mid"));
     ASSERT_TRUE(test::waitUntil([&] { return s->lastPrompt().has_value(); }));
     EXPECT_EQ(s->lastPrompt(), text("Refactor the parser"));
@@ -220,7 +249,8 @@ TEST_F(AgentStoreEvents, SurvivesHugeInput) {
     EXPECT_EQ(s->lastPrompt()->size(), 401) << "400 characters and the ellipsis";
 
     QJsonObject input{{text("command"), QString(30 << 20, QLatin1Char('x'))}};
-    sendAnswered(AgentKind::claude, event("PreToolUse", "big", {{text("tool_name"), text("Bash")}, {text("tool_input"), input}}));
+    sendAnswered(AgentKind::claude, event("PreToolUse", "big",
+                                          {{text("tool_name"), text("Bash")}, {text("tool_input"), input}}));
     EXPECT_EQ(s->status(), AgentStatus::runningTool(text("Bash")));
     EXPECT_EQ(s->toolDetail()->size(), 401);
 }

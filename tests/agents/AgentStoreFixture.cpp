@@ -6,7 +6,9 @@
 
 namespace mirrowisp::test {
 
-ToolEnd::~ToolEnd() { ::close(fd_); }
+ToolEnd::~ToolEnd() {
+    ::close(fd_);
+}
 
 bool ToolEnd::stillWaiting() const {
     pollfd p{fd_, POLLIN, 0};
@@ -36,8 +38,10 @@ std::optional<QString> ToolEnd::printed() {
 }
 
 AgentStoreFixture::AgentStoreFixture()
-    : defaults(home.path() + QStringLiteral("/defaults.json")), prefs(defaults, login), store(prefs, defaults, clock) {
-    store.setOnSignal([this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
+    : defaults(home.path() + QStringLiteral("/defaults.json")), prefs(defaults, login),
+      store(prefs, defaults, clock) {
+    store.setOnSignal(
+        [this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
 }
 
 AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteArray& payload) {
@@ -68,7 +72,8 @@ AgentStoreFixture::Sent AgentStoreFixture::send(AgentKind agent, const QJsonObje
     return sent;
 }
 
-void AgentStoreFixture::sendAnswered(AgentKind agent, const QJsonObject& event, const ProcessContext& context) {
+void AgentStoreFixture::sendAnswered(AgentKind agent, const QJsonObject& event,
+                                     const ProcessContext& context) {
     Sent sent = send(agent, event, context);
     const auto line = sent.tool->replyLine();
     ASSERT_TRUE(line.has_value()) << "the event must be answered at once";
@@ -80,7 +85,8 @@ AgentSession* AgentStoreFixture::session(AgentKind agent, const QString& session
 }
 
 int AgentStoreFixture::signalCount(AgentSignal signal) const {
-    return static_cast<int>(std::count_if(raised.begin(), raised.end(), [&](const auto& r) { return r.first == signal; }));
+    return static_cast<int>(
+        std::count_if(raised.begin(), raised.end(), [&](const auto& r) { return r.first == signal; }));
 }
 
 QJsonObject AgentStoreFixture::event(const char* name, const char* sessionID, QJsonObject extra) {

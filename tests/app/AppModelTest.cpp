@@ -1,4 +1,5 @@
 #include "app/AppModel.h"
+
 #include "app/LaunchAtLogin.h"
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
@@ -23,13 +24,16 @@ public:
 
 class AppModelTest : public testing::Test {
 protected:
-    AppModelTest() : defaults(home.path() + QStringLiteral("/d.json")), prefs(defaults, login), model(prefs, defaults, clock) {}
+    AppModelTest()
+        : defaults(home.path() + QStringLiteral("/d.json")), prefs(defaults, login),
+          model(prefs, defaults, clock) {}
 
     // Routes one event as the bridge would; returns the reply the tool reads.
     QByteArray route(const QByteArray& event) {
         int fds[2];
         ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
-        model.route(BridgeConnection::make({QStringLiteral("r"), AgentKind::claude, event, true, {}}, fds[0]));
+        model.route(
+            BridgeConnection::make({QStringLiteral("r"), AgentKind::claude, event, true, {}}, fds[0]));
         QByteArray reply;
         pollfd p{fds[1], POLLIN, 0};
         char buffer[512];
@@ -52,20 +56,24 @@ protected:
 } // namespace
 
 TEST_F(AppModelTest, KeepsStatusLinesForTheUsageSideAndHandsEverythingElseToTheStore) {
-    const QByteArray statusLine = R"({"hook_event_name":"StatusLine","session_id":"s","model":{"id":"opus"}})";
+    const QByteArray statusLine =
+        R"({"hook_event_name":"StatusLine","session_id":"s","model":{"id":"opus"}})";
     EXPECT_EQ(route(statusLine), QByteArray("{\"id\":\"r\"}\n"));
     EXPECT_TRUE(model.agents().sessions().empty());
     ASSERT_TRUE(model.statusLines().contains(AgentKind::claude));
-    EXPECT_EQ(model.statusLines().value(AgentKind::claude).value(QStringLiteral("session_id")), QStringLiteral("s"));
+    EXPECT_EQ(model.statusLines().value(AgentKind::claude).value(QStringLiteral("session_id")),
+              QStringLiteral("s"));
 
-    EXPECT_EQ(route(R"({"hook_event_name":"SessionStart","session_id":"s"})"), QByteArray("{\"id\":\"r\"}\n"));
+    EXPECT_EQ(route(R"({"hook_event_name":"SessionStart","session_id":"s"})"),
+              QByteArray("{\"id\":\"r\"}\n"));
     EXPECT_EQ(model.agents().sessions().size(), 1U);
     EXPECT_EQ(route("not json"), QByteArray("{\"id\":\"r\"}\n"));
     EXPECT_EQ(model.agents().sessions().size(), 1U);
 }
 
 TEST_F(AppModelTest, SaysWhyTheBridgeCouldNotStartAndRunsOnWithoutIt) {
-    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(home.path() + QLatin1Char('/') + QString(120, QLatin1Char('x'))));
+    qputenv("MIRROWISP_SUPPORT_DIR",
+            QFile::encodeName(home.path() + QLatin1Char('/') + QString(120, QLatin1Char('x'))));
     model.start();
     ASSERT_TRUE(model.bridgeError().has_value());
     EXPECT_TRUE(model.bridgeError()->startsWith(QStringLiteral("Could not open the agent socket: ")));

@@ -1,5 +1,6 @@
-#include "base/MainQueue.h"
 #include "base/SerialQueue.h"
+
+#include "base/MainQueue.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>

@@ -1,4 +1,5 @@
 #include "bridge/BridgeProtocol.h"
+
 #include "support/TestSupport.h"
 
 #include <QDir>
@@ -10,7 +11,9 @@ using namespace mirrowisp;
 
 namespace {
 
-QByteArray line(const char* json) { return QByteArray(json); }
+QByteArray line(const char* json) {
+    return QByteArray(json);
+}
 
 // A well-formed request with the payload {"a":1}, to be varied by each case.
 const char* const validLine =
@@ -20,7 +23,8 @@ BridgeRequest fullRequest() {
     BridgeRequest request;
     request.id = QStringLiteral("7f3a-1");
     request.agent = AgentKind::copilot;
-    request.payload = QByteArray("{\"hook_event_name\":\"PermissionRequest\",\"text\":\"line\\nnext \xc3\xa9\"}\n");
+    request.payload =
+        QByteArray("{\"hook_event_name\":\"PermissionRequest\",\"text\":\"line\\nnext \xc3\xa9\"}\n");
     request.expectsReply = true;
     request.context.tty = QStringLiteral("/dev/pts/4");
     request.context.agentPID = 2147483647;
@@ -28,8 +32,9 @@ BridgeRequest fullRequest() {
     request.context.tmuxPane = QStringLiteral("%3");
     request.context.hostSessionID = QStringLiteral("host 1");
     request.context.entrypoint = QStringLiteral("cli");
-    request.context.environment = QMap<QString, QString>{{QStringLiteral("TMUX"), QStringLiteral("/tmp/t,1,0")},
-                                                         {QStringLiteral("KITTY_WINDOW_ID"), QStringLiteral("2")}};
+    request.context.environment =
+        QMap<QString, QString>{{QStringLiteral("TMUX"), QStringLiteral("/tmp/t,1,0")},
+                               {QStringLiteral("KITTY_WINDOW_ID"), QStringLiteral("2")}};
     request.context.tmuxBinary = QStringLiteral("/usr/bin/tmux");
     return request;
 }
@@ -54,9 +59,9 @@ TEST(BridgeRequestDecoding, AcceptsEmptyContextUnknownKeysAndEscapedSlashes) {
     EXPECT_EQ(minimal->context, ProcessContext{});
     EXPECT_FALSE(minimal->context.value(QStringLiteral("TMUX")).has_value());
 
-    const auto extra = BridgeProtocol::decodeRequest(line(
-        R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
-        R"("context":{"tty":null,"newKey":{"deep":[true,false]},"agentPID":42.0}} )"));
+    const auto extra = BridgeProtocol::decodeRequest(
+        line(R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
+             R"("context":{"tty":null,"newKey":{"deep":[true,false]},"agentPID":42.0}} )"));
     ASSERT_TRUE(extra.has_value());
     EXPECT_EQ(extra->payload, QByteArray("???"));
     EXPECT_FALSE(extra->context.tty.has_value());
@@ -71,11 +76,11 @@ TEST(BridgeRequestDecoding, DropsMalformedLines) {
         "[]",
         R"(["id"])",
         "{",
-        R"({"id":"r1","agent":"codex","payload":"eyJhIjoxfQ==","expectsReply":true})", // no context
+        R"({"id":"r1","agent":"codex","payload":"eyJhIjoxfQ==","expectsReply":true})",    // no context
         R"({"agent":"codex","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})", // no id
-        R"({"id":"r1","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})",     // no agent
-        R"({"id":"r1","agent":"codex","expectsReply":true,"context":{}})",               // no payload
-        R"({"id":"r1","agent":"codex","payload":"eyJhIjoxfQ==","context":{}})",          // no expectsReply
+        R"({"id":"r1","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})",       // no agent
+        R"({"id":"r1","agent":"codex","expectsReply":true,"context":{}})",                // no payload
+        R"({"id":"r1","agent":"codex","payload":"eyJhIjoxfQ==","context":{}})",           // no expectsReply
         R"({"id":"r1","agent":"vim","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})",
         R"({"id":"r1","agent":"Codex","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})",
         R"({"id":1,"agent":"codex","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})",
@@ -94,7 +99,8 @@ TEST(BridgeRequestDecoding, DropsMalformedLines) {
 }
 
 TEST(BridgeRequestDecoding, RejectsPayloadsThatAreNotStrictBase64) {
-    const char* const payloads[] = {"eyJhIjoxfQ", "eyJh Ijox", "eyJhIjox\\nfQ==", "eyJh*jox", "eyJhIj=x", "e===", "{}"};
+    const char* const payloads[] = {"eyJhIjoxfQ", "eyJh Ijox", "eyJhIjox\\nfQ==", "eyJh*jox", "eyJhIj=x",
+                                    "e===",       "{}"};
     for (const char* payload : payloads) {
         const QByteArray text = QByteArray(R"({"id":"r","agent":"claude","payload":")") + payload +
                                 R"(","expectsReply":true,"context":{}})";
@@ -122,8 +128,8 @@ TEST(BridgeRequestDecoding, RejectsContextMembersOfTheWrongType) {
     };
     for (const char* context : contexts) {
         const QByteArray text =
-            QByteArray(R"({"id":"r","agent":"claude","payload":"e30=","expectsReply":true,"context":)") + context +
-            "}";
+            QByteArray(R"({"id":"r","agent":"claude","payload":"e30=","expectsReply":true,"context":)") +
+            context + "}";
         EXPECT_FALSE(BridgeProtocol::decodeRequest(text).has_value()) << context;
     }
     const auto negative = BridgeProtocol::decodeRequest(QByteArray(
@@ -139,31 +145,34 @@ TEST(BridgeRequestDecoding, RejectsBrokenTextAndSurvivesDeepNesting) {
     EXPECT_EQ(BridgeProtocol::decodeRequest(prefix + "\\u00e9\\ud83d\\ude00" + suffix)->id,
               QString::fromUtf8("\xc3\xa9\xf0\x9f\x98\x80"));
     const QByteArray broken[] = {
-        "caf\xc3",          // truncated sequence
-        "\xff\xfe",         // never valid in UTF-8
-        "\xc0\xaf",         // overlong slash
-        "\xed\xa0\x80",     // an encoded surrogate
-        "\\ud83d",          // lone high surrogate
-        "\\ude00",          // lone low surrogate
-        "\\ud83d\\u0041",   // high surrogate followed by a non-surrogate
-        "tab\there",        // raw control character
-        "\\x41",            // unknown escape
-        "\\u12",            // short escape
+        "caf\xc3",        // truncated sequence
+        "\xff\xfe",       // never valid in UTF-8
+        "\xc0\xaf",       // overlong slash
+        "\xed\xa0\x80",   // an encoded surrogate
+        "\\ud83d",        // lone high surrogate
+        "\\ude00",        // lone low surrogate
+        "\\ud83d\\u0041", // high surrogate followed by a non-surrogate
+        "tab\there",      // raw control character
+        "\\x41",          // unknown escape
+        "\\u12",          // short escape
     };
     for (const QByteArray& text : broken) {
         EXPECT_FALSE(BridgeProtocol::decodeRequest(prefix + text + suffix).has_value()) << text.toStdString();
     }
 
     // Nesting deep enough to overflow a naive recursive reader must be refused, not crash.
-    const QByteArray deep = QByteArray(R"({"x":)") + QByteArray(200'000, '[') + QByteArray(200'000, ']') + "}";
+    const QByteArray deep =
+        QByteArray(R"({"x":)") + QByteArray(200'000, '[') + QByteArray(200'000, ']') + "}";
     EXPECT_FALSE(BridgeProtocol::decodeRequest(deep).has_value());
-    const QByteArray shallow = QByteArray(R"({"x":)") + QByteArray(100, '[') + QByteArray(100, ']') +
-                               R"(,"id":"r","agent":"claude","payload":"e30=","expectsReply":true,"context":{}})";
+    const QByteArray shallow =
+        QByteArray(R"({"x":)") + QByteArray(100, '[') + QByteArray(100, ']') +
+        R"(,"id":"r","agent":"claude","payload":"e30=","expectsReply":true,"context":{}})";
     EXPECT_TRUE(BridgeProtocol::decodeRequest(shallow).has_value());
 }
 
 TEST(BridgeResponseEncoding, LeavesStdoutOutWhenThereIsNoDecision) {
-    EXPECT_EQ(BridgeProtocol::encodeResponse({QStringLiteral("r1"), std::nullopt}), QByteArray(R"({"id":"r1"})"));
+    EXPECT_EQ(BridgeProtocol::encodeResponse({QStringLiteral("r1"), std::nullopt}),
+              QByteArray(R"({"id":"r1"})"));
 
     const QString text = QString::fromUtf8("{\"a\":\"x/y\"}\n\xe2\x9c\x93 \"quoted\"");
     const auto json = BridgeProtocol::encodeResponse({QStringLiteral("r2"), text});

@@ -1,5 +1,6 @@
-#include "SocketClient.h"
 #include "bridge/BridgeServer.h"
+
+#include "SocketClient.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>
@@ -28,7 +29,10 @@ QByteArray requestLine(const QString& id, bool expectsReply, const QByteArray& p
     return BridgeProtocol::encodeRequest(request) + '\n';
 }
 
-int openDescriptorCount() { return static_cast<int>(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size()); }
+int openDescriptorCount() {
+    return static_cast<int>(
+        QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size());
+}
 
 class BridgeServerTest : public testing::Test {
 protected:
@@ -144,7 +148,8 @@ TEST_F(BridgeServerTest, DropsBadInputSilentlyAndKeepsServing) {
 TEST_F(BridgeServerTest, TakesOnlyTheFirstLineOfAChunk) {
     SocketClient client;
     ASSERT_TRUE(client.connectTo(server->socketPath()));
-    ASSERT_TRUE(client.send(requestLine(QStringLiteral("first"), true) + requestLine(QStringLiteral("second"), true)));
+    ASSERT_TRUE(client.send(requestLine(QStringLiteral("first"), true) +
+                            requestLine(QStringLiteral("second"), true)));
     ASSERT_TRUE(waitForRequests(1));
     EXPECT_FALSE(test::waitUntil([&] { return received.size() > 1; }, 200));
     EXPECT_EQ(received[0]->request().id, QStringLiteral("first"));
@@ -168,7 +173,8 @@ TEST_F(BridgeServerTest, DropsALineOverTheLimitButTakesOneJustUnder) {
         // Base64 makes a 30 MiB payload a 40 MiB line: over the limit, so the tool hears nothing.
         SocketClient client;
         ASSERT_TRUE(client.connectTo(server->socketPath()));
-        const bool sentWhole = client.send(requestLine(QStringLiteral("over"), true, QByteArray(30 << 20, 'p')));
+        const bool sentWhole =
+            client.send(requestLine(QStringLiteral("over"), true, QByteArray(30 << 20, 'p')));
         EXPECT_TRUE(!sentWhole || client.sawEndOfFile(5000));
     }
     const QByteArray payload(22 << 20, 'p'); // a line of about 29.3 MiB
@@ -280,7 +286,8 @@ TEST_F(BridgeServerTest, AThousandClientsThatConnectAndCloseLeaveTheServerServin
 
 TEST_F(BridgeServerTest, ReadsOnItsOwnNamedThread) {
     bool found = false;
-    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+    for (const QString& task :
+         QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         QFile comm(QStringLiteral("/proc/self/task/%1/comm").arg(task));
         if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == "mirrowisp.bridg") {
             found = true;
@@ -306,7 +313,8 @@ TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
     EXPECT_EQ(info.st_mode & 0777, 0600U);
 
     // A second copy takes the path over; the first one's stop leaves the new socket alone.
-    BridgeServer second([](const std::shared_ptr<BridgeConnection>& c) { c->reply(QStringLiteral("second")); });
+    BridgeServer second(
+        [](const std::shared_ptr<BridgeConnection>& c) { c->reply(QStringLiteral("second")); });
     ASSERT_FALSE(second.start().has_value());
     first.stop();
     EXPECT_TRUE(QFileInfo::exists(path));

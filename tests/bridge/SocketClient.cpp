@@ -9,7 +9,9 @@
 
 namespace mirrowisp::test {
 
-SocketClient::~SocketClient() { close(); }
+SocketClient::~SocketClient() {
+    close();
+}
 
 bool SocketClient::connectTo(const QString& path) {
     close();
@@ -17,14 +19,16 @@ bool SocketClient::connectTo(const QString& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const QByteArray bytes = QFile::encodeName(path);
-    std::memcpy(address.sun_path, bytes.constData(), std::min<std::size_t>(bytes.size(), sizeof address.sun_path - 1));
+    std::memcpy(address.sun_path, bytes.constData(),
+                std::min<std::size_t>(bytes.size(), sizeof address.sun_path - 1));
     return ::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 bool SocketClient::send(const QByteArray& bytes) {
     qsizetype sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t n = ::send(fd_, bytes.constData() + sent, static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
+        const ssize_t n =
+            ::send(fd_, bytes.constData() + sent, static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
         if (n <= 0) {
             return false;
         }
@@ -33,7 +37,9 @@ bool SocketClient::send(const QByteArray& bytes) {
     return true;
 }
 
-void SocketClient::shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
+void SocketClient::shutdownWrite() {
+    ::shutdown(fd_, SHUT_WR);
+}
 
 void SocketClient::close() {
     if (fd_ >= 0) {

@@ -5,12 +5,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <gtest/gtest.h>
 #include <csignal>
+#include <gtest/gtest.h>
 
 namespace {
 
-QString text(const char* s) { return QString::fromUtf8(s); }
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
 
 class AppProcess : public testing::Test {
 protected:
@@ -25,10 +27,12 @@ protected:
     }
 
     bool waitForLog(QProcess& app, const QByteArray& line, QByteArray& log) {
-        return mirrowisp::test::waitUntil([&] {
-            log += app.readAllStandardError();
-            return log.contains(line);
-        }, 10000);
+        return mirrowisp::test::waitUntil(
+            [&] {
+                log += app.readAllStandardError();
+                return log.contains(line);
+            },
+            10000);
     }
 
     QByteArray runTool(const QJsonObject& event, int* exitCode = nullptr) {
@@ -48,14 +52,16 @@ protected:
     mirrowisp::test::TemporaryHome home;
 };
 
-const QJsonObject sessionStart{{text("hook_event_name"), text("SessionStart")}, {text("session_id"), text("e2e")}};
+const QJsonObject sessionStart{{text("hook_event_name"), text("SessionStart")},
+                               {text("session_id"), text("e2e")}};
 
 } // namespace
 
 TEST_F(AppProcess, RunsWithoutADisplayAnswersHooksAndCleansUpOnSigterm) {
     auto app = startApp();
     QByteArray log;
-    ASSERT_TRUE(waitForLog(*app, "bridge listening on " + QFile::encodeName(socketPath()), log)) << log.toStdString();
+    ASSERT_TRUE(waitForLog(*app, "bridge listening on " + QFile::encodeName(socketPath()), log))
+        << log.toStdString();
     EXPECT_TRUE(log.contains("Mirrowisp: no display found; running the agent bridge only"));
     EXPECT_EQ(log.count("no display"), 1);
 

@@ -16,7 +16,9 @@ using namespace mirrowisp;
 
 namespace {
 
-QString text(const char* s) { return QString::fromUtf8(s); }
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
 
 class NoLaunchAtLogin final : public LaunchAtLogin {
 public:
@@ -53,15 +55,18 @@ protected:
     }
 
     // Starts a permission request and waits until its card stands in the session.
-    std::pair<std::unique_ptr<QProcess>, PendingDecision*> ask(const char* agent, AgentKind kind, QJsonObject fields) {
+    std::pair<std::unique_ptr<QProcess>, PendingDecision*> ask(const char* agent, AgentKind kind,
+                                                               QJsonObject fields) {
         fields.insert(text("hook_event_name"), text("PermissionRequest"));
         auto process = hook(agent, fields);
         PendingDecision* decision = nullptr;
-        test::waitUntil([&] {
-            AgentSession* s = current(kind);
-            decision = s && !s->pending().empty() ? s->pending().back().get() : nullptr;
-            return decision != nullptr;
-        }, 10000);
+        test::waitUntil(
+            [&] {
+                AgentSession* s = current(kind);
+                decision = s && !s->pending().empty() ? s->pending().back().get() : nullptr;
+                return decision != nullptr;
+            },
+            10000);
         return {std::move(process), decision};
     }
 
@@ -71,7 +76,9 @@ protected:
         return process.readAllStandardOutput();
     }
 
-    AgentSession* current(AgentKind kind) const { return store.findSession(AgentSession::makeID(kind, sessionID)); }
+    AgentSession* current(AgentKind kind) const {
+        return store.findSession(AgentSession::makeID(kind, sessionID));
+    }
 
     test::TemporaryHome home;
     UserDefaults defaults;
@@ -101,7 +108,8 @@ TEST_F(Conversation, AClaudeCodeSessionThroughTheRealTool) {
     EXPECT_EQ(s->status(), AgentStatus::thinking());
     EXPECT_EQ(s->lastPrompt(), text("list the files"));
 
-    const QJsonObject bash{{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("ls -la")}}}};
+    const QJsonObject bash{{text("tool_name"), text("Bash")},
+                           {text("tool_input"), QJsonObject{{text("command"), text("ls -la")}}}};
     quickHook("claude", ev("PreToolUse", bash));
     EXPECT_EQ(s->status(), AgentStatus::runningTool(text("Bash")));
 
@@ -110,8 +118,10 @@ TEST_F(Conversation, AClaudeCodeSessionThroughTheRealTool) {
     EXPECT_EQ(s->status(), AgentStatus::needsAttention());
     EXPECT_EQ(allowTool->state(), QProcess::Running) << "the tool waits for the answer";
     store.allow(*allowCard, *s, false);
-    EXPECT_EQ(printedAfterAnswer(*allowTool),
-              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        printedAfterAnswer(*allowTool),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
 
     quickHook("claude", ev("PostToolUse", bash));
     EXPECT_EQ(s->status(), AgentStatus::thinking());
@@ -122,35 +132,50 @@ TEST_F(Conversation, AClaudeCodeSessionThroughTheRealTool) {
     auto [alwaysTool, alwaysCard] = ask("claude", AgentKind::claude, suggested);
     ASSERT_NE(alwaysCard, nullptr);
     store.allow(*alwaysCard, *s, true);
-    EXPECT_EQ(printedAfterAnswer(*alwaysTool),
-              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"behavior":"allow","type":"addRules"}]},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        printedAfterAnswer(*alwaysTool),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"behavior":"allow","type":"addRules"}]},"hookEventName":"PermissionRequest"}})"));
 
     auto [plainTool, plainCard] = ask("claude", AgentKind::claude, bash);
     store.allow(*plainCard, *s, true); // no suggestions: the plain allow
-    EXPECT_EQ(printedAfterAnswer(*plainTool),
-              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        printedAfterAnswer(*plainTool),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
 
     auto [denyTool, denyCard] = ask("claude", AgentKind::claude, bash);
     store.deny(*denyCard, *s);
-    EXPECT_EQ(printedAfterAnswer(*denyTool),
-              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"The user denied this from Mirrowisp."},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        printedAfterAnswer(*denyTool),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"The user denied this from Mirrowisp."},"hookEventName":"PermissionRequest"}})"));
 
-    const QJsonObject question{{text("tool_name"), text("AskUserQuestion")},
-                               {text("tool_input"), QJsonObject{{text("questions"), QJsonArray{QJsonObject{
-                                   {text("question"), text("Which port?")}, {text("header"), text("Port")},
-                                   {text("options"), QJsonArray{QJsonObject{{text("label"), text("8080")}}}}}}}}}};
+    const QJsonObject question{
+        {text("tool_name"), text("AskUserQuestion")},
+        {text("tool_input"),
+         QJsonObject{{text("questions"),
+                      QJsonArray{QJsonObject{
+                          {text("question"), text("Which port?")},
+                          {text("header"), text("Port")},
+                          {text("options"), QJsonArray{QJsonObject{{text("label"), text("8080")}}}}}}}}}};
     auto [questionTool, questionCard] = ask("claude", AgentKind::claude, question);
     ASSERT_EQ(questionCard->kind().kind, DecisionKind::Case::question);
     store.answer(*questionCard, *s, {{text("Which port?"), text("8080")}});
-    EXPECT_EQ(printedAfterAnswer(*questionTool),
-              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":{"Which port?":"8080"},"questions":[{"header":"Port","options":[{"label":"8080"}],"question":"Which port?"}]}},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        printedAfterAnswer(*questionTool),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":{"Which port?":"8080"},"questions":[{"header":"Port","options":[{"label":"8080"}],"question":"Which port?"}]}},"hookEventName":"PermissionRequest"}})"));
 
-    const QJsonObject plan{{text("tool_name"), text("ExitPlanMode")}, {text("tool_input"), QJsonObject{{text("plan"), text("# Plan\n1. Do it")}}}};
+    const QJsonObject plan{{text("tool_name"), text("ExitPlanMode")},
+                           {text("tool_input"), QJsonObject{{text("plan"), text("# Plan\n1. Do it")}}}};
     auto [planTool, planCard] = ask("claude", AgentKind::claude, plan);
     ASSERT_EQ(planCard->kind().kind, DecisionKind::Case::plan);
     store.approvePlan(*planCard, *s, true);
-    EXPECT_EQ(printedAfterAnswer(*planTool),
-              QByteArray(R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"destination":"session","mode":"acceptEdits","type":"setMode"}]},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(
+        printedAfterAnswer(*planTool),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"destination":"session","mode":"acceptEdits","type":"setMode"}]},"hookEventName":"PermissionRequest"}})"));
 
     quickHook("claude", ev("Stop", {{text("last_assistant_message"), text("Listed.")}}));
     EXPECT_EQ(s->status(), AgentStatus::done());
@@ -163,7 +188,8 @@ TEST_F(Conversation, ADevinSessionGetsItsOwnReplyShape) {
     quickHook("devin", ev("SessionStart"));
     AgentSession* s = current(AgentKind::devin);
     ASSERT_NE(s, nullptr);
-    const QJsonObject shell{{text("tool_name"), text("exec_command")}, {text("tool_input"), QJsonObject{{text("cmd"), text("make")}}}};
+    const QJsonObject shell{{text("tool_name"), text("exec_command")},
+                            {text("tool_input"), QJsonObject{{text("cmd"), text("make")}}}};
     auto [allowTool, allowCard] = ask("devin", AgentKind::devin, shell);
     ASSERT_NE(allowCard, nullptr);
     store.allow(*allowCard, *s, false);
@@ -171,7 +197,8 @@ TEST_F(Conversation, ADevinSessionGetsItsOwnReplyShape) {
 
     auto [denyTool, denyCard] = ask("devin", AgentKind::devin, shell);
     store.deny(*denyCard, *s);
-    EXPECT_EQ(printedAfterAnswer(*denyTool), QByteArray(R"({"decision":"block","reason":"The user denied this from Mirrowisp."})"));
+    EXPECT_EQ(printedAfterAnswer(*denyTool),
+              QByteArray(R"({"decision":"block","reason":"The user denied this from Mirrowisp."})"));
     quickHook("devin", ev("Stop"));
     EXPECT_EQ(s->status(), AgentStatus::done());
 }
@@ -179,7 +206,8 @@ TEST_F(Conversation, ADevinSessionGetsItsOwnReplyShape) {
 TEST_F(Conversation, AToolKilledWhileItsCardWaitsTakesTheCardAway) {
     quickHook("claude", ev("UserPromptSubmit", {{text("prompt"), text("go")}}));
     AgentSession* s = current(AgentKind::claude);
-    const QJsonObject bash{{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("ls")}}}};
+    const QJsonObject bash{{text("tool_name"), text("Bash")},
+                           {text("tool_input"), QJsonObject{{text("command"), text("ls")}}}};
     auto [tool, card] = ask("claude", AgentKind::claude, bash);
     ASSERT_NE(card, nullptr);
     EXPECT_EQ(s->status(), AgentStatus::needsAttention());

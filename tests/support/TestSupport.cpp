@@ -53,6 +53,8 @@ TemporaryHome::~TemporaryHome() {
     restore("MIRROWISP_SUPPORT_DIR", hadSupport_, oldSupport_);
 }
 
-QString TemporaryHome::supportDir() const { return dir_.path() + QStringLiteral("/support"); }
+QString TemporaryHome::supportDir() const {
+    return dir_.path() + QStringLiteral("/support");
+}
 
 } // namespace mirrowisp::test
