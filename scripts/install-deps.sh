@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   # build
-  build-essential cmake ninja-build ccache pkg-config clang lld
+  build-essential cmake ninja-build ccache pkg-config clang lld clang-format git
   # Qt 6
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev libgl-dev
   # libraries

@@ -55,8 +55,6 @@ void BridgeConnection::closeDescriptor() {
     fd_ = -1;
     auto owner = watched_ ? watcher_.lock() : nullptr;
     if (owner) {
-        // The peer sees end of file now; the bridge thread drops the watch and closes the number.
-        ::shutdown(fd, SHUT_RDWR);
         owner->cancelAndClose(fd);
     } else {
         ::close(fd);

@@ -10,8 +10,8 @@
 namespace mirrowisp {
 
 // The owner of the peer watches: whoever finishes a connection asks it to stop watching the
-// descriptor and close it. The bridge thread does the closing itself, so a descriptor number is
-// never reused while a watch on it could still fire.
+// descriptor and close it, under the same lock that guards the watch's one-byte read, so a
+// descriptor number is never reused while a watch on it could still read.
 class PeerWatchOwner {
 public:
     virtual ~PeerWatchOwner() = default;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -24,6 +25,7 @@ BridgeLoop::BridgeLoop(int listenFD, Deliver deliver)
     if (!isValid()) {
         return;
     }
+    ::fcntl(listenFD_, F_SETFL, ::fcntl(listenFD_, F_GETFL) | O_NONBLOCK);
     epoll_event listenEvent{};
     listenEvent.events = EPOLLIN;
     listenEvent.data.u64 = listenTag;
@@ -100,11 +102,15 @@ void BridgeLoop::run() {
 }
 
 void BridgeLoop::acceptClient() {
-    const int fd = ::accept4(listenFD_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) {
-        return; // the next readiness tries again
+    // Drain the backlog before going back to epoll: under load that saves a wake-up per client.
+    // The listening socket is non-blocking; accepted sockets are not, so their reads can time out.
+    for (int i = 0; i < 64 && !exit_ && !stopListening_; ++i) {
+        const int fd = ::accept4(listenFD_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) {
+            return; // nothing waiting, or a failed accept: the next readiness tries again
+        }
+        readClient(fd);
     }
-    readClient(fd);
 }
 
 std::optional<QByteArray> BridgeLoop::readLine(int fd, QByteArray& chunk) {

@@ -6,7 +6,9 @@
 #include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace mirrowisp {
@@ -62,32 +64,55 @@ QString socketPath() {
 
 namespace {
 
-// Strict Base64: standard alphabet, length a multiple of four, at most two '=' at the end,
-// no whitespace.
+// Strict Base64: standard alphabet, length a multiple of four, at most two '=' and only at the end,
+// no whitespace. Validates and decodes in one pass, since every request carries its event this way.
 std::optional<QByteArray> decodeBase64(QByteArrayView text) {
-    if (text.size() % 4 != 0) {
+    static constexpr auto table = [] {
+        std::array<signed char, 256> values{};
+        values.fill(-1);
+        const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        for (int i = 0; i < 64; ++i) {
+            values[static_cast<unsigned char>(alphabet[i])] = static_cast<signed char>(i);
+        }
+        return values;
+    }();
+    const qsizetype size = text.size();
+    if (size % 4 != 0) {
         return std::nullopt;
     }
-    qsizetype padding = 0;
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        const bool alphabet = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-                              c == '+' || c == '/';
-        if (c == '=') {
-            ++padding;
-        } else if (!alphabet || padding > 0) {
+    if (size == 0) {
+        return QByteArray();
+    }
+    const auto* in = reinterpret_cast<const unsigned char*>(text.data());
+    const qsizetype padding = in[size - 1] == '=' ? (in[size - 2] == '=' ? 2 : 1) : 0;
+    QByteArray out(size / 4 * 3 - padding, Qt::Uninitialized);
+    auto* dst = reinterpret_cast<unsigned char*>(out.data());
+    const qsizetype fullQuads = size / 4 - (padding > 0 ? 1 : 0);
+    for (qsizetype q = 0; q < fullQuads; ++q) {
+        const unsigned char* s = in + q * 4;
+        const int a = table[s[0]], b = table[s[1]], c = table[s[2]], d = table[s[3]];
+        if ((a | b | c | d) < 0) {
             return std::nullopt;
         }
+        const uint32_t v = (uint32_t(a) << 18) | (uint32_t(b) << 12) | (uint32_t(c) << 6) | uint32_t(d);
+        *dst++ = static_cast<unsigned char>(v >> 16);
+        *dst++ = static_cast<unsigned char>(v >> 8);
+        *dst++ = static_cast<unsigned char>(v);
     }
-    if (padding > 2) {
-        return std::nullopt;
+    if (padding > 0) {
+        const unsigned char* s = in + size - 4;
+        const int a = table[s[0]], b = table[s[1]];
+        const int c = padding == 1 ? table[s[2]] : 0;
+        if ((a | b | c) < 0) {
+            return std::nullopt;
+        }
+        const uint32_t v = (uint32_t(a) << 18) | (uint32_t(b) << 12) | (uint32_t(c) << 6);
+        *dst++ = static_cast<unsigned char>(v >> 16);
+        if (padding == 1) {
+            *dst++ = static_cast<unsigned char>(v >> 8);
+        }
     }
-    auto result = QByteArray::fromBase64Encoding(QByteArray::fromRawData(text.data(), text.size()),
-                                                 QByteArray::AbortOnBase64DecodingErrors);
-    if (!result) {
-        return std::nullopt;
-    }
-    return std::move(result.decoded);
+    return out;
 }
 
 // Reads an optional string member: null is absent, any other type fails the request.

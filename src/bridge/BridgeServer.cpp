@@ -38,8 +38,43 @@ std::optional<std::pair<quint64, quint64>> identityOf(const QByteArray& path) {
 
 } // namespace
 
+// Requests waiting for the main thread. Under load one wake-up of the main thread takes all of them,
+// in arrival order, instead of one posted event per request.
+struct BridgeServer::Inbox {
+    std::mutex lock;
+    std::deque<std::shared_ptr<BridgeConnection>> requests;
+    bool drainScheduled = false;
+
+    void deliver(std::shared_ptr<BridgeConnection> connection, const std::weak_ptr<RequestHandler>& handler,
+                 const std::shared_ptr<Inbox>& self) {
+        {
+            std::lock_guard guard(lock);
+            requests.push_back(std::move(connection));
+            if (drainScheduled) {
+                return;
+            }
+            drainScheduled = true;
+        }
+        postToMain([self, handler] { self->drain(handler); });
+    }
+
+    void drain(const std::weak_ptr<RequestHandler>& handler) {
+        std::deque<std::shared_ptr<BridgeConnection>> batch;
+        {
+            std::lock_guard guard(lock);
+            batch.swap(requests);
+            drainScheduled = false;
+        }
+        for (const auto& connection : batch) {
+            if (auto onRequest = handler.lock()) {
+                (*onRequest)(connection);
+            } // else the connection is dropped, which closes it: the tool hears "no decision"
+        }
+    }
+};
+
 BridgeServer::BridgeServer(RequestHandler onRequest)
-    : onRequest_(std::make_shared<RequestHandler>(std::move(onRequest))) {}
+    : onRequest_(std::make_shared<RequestHandler>(std::move(onRequest))), inbox_(std::make_shared<Inbox>()) {}
 
 BridgeServer::~BridgeServer() {
     onRequest_.reset(); // requests still queued for the main thread are dropped, closing their sockets
@@ -94,13 +129,10 @@ std::optional<BridgeError> BridgeServer::start() {
     socketIdentity_ = identityOf(path);
 
     std::weak_ptr<RequestHandler> handler = onRequest_;
-    loop_ = std::make_shared<BridgeLoop>(fd, [handler](std::shared_ptr<BridgeConnection> connection) {
-        postToMain([handler, connection = std::move(connection)] {
-            if (auto onRequest = handler.lock()) {
-                (*onRequest)(connection);
-            }
+    loop_ = std::make_shared<BridgeLoop>(
+        fd, [handler, inbox = inbox_](std::shared_ptr<BridgeConnection> connection) {
+            inbox->deliver(std::move(connection), handler, inbox);
         });
-    });
     if (!loop_->isValid()) {
         const int code = errno;
         loop_.reset(); // closes the listening socket

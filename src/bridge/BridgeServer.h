@@ -3,8 +3,10 @@
 #include "bridge/BridgeConnection.h"
 
 #include <QString>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -41,7 +43,10 @@ public:
     QString socketPath() const { return socketPath_; }
 
 private:
+    struct Inbox;
+
     std::shared_ptr<RequestHandler> onRequest_;
+    std::shared_ptr<Inbox> inbox_;
     std::shared_ptr<BridgeLoop> loop_;
     std::thread thread_;
     QString socketPath_;

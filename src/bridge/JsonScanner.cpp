@@ -1,5 +1,6 @@
 #include "bridge/JsonScanner.h"
 
+#include <array>
 #include <charconv>
 
 namespace mirrowisp {
@@ -69,6 +70,15 @@ qsizetype utf8SequenceLength(const unsigned char* p, qsizetype available) {
     }
     return 0;
 }
+
+// Bytes that need no attention inside a string: printable ASCII but the quote and the backslash.
+constexpr auto plainASCII = [] {
+    std::array<bool, 256> plain{};
+    for (int c = 0x20; c < 0x80; ++c) {
+        plain[static_cast<std::size_t>(c)] = c != '"' && c != '\\';
+    }
+    return plain;
+}();
 
 } // namespace
 
@@ -165,6 +175,13 @@ bool JsonScanner::scanString(QByteArrayView& view, QByteArray& storage, bool dec
     qsizetype copiedUpTo = start;
 
     while (pos_ < size) {
+        // Most of a request is plain ASCII (the Base64 payload above all): skip it in a tight loop.
+        while (pos_ < size && plainASCII[data[pos_]]) {
+            ++pos_;
+        }
+        if (pos_ >= size) {
+            break;
+        }
         const unsigned char c = data[pos_];
         if (c == '"') {
             if (!decode) {
