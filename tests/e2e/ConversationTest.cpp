@@ -54,7 +54,8 @@ protected:
     QByteArray quickHook(const char* agent, const QJsonObject& event) {
         const int before = handled;
         auto process = hook(agent, event);
-        EXPECT_TRUE(test::waitUntil([&] { return process->state() == QProcess::NotRunning && handled > before; }, 10000));
+        EXPECT_TRUE(test::waitUntil(
+            [&] { return process->state() == QProcess::NotRunning && handled > before; }, 10000));
         EXPECT_EQ(process->exitCode(), 0);
         return process->readAllStandardOutput();
     }
