@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QJsonObject>
 #include <QObject>
+#include <QTimer>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -86,6 +87,22 @@ public:
 
     static inline const QString denyMessage = QStringLiteral("The user denied this from Mirrowisp.");
 
+    // Lifecycle. `start` schedules cleanup every 30 s and reconciliation every 10 s; both are also
+    // public steps that take the time, so tests drive them without waiting.
+    void start();
+    std::vector<AgentSession*> orderedSessions() const;
+    std::vector<AgentSession*> visibleSessions() const;
+    AgentSession* attentionSession() const;
+    void cleanup(Timestamp now);
+    void reconcileQuietSessions(Timestamp now);
+    // Where the Codex hook trust state comes from (the installer's reading of config.toml).
+    void setCodexStatusSource(std::function<CodexHookStatus()> source) {
+        codexStatusSource_ = std::move(source);
+    }
+    void refreshCodexApproval();
+    // Whether a process is gone: only "no such process" counts; any other failure means alive.
+    static bool processIsGone(qint32 pid);
+
 Q_SIGNALS:
     void sessionsChanged();
     void codexHookStatusChanged();
@@ -114,6 +131,9 @@ private:
     QHash<AgentKind, Timestamp> lastSeen_;
     SignalHandler onSignal_;
     std::unique_ptr<SerialQueue> transcripts_;
+    std::function<CodexHookStatus()> codexStatusSource_;
+    std::unique_ptr<class QTimer> cleanupTimer_;
+    std::unique_ptr<class QTimer> reconcileTimer_;
 };
 
 } // namespace mirrowisp

@@ -1,0 +1,165 @@
+#include "AgentStoreFixture.h"
+
+#include <QFile>
+#include <QProcess>
+#include <unistd.h>
+
+using namespace mirrowisp;
+using test::AgentStoreFixture;
+
+namespace {
+
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
+
+// The id of a process that has exited and been reaped: signalling it fails with "no such process".
+qint32 goneProcess() {
+    QProcess process;
+    process.start(text("true"), {});
+    process.waitForStarted();
+    const auto pid = static_cast<qint32>(process.processId());
+    process.waitForFinished();
+    return pid;
+}
+
+} // namespace
+
+class AgentStoreLifecycle : public AgentStoreFixture {
+protected:
+    AgentSession* make(const char* id, const char* event, std::optional<qint32> pid = std::nullopt) {
+        ProcessContext context;
+        context.agentPID = pid;
+        send(AgentKind::claude, AgentStoreFixture::event(event, id), context);
+        return session(AgentKind::claude, QString::fromUtf8(id));
+    }
+};
+
+TEST_F(AgentStoreLifecycle, OrdersWaitingThenWorkingThenNewest) {
+    AgentSession* old = make("old", "Stop");
+    clock.advance(1);
+    AgentSession* newer = make("newer", "Stop");
+    clock.advance(1);
+    AgentSession* working = make("working", "UserPromptSubmit");
+    working->setUpdatedAt(0); // working beats a newer quiet session
+    clock.advance(1);
+    AgentSession* waiting = make("waiting", "Notification");
+    waiting->setUpdatedAt(0);
+    clock.advance(1);
+    AgentSession* ended = make("ended", "SessionEnd");
+
+    const std::vector<AgentSession*> expected{waiting, working, ended, newer, old};
+    EXPECT_EQ(store.orderedSessions(), expected);
+    EXPECT_EQ(store.visibleSessions(), (std::vector<AgentSession*>{waiting, working, newer, old}));
+    EXPECT_EQ(store.attentionSession(), waiting);
+    store.dismiss(waiting->id());
+    EXPECT_EQ(store.attentionSession(), nullptr);
+}
+
+TEST_F(AgentStoreLifecycle, CleanupRemovesWhatIsOverAndKeepsWhatWaits) {
+    prefs.setHideFinishedAfter(0);
+    const qint32 alive = static_cast<qint32>(::getpid());
+    const qint32 dead = goneProcess();
+    make("ended", "SessionEnd");
+    make("doneAlive", "Stop", alive);
+    make("doneDead", "Stop", dead);
+    make("idleDead", "SessionStart", dead);
+    make("workingDead", "UserPromptSubmit", dead);
+    make("workingAlive", "UserPromptSubmit", alive);
+    make("workingUnknown", "UserPromptSubmit");
+    auto card = send(AgentKind::claude,
+                     event("PermissionRequest", "waitingDead", {{text("tool_name"), text("Bash")}}), [&] {
+                         ProcessContext c;
+                         c.agentPID = dead;
+                         return c;
+                     }());
+
+    clock.advance(30.0);
+    store.cleanup(clock.now());
+    EXPECT_NE(session(AgentKind::claude, text("ended")), nullptr) << "30.0 seconds exactly stays";
+    EXPECT_EQ(session(AgentKind::claude, text("doneDead")), nullptr);
+    EXPECT_EQ(session(AgentKind::claude, text("idleDead")), nullptr);
+    EXPECT_EQ(session(AgentKind::claude, text("workingDead")), nullptr);
+    EXPECT_NE(session(AgentKind::claude, text("doneAlive")), nullptr) << "hiding is off";
+    EXPECT_NE(session(AgentKind::claude, text("workingAlive")), nullptr);
+    EXPECT_NE(session(AgentKind::claude, text("workingUnknown")), nullptr);
+    EXPECT_NE(session(AgentKind::claude, text("waitingDead")), nullptr)
+        << "an open decision keeps its session";
+
+    clock.advance(0.1);
+    store.cleanup(clock.now());
+    EXPECT_EQ(session(AgentKind::claude, text("ended")), nullptr);
+
+    prefs.setHideFinishedAfter(600);
+    clock.advance(569); // 599.1 s since its last event
+    store.cleanup(clock.now());
+    EXPECT_NE(session(AgentKind::claude, text("doneAlive")), nullptr);
+    clock.advance(1);
+    store.cleanup(clock.now());
+    EXPECT_EQ(session(AgentKind::claude, text("doneAlive")), nullptr);
+    EXPECT_NE(session(AgentKind::claude, text("workingAlive")), nullptr);
+    EXPECT_FALSE(AgentStore::processIsGone(1)) << "init is alive";
+}
+
+TEST_F(AgentStoreLifecycle, ReconciliationFinishesTurnsThatLostTheirStop) {
+    const QString path = home.path() + text("/t.jsonl");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"({"type":"assistant","message":{"content":"All done"}})"
+               "\n"
+               R"({"type":"system","subtype":"turn_duration"})"
+               "\n");
+    file.close();
+    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "quiet",
+                                          {{text("transcript_path"), path}, {text("prompt"), text("x")}}));
+    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "noPath", {{text("prompt"), text("x")}}));
+    sendAnswered(AgentKind::claude, event("Notification", "attention", {{text("transcript_path"), path}}));
+    AgentSession* quiet = session(AgentKind::claude, text("quiet"));
+    AgentSession* noPath = session(AgentKind::claude, text("noPath"));
+
+    clock.advance(15.0);
+    store.reconcileQuietSessions(clock.now());
+    test::drainMainQueue();
+    EXPECT_EQ(quiet->status(), AgentStatus::thinking()) << "15 seconds of silence is not yet enough";
+
+    clock.advance(1.0);
+    store.reconcileQuietSessions(clock.now());
+    ASSERT_TRUE(test::waitUntil([&] { return quiet->status() == AgentStatus::done(); }));
+    EXPECT_EQ(quiet->lastMessage(), text("All done"));
+    EXPECT_EQ(signalCount(AgentSignal::finished), 1);
+    EXPECT_EQ(noPath->status(), AgentStatus::thinking());
+    EXPECT_EQ(session(AgentKind::claude, text("attention"))->status(), AgentStatus::needsAttention());
+}
+
+TEST_F(AgentStoreLifecycle, AnEventDuringTheTranscriptReadWins) {
+    const QString path = home.path() + text("/t.jsonl");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"({"type":"system","subtype":"stop_hook_summary"})"
+               "\n");
+    file.close();
+    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s",
+                                          {{text("transcript_path"), path}, {text("prompt"), text("x")}}));
+    AgentSession* s = session(AgentKind::claude, text("s"));
+    clock.advance(20);
+    store.reconcileQuietSessions(clock.now());
+    // The read runs in the background; an event lands before its result is applied.
+    sendAnswered(AgentKind::claude, event("PreToolUse", "s", {{text("tool_name"), text("Read")}}));
+    test::waitUntil([] { return false; }, 200);
+    EXPECT_EQ(s->status(), AgentStatus::runningTool(text("Read")));
+    EXPECT_EQ(signalCount(AgentSignal::finished), 0);
+}
+
+TEST_F(AgentStoreLifecycle, CodexApprovalFollowsTheInstallerUnlessCodexIsOff) {
+    CodexHookStatus installer = CodexHookStatus::needsApproval;
+    store.setCodexStatusSource([&] { return installer; });
+    store.refreshCodexApproval();
+    EXPECT_EQ(store.codexHookStatus(), CodexHookStatus::needsApproval);
+    prefs.setAgentEnabled(AgentKind::codex, false);
+    store.refreshCodexApproval();
+    EXPECT_EQ(store.codexHookStatus(), CodexHookStatus::ready);
+    prefs.setAgentEnabled(AgentKind::codex, true);
+    installer = CodexHookStatus::disabled;
+    store.cleanup(clock.now()); // cleanup refreshes it too
+    EXPECT_EQ(store.codexHookStatus(), CodexHookStatus::disabled);
+}
