@@ -1,24 +1,48 @@
 #include "app/AppModel.h"
 
+#include "app/Preferences.h"
 #include "base/Log.h"
 
 #include <QPointer>
+#include <cmath>
 
 namespace mirrowisp {
 
 AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent)
-    : QObject(parent), prefs_(prefs), agents_(prefs, defaults, clock) {}
+    : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock), agents_(prefs, defaults, clock) {
+    transientTimer_.setSingleShot(true);
+    connect(&transientTimer_, &QTimer::timeout, this, [this] { expireTransient(clock_.now()); });
+    // Hooks come back within a minute after an agent's own update removed them.
+    agentSetupTimer_.setInterval(60'000);
+    connect(&agentSetupTimer_, &QTimer::timeout, this, &AppModel::runConnectionPass);
+}
 
 AppModel::~AppModel() = default;
 
 void AppModel::start() {
     startBridge();
+    runConnectionPass();
+    agentSetupTimer_.start();
+    QPointer<AppModel> weak(this);
+    agents_.setOnSignal([weak](AgentSignal signal, AgentSession& session) {
+        if (weak) {
+            weak->handle(signal, session);
+        }
+    });
+    agents_.start();
 }
 
 void AppModel::stop() {
     if (bridge_) {
         bridge_->stop();
     }
+}
+
+void AppModel::runConnectionPass() {
+    if (connectionPass_) {
+        connectionPass_();
+    }
+    agents_.refreshCodexApproval();
 }
 
 void AppModel::startBridge() {
@@ -44,12 +68,63 @@ void AppModel::route(const std::shared_ptr<BridgeConnection>& connection) {
     const std::optional<QJsonObject> event = AgentStore::parsePayload(connection->request().payload);
     if (event &&
         event->value(QLatin1StringView("hook_event_name")) == QJsonValue(QStringLiteral("StatusLine"))) {
-        // Status lines feed the usage meters, not the sessions.
+        // Status lines feed the usage meters, not the sessions, whatever the agent filter says.
         statusLines_.insert(connection->request().agent, *event);
         connection->reply();
         return;
     }
     agents_.handle(connection, event);
+}
+
+void AppModel::play(SoundCue cue) {
+    if (playCue_) {
+        playCue_(cue);
+    }
+}
+
+void AppModel::handle(AgentSignal signal, AgentSession& session) {
+    switch (signal) {
+    case AgentSignal::sessionStarted:
+        play(SoundCue::sessionStart);
+        break;
+    case AgentSignal::needsAttention:
+        play(SoundCue::attention);
+        if (prefs_.autoOpenOnAttention() && notch_ != nullptr) {
+            notch_->openAgentsAutomatically();
+        }
+        break;
+    case AgentSignal::finished:
+        play(SoundCue::done);
+        if (notch_ == nullptr || !notch_->isShowingAgents()) {
+            agents_.setHasUnseenFinish(true);
+        }
+        if (notch_ == nullptr || !notch_->isAnyIslandOpen()) {
+            flash(TransientActivity::agentDone(session.agent(), session.projectName()), 3.0);
+        }
+        break;
+    case AgentSignal::promptSubmitted:
+    case AgentSignal::ended:
+        break;
+    }
+}
+
+void AppModel::flash(const TransientActivity& activity, double seconds) {
+    transientTimer_.stop();
+    const bool sameLevel = transient_ && transient_->isLevel() && transient_->kind == activity.kind;
+    if (!sameLevel) {
+        ++transientID_; // the island animates a new content
+    }
+    transient_ = activity;
+    transientUntil_ = clock_.now() + seconds;
+    transientTimer_.start(static_cast<int>(std::ceil(seconds * 1000)));
+    Q_EMIT transientChanged();
+}
+
+void AppModel::expireTransient(Timestamp now) {
+    if (transient_ && now >= transientUntil_) {
+        transient_.reset();
+        Q_EMIT transientChanged();
+    }
 }
 
 } // namespace mirrowisp

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "agents/AgentStore.h"
+#include "app/TransientActivity.h"
 #include "bridge/BridgeServer.h"
 
 #include <QJsonObject>
 #include <QObject>
+#include <QTimer>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -14,10 +17,25 @@ class Clock;
 class Preferences;
 class UserDefaults;
 
-// The process-wide root: owns the bridge and the agent store, and routes every request that arrives.
+// The short sounds the app plays; the sound engine plays them once it is there.
+enum class SoundCue { sessionStart, attention, done, lowBattery, connected, charging };
+
+// What the model needs of the islands; the island manager implements it.
+class NotchPresenter {
+public:
+    virtual ~NotchPresenter() = default;
+    virtual bool isShowingAgents() const = 0;
+    virtual bool isAnyIslandOpen() const = 0;
+    // Opens the primary island on the agents tab, marked as opened automatically.
+    virtual void openAgentsAutomatically() = 0;
+};
+
+// The process-wide root: owns the bridge and the agent store, routes every request, and turns what
+// the services report into sounds, an opened island and the closed island's short-lived contents.
 class AppModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString bridgeError READ bridgeErrorText NOTIFY bridgeErrorChanged)
+    Q_PROPERTY(qint64 transientID READ transientID NOTIFY transientChanged)
 
 public:
     AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent = nullptr);
@@ -33,22 +51,50 @@ public:
     BridgeServer* bridge() const { return bridge_.get(); }
     AgentStore& agents() { return agents_; }
     Preferences& prefs() { return prefs_; }
+    UserDefaults& defaults() { return defaults_; }
     // The newest status-line event of each agent, for the usage meters.
     const QHash<AgentKind, QJsonObject>& statusLines() const { return statusLines_; }
 
     void route(const std::shared_ptr<BridgeConnection>& connection);
+    void handle(AgentSignal signal, AgentSession& session);
+
+    // Shows `activity` on the closed island for `seconds`; the last caller wins.
+    void flash(const TransientActivity& activity, double seconds);
+    const std::optional<TransientActivity>& transient() const { return transient_; }
+    qint64 transientID() const { return transientID_; }
+    // Ends the transient if its time is up (the flash timer calls this).
+    void expireTransient(Timestamp now);
+
+    void setNotch(NotchPresenter* notch) { notch_ = notch; }
+    void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
+    // Hook installation for one agent; the app wires it to the installer.
+    void setConnectionPass(std::function<void()> pass) { connectionPass_ = std::move(pass); }
+    // Runs the hook connection pass now, as the app does when it becomes active.
+    void runConnectionPass();
 
 Q_SIGNALS:
     void bridgeErrorChanged();
+    void transientChanged();
 
 private:
     void startBridge();
+    void play(SoundCue cue);
 
     Preferences& prefs_;
+    UserDefaults& defaults_;
+    const Clock& clock_;
     AgentStore agents_;
     std::unique_ptr<BridgeServer> bridge_;
     std::optional<QString> bridgeError_;
     QHash<AgentKind, QJsonObject> statusLines_;
+    std::optional<TransientActivity> transient_;
+    qint64 transientID_ = 0;
+    Timestamp transientUntil_ = 0;
+    QTimer transientTimer_;
+    QTimer agentSetupTimer_;
+    NotchPresenter* notch_ = nullptr;
+    std::function<void(SoundCue)> playCue_;
+    std::function<void()> connectionPass_;
 };
 
 } // namespace mirrowisp

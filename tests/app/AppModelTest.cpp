@@ -22,6 +22,16 @@ public:
     std::optional<QString> setEnabled(bool) override { return std::nullopt; }
 };
 
+class FakeNotch final : public NotchPresenter {
+public:
+    bool showingAgents = false;
+    bool open = false;
+    int openedAutomatically = 0;
+    bool isShowingAgents() const override { return showingAgents; }
+    bool isAnyIslandOpen() const override { return open; }
+    void openAgentsAutomatically() override { ++openedAutomatically; }
+};
+
 class AppModelTest : public testing::Test {
 protected:
     AppModelTest()
@@ -79,4 +89,66 @@ TEST_F(AppModelTest, SaysWhyTheBridgeCouldNotStartAndRunsOnWithoutIt) {
     EXPECT_TRUE(model.bridgeError()->startsWith(QStringLiteral("Could not open the agent socket: ")));
     EXPECT_EQ(model.bridgeErrorText(), *model.bridgeError());
     model.stop(); // harmless without a socket
+}
+
+TEST_F(AppModelTest, FlashesReplaceEachOtherAndLevelsUpdateInPlace) {
+    using Case = TransientActivity::Case;
+    model.flash(TransientActivity::levelChange(Case::volume, 0.4), 1.6);
+    const qint64 first = model.transientID();
+    clock.advance(1.0);
+    model.flash(TransientActivity::levelChange(Case::volume, 0.5), 1.6);
+    EXPECT_EQ(model.transientID(), first) << "a volume change during a volume flash updates in place";
+    clock.advance(1.0);
+    model.expireTransient(clock.now());
+    ASSERT_TRUE(model.transient().has_value()) << "the deadline restarted with the second change";
+    EXPECT_EQ(model.transient()->level, 0.5);
+
+    model.flash(TransientActivity::levelChange(Case::brightness, 0.2), 1.6);
+    EXPECT_EQ(model.transientID(), first + 1);
+    model.flash(TransientActivity::levelChange(Case::volume, 0.2), 1.6);
+    EXPECT_EQ(model.transientID(), first + 2);
+    model.flash(TransientActivity::agentDone(AgentKind::claude, QStringLiteral("a")), 3.0);
+    model.flash(TransientActivity::agentDone(AgentKind::codex, QStringLiteral("b")), 3.0);
+    EXPECT_EQ(model.transientID(), first + 4) << "two equal non-level cases still animate anew";
+    EXPECT_EQ(model.transient()->text, QStringLiteral("b"));
+    clock.advance(3.0);
+    model.expireTransient(clock.now());
+    EXPECT_FALSE(model.transient().has_value());
+}
+
+TEST_F(AppModelTest, ReactsToAgentSignalsWithSoundsTheIslandAndAFlash) {
+    FakeNotch notch;
+    std::vector<SoundCue> cues;
+    model.setNotch(&notch);
+    model.setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });
+    AgentSession session(AgentKind::claude, QStringLiteral("s"), clock.now());
+    session.setCwd(QStringLiteral("/work/shop"));
+
+    model.handle(AgentSignal::needsAttention, session);
+    EXPECT_EQ(notch.openedAutomatically, 1);
+    prefs.setAutoOpenOnAttention(false);
+    model.handle(AgentSignal::needsAttention, session);
+    EXPECT_EQ(notch.openedAutomatically, 1) << "only the sound";
+
+    notch.showingAgents = true;
+    notch.open = true;
+    model.handle(AgentSignal::finished, session);
+    EXPECT_FALSE(model.agents().hasUnseenFinish());
+    EXPECT_FALSE(model.transient().has_value());
+
+    notch.showingAgents = false;
+    notch.open = false;
+    model.handle(AgentSignal::finished, session);
+    EXPECT_TRUE(model.agents().hasUnseenFinish());
+    ASSERT_TRUE(model.transient().has_value());
+    EXPECT_EQ(*model.transient(), TransientActivity::agentDone(AgentKind::claude, QStringLiteral("shop")));
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::attention, SoundCue::attention, SoundCue::done,
+                                           SoundCue::done}));
+}
+
+TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
+    prefs.setAgentEnabled(AgentKind::claude, false);
+    route(R"({"hook_event_name":"StatusLine","session_id":"s"})");
+    EXPECT_TRUE(model.statusLines().contains(AgentKind::claude));
+    EXPECT_FALSE(model.agents().lastSeen().contains(AgentKind::claude)) << "status lines are not hook events";
 }
