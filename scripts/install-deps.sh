@@ -11,7 +11,7 @@ packages=(
   # libraries
   libsqlite3-dev
   # tests and benchmarks
-  googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps
+  googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps dbus-daemon
   # the hook tool's JSON (header-only)
   nlohmann-json3-dev
 )

@@ -5,6 +5,8 @@
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "base/UserDefaults.h"
+#include "control/ControlService.h"
+#include "control/CtlClient.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -48,6 +50,10 @@ bool wantsVersion(int argc, char** argv) {
 } // namespace
 
 int runMirrowisp(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
+        QCoreApplication client(argc, argv);
+        return runCtl(QCoreApplication::arguments().mid(2));
+    }
     if (wantsVersion(argc, argv)) {
         std::printf("mirrowisp %s\n", MIRROWISP_VERSION);
         return 0;
@@ -88,6 +94,17 @@ int runMirrowisp(int argc, char** argv) {
     AppModel model(Preferences::shared(), UserDefaults::standard(), SystemClock::shared());
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
+    ControlService control(model, {});
+    control.registerOn(QDBusConnection::sessionBus());
+    if (gui) {
+        // Coming back to the app is a good moment to put back hooks an agent's update removed.
+        QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &model,
+                         [&model](Qt::ApplicationState state) {
+                             if (state == Qt::ApplicationActive) {
+                                 model.runConnectionPass();
+                             }
+                         });
+    }
 
     const int status = QCoreApplication::exec();
     model.stop();

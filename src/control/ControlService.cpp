@@ -1,0 +1,143 @@
+#include "control/ControlService.h"
+
+#include "app/AppModel.h"
+#include "app/ControlCommands.h"
+#include "base/Log.h"
+
+#include <QDBusConnectionInterface>
+#include <QJsonDocument>
+#include <unistd.h>
+
+namespace mirrowisp {
+
+namespace {
+
+QString errorName(ControlCommands::Result result) {
+    switch (result) {
+    case ControlCommands::Result::unknownDecision:
+        return ControlService::errorPrefix + QStringLiteral("UnknownDecision");
+    case ControlCommands::Result::unknownSession:
+        return ControlService::errorPrefix + QStringLiteral("UnknownSession");
+    default:
+        return ControlService::errorPrefix + QStringLiteral("BadArgument");
+    }
+}
+
+} // namespace
+
+ControlService::ControlService(AppModel& model, AgentActions agentActions, QObject* parent)
+    : QObject(parent), model_(model), agentActions_(std::move(agentActions)) {}
+
+bool ControlService::registerOn(QDBusConnection bus) {
+    if (!bus.isConnected()) {
+        logLine(QStringLiteral("Mirrowisp: no session bus; the control interface is off"));
+        return false;
+    }
+    if (!bus.registerObject(objectPath, this, QDBusConnection::ExportAllSlots)) {
+        logLine(QStringLiteral("Mirrowisp: could not publish the control interface: ") +
+                bus.lastError().message());
+        return false;
+    }
+    const auto reply =
+        bus.interface()->registerService(serviceName, QDBusConnectionInterface::ReplaceExistingService,
+                                         QDBusConnectionInterface::AllowReplacement);
+    if (!reply.isValid() || reply.value() == QDBusConnectionInterface::ServiceNotRegistered) {
+        logLine(QStringLiteral("Mirrowisp: could not take the bus name ") + serviceName);
+        return false;
+    }
+    return true;
+}
+
+bool ControlService::callerIsThisUser() {
+    if (!calledFromDBus()) {
+        return true;
+    }
+    // The session bus is the user's own already; a bus shared with other users must not reach us.
+    const auto uid = connection().interface()->serviceUid(message().service());
+    if (uid.isValid() && uid.value() == ::getuid()) {
+        return true;
+    }
+    sendErrorReply(QDBusError::AccessDenied,
+                   QStringLiteral("only the user who runs Mirrowisp may control it"));
+    return false;
+}
+
+void ControlService::act(const std::function<ControlCommands::Result()>& action, const QString& subject) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    if (const auto result = action(); result != ControlCommands::Result::ok) {
+        sendErrorReply(errorName(result), ControlCommands::message(result, subject));
+    }
+}
+
+QString ControlService::Sessions() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    return QString::fromUtf8(
+        QJsonDocument(ControlCommands::sessionsJson(model_.agents())).toJson(QJsonDocument::Indented));
+}
+
+void ControlService::Allow(const QString& decisionID, bool always) {
+    act([&] { return ControlCommands::allow(model_.agents(), decisionID, always); }, decisionID);
+}
+
+void ControlService::Deny(const QString& decisionID) {
+    act([&] { return ControlCommands::deny(model_.agents(), decisionID); }, decisionID);
+}
+
+void ControlService::Answer(const QString& decisionID, const QString& answersJson) {
+    act([&] { return ControlCommands::answer(model_.agents(), decisionID, answersJson); }, decisionID);
+}
+
+void ControlService::ApprovePlan(const QString& decisionID, bool autoEdit) {
+    act([&] { return ControlCommands::approvePlan(model_.agents(), decisionID, autoEdit); }, decisionID);
+}
+
+void ControlService::KeepPlanning(const QString& decisionID, const QString& feedback) {
+    act([&] { return ControlCommands::keepPlanning(model_.agents(), decisionID, feedback); }, decisionID);
+}
+
+void ControlService::Terminal(const QString& decisionID) {
+    act([&] { return ControlCommands::terminal(model_.agents(), decisionID); }, decisionID);
+}
+
+void ControlService::Hide(const QString& sessionID) {
+    act([&] { return ControlCommands::hide(model_.agents(), sessionID); }, sessionID);
+}
+
+QString ControlService::Agents() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    return agentActions_.agentsJson ? agentActions_.agentsJson() : QStringLiteral("[]");
+}
+
+void ControlService::Connect(const QString& agent) {
+    setConnected(agent, true);
+}
+
+void ControlService::Disconnect(const QString& agent) {
+    setConnected(agent, false);
+}
+
+void ControlService::setConnected(const QString& agent, bool connect) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    if (!AgentKinds::fromRawValue(QStringView(agent))) {
+        sendErrorReply(errorPrefix + QStringLiteral("UnknownAgent"),
+                       QStringLiteral("no agent called ") + agent);
+        return;
+    }
+    if (!agentActions_.setConnected) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("hook installation is not available"));
+        return;
+    }
+    if (const auto error = agentActions_.setConnected(agent, connect)) {
+        sendErrorReply(errorPrefix + QStringLiteral("HookError"), *error);
+    }
+}
+
+} // namespace mirrowisp

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "app/ControlCommands.h"
+
+#include <QDBusConnection>
+#include <QDBusContext>
+#include <QObject>
+#include <QString>
+#include <functional>
+
+namespace mirrowisp {
+
+class AppModel;
+
+// The app's control interface on the user's session bus, for scripts, tests and `mirrowisp ctl`.
+// Every method does what the matching card or menu action does.
+class ControlService : public QObject, protected QDBusContext {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "io.mirrowisp.Mirrowisp1")
+
+public:
+    static inline const QString serviceName = QStringLiteral("io.mirrowisp.Mirrowisp");
+    static inline const QString objectPath = QStringLiteral("/io/mirrowisp/Mirrowisp");
+    static inline const QString interfaceName = QStringLiteral("io.mirrowisp.Mirrowisp1");
+    static inline const QString errorPrefix = QStringLiteral("io.mirrowisp.Mirrowisp1.Error.");
+
+    // The agents' setup states and the connect/disconnect actions come from the installer.
+    struct AgentActions {
+        std::function<QString()> agentsJson;
+        // Answers an error text, or nothing on success.
+        std::function<std::optional<QString>(const QString& kind, bool connect)> setConnected;
+    };
+
+    ControlService(AppModel& model, AgentActions agentActions, QObject* parent = nullptr);
+
+    // Registers the object and takes the name over from an older copy of the app, as the socket does.
+    bool registerOn(QDBusConnection bus);
+
+public Q_SLOTS:
+    QString Sessions();
+    void Allow(const QString& decisionID, bool always);
+    void Deny(const QString& decisionID);
+    void Answer(const QString& decisionID, const QString& answersJson);
+    void ApprovePlan(const QString& decisionID, bool autoEdit);
+    void KeepPlanning(const QString& decisionID, const QString& feedback);
+    void Terminal(const QString& decisionID);
+    void Hide(const QString& sessionID);
+    QString Agents();
+    void Connect(const QString& agent);
+    void Disconnect(const QString& agent);
+
+private:
+    bool callerIsThisUser();
+    void act(const std::function<ControlCommands::Result()>& action, const QString& subject);
+    void setConnected(const QString& agent, bool connect);
+
+    AppModel& model_;
+    AgentActions agentActions_;
+};
+
+} // namespace mirrowisp

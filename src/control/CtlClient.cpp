@@ -1,0 +1,148 @@
+#include "control/CtlClient.h"
+
+#include "control/ControlService.h"
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusReply>
+#include <QTextStream>
+#include <cstdio>
+
+namespace mirrowisp {
+
+namespace {
+
+constexpr int exitOK = 0;
+constexpr int exitUnknown = 1;
+constexpr int exitNotRunning = 2;
+constexpr int exitUsage = 64;
+
+const char* const usage = R"(usage: mirrowisp ctl COMMAND
+  sessions                              the sessions as JSON, in the island's order
+  allow ID [--always]                   allow a waiting permission (always: with the suggested rule)
+  deny ID                               deny it
+  answer ID --json '{"question":"answer"}'
+  approve-plan ID [--auto-edit]
+  keep-planning ID [--feedback TEXT]
+  terminal ID                           leave the decision to the agent's own prompt
+  hide SESSION-ID
+  agents                                each agent's setup state
+  connect KIND | disconnect KIND        install or remove the hooks of an agent
+)";
+
+void printError(const QString& text) {
+    std::fprintf(stderr, "mirrowisp ctl: %s\n", qPrintable(text));
+}
+
+int exitFor(const QDBusError& error) {
+    const QString name = error.name();
+    if (name.endsWith(QLatin1StringView(".UnknownDecision")) ||
+        name.endsWith(QLatin1StringView(".UnknownSession")) ||
+        name.endsWith(QLatin1StringView(".UnknownAgent"))) {
+        printError(error.message());
+        return exitUnknown;
+    }
+    if (error.type() == QDBusError::ServiceUnknown || error.type() == QDBusError::NoReply ||
+        error.type() == QDBusError::Disconnected || error.type() == QDBusError::UnknownObject) {
+        printError(QStringLiteral("Mirrowisp is not running"));
+        return exitNotRunning;
+    }
+    printError(error.message());
+    return exitUnknown;
+}
+
+// Takes "--flag VALUE" out of `args`; nothing when the flag is absent.
+std::optional<QString> takeOption(QStringList& args, const QString& flag, bool& missingValue) {
+    const qsizetype index = args.indexOf(flag);
+    if (index < 0) {
+        return std::nullopt;
+    }
+    if (index + 1 >= args.size()) {
+        missingValue = true;
+        return std::nullopt;
+    }
+    const QString value = args.at(index + 1);
+    args.remove(index, 2);
+    return value;
+}
+
+bool takeFlag(QStringList& args, const QString& flag) {
+    return args.removeAll(flag) > 0;
+}
+
+} // namespace
+
+int runCtl(const QStringList& arguments) {
+    QStringList args = arguments;
+    if (args.isEmpty() || args.first() == QLatin1StringView("--help") ||
+        args.first() == QLatin1StringView("-h")) {
+        std::fputs(usage, args.isEmpty() ? stderr : stdout);
+        return args.isEmpty() ? exitUsage : exitOK;
+    }
+    const QString command = args.takeFirst();
+    bool missingValue = false;
+    const bool always = takeFlag(args, QStringLiteral("--always"));
+    const bool autoEdit = takeFlag(args, QStringLiteral("--auto-edit"));
+    const auto json = takeOption(args, QStringLiteral("--json"), missingValue);
+    const auto feedback = takeOption(args, QStringLiteral("--feedback"), missingValue);
+
+    struct Call {
+        QString method;
+        QVariantList arguments;
+        bool printsResult = false;
+    };
+    std::optional<Call> call;
+    const QString subject = args.value(0);
+    const bool oneSubject = args.size() == 1 && !missingValue;
+    if (command == QLatin1StringView("sessions") && args.isEmpty()) {
+        call = Call{QStringLiteral("Sessions"), {}, true};
+    } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
+        call = Call{QStringLiteral("Agents"), {}, true};
+    } else if (command == QLatin1StringView("allow") && oneSubject) {
+        call = Call{QStringLiteral("Allow"), {subject, always}};
+    } else if (command == QLatin1StringView("deny") && oneSubject) {
+        call = Call{QStringLiteral("Deny"), {subject}};
+    } else if (command == QLatin1StringView("answer") && oneSubject && json) {
+        call = Call{QStringLiteral("Answer"), {subject, *json}};
+    } else if (command == QLatin1StringView("approve-plan") && oneSubject) {
+        call = Call{QStringLiteral("ApprovePlan"), {subject, autoEdit}};
+    } else if (command == QLatin1StringView("keep-planning") && oneSubject) {
+        call = Call{QStringLiteral("KeepPlanning"), {subject, feedback.value_or(QString())}};
+    } else if (command == QLatin1StringView("terminal") && oneSubject) {
+        call = Call{QStringLiteral("Terminal"), {subject}};
+    } else if (command == QLatin1StringView("hide") && oneSubject) {
+        call = Call{QStringLiteral("Hide"), {subject}};
+    } else if (command == QLatin1StringView("connect") && oneSubject) {
+        call = Call{QStringLiteral("Connect"), {subject}};
+    } else if (command == QLatin1StringView("disconnect") && oneSubject) {
+        call = Call{QStringLiteral("Disconnect"), {subject}};
+    }
+    if (!call) {
+        std::fputs(usage, stderr);
+        return exitUsage;
+    }
+
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        printError(QStringLiteral("Mirrowisp is not running (no session bus)"));
+        return exitNotRunning;
+    }
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        ControlService::serviceName, ControlService::objectPath, ControlService::interfaceName, call->method);
+    message.setArguments(call->arguments);
+    const QDBusMessage reply = bus.call(message, QDBus::Block, 10'000);
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        return exitFor(QDBusError(reply));
+    }
+    if (call->printsResult && !reply.arguments().isEmpty()) {
+        QTextStream out(stdout);
+        QString text = reply.arguments().constFirst().toString();
+        if (!text.endsWith(QLatin1Char('\n'))) {
+            text += QLatin1Char('\n');
+        }
+        out << text;
+    }
+    return exitOK;
+}
+
+} // namespace mirrowisp

@@ -1,0 +1,177 @@
+// `mirrowisp ctl` against the real app on a private session bus, with the real hook tool waiting.
+#include "support/TestSupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <gtest/gtest.h>
+
+namespace {
+
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
+
+struct CtlResult {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+class Control : public testing::Test {
+protected:
+    void SetUp() override {
+        bus.start(text("dbus-daemon"), {text("--session"), text("--nofork"), text("--print-address=1")});
+        ASSERT_TRUE(bus.waitForReadyRead(10000)) << "dbus-daemon did not start";
+        const QString address = QString::fromUtf8(bus.readLine()).trimmed();
+        env = QProcessEnvironment::systemEnvironment();
+        env.insert(text("DBUS_SESSION_BUS_ADDRESS"), address);
+        env.remove(text("DISPLAY"));
+        env.remove(text("WAYLAND_DISPLAY"));
+    }
+
+    void TearDown() override {
+        if (app.state() != QProcess::NotRunning) {
+            app.terminate();
+            app.waitForFinished(5000);
+        }
+        bus.kill();
+        bus.waitForFinished(5000);
+    }
+
+    void startApp() {
+        app.setProcessEnvironment(env);
+        app.start(text(MIRROWISP_APP_PATH), {});
+        // The bus name is taken right after the bridge starts: wait until ctl gets through.
+        ASSERT_TRUE(mirrowisp::test::waitUntil([&] { return ctl({text("sessions")}).exitCode == 0; }, 10000));
+    }
+
+    CtlResult ctl(const QStringList& arguments) {
+        QProcess process;
+        process.setProcessEnvironment(env);
+        process.start(text(MIRROWISP_APP_PATH), QStringList{text("ctl")} + arguments);
+        process.waitForFinished(10000);
+        return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+    }
+
+    std::unique_ptr<QProcess> hook(const QJsonObject& event) {
+        auto process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(env);
+        process->start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), text("claude")});
+        process->write(QJsonDocument(event).toJson(QJsonDocument::Compact));
+        process->closeWriteChannel();
+        return process;
+    }
+
+    QJsonArray sessions() { return QJsonDocument::fromJson(ctl({text("sessions")}).out).array(); }
+
+    // Waits until the session lists a pending decision; returns its id.
+    QString waitForDecision() {
+        QString id;
+        mirrowisp::test::waitUntil(
+            [&] {
+                const QJsonArray list = sessions();
+                const QJsonArray pending =
+                    list.isEmpty() ? QJsonArray() : list.first()[text("pending")].toArray();
+                id = pending.isEmpty() ? QString() : pending.first()[text("id")].toString();
+                return !id.isEmpty();
+            },
+            10000);
+        return id;
+    }
+
+    mirrowisp::test::TemporaryHome home;
+    QProcess bus;
+    QProcess app;
+    QProcessEnvironment env;
+};
+
+const QJsonObject bashRequest{{text("hook_event_name"), text("PermissionRequest")},
+                              {text("session_id"), text("ctl-1")},
+                              {text("cwd"), text("/home/dev/site")},
+                              {text("tool_name"), text("Bash")},
+                              {text("tool_input"), QJsonObject{{text("command"), text("make deploy")}}}};
+
+} // namespace
+
+TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
+    startApp();
+    auto tool = hook(bashRequest);
+    const QString id = waitForDecision();
+    ASSERT_FALSE(id.isEmpty());
+
+    const QJsonObject session = sessions().first().toObject();
+    EXPECT_EQ(session[text("id")], text("claude:ctl-1"));
+    EXPECT_EQ(session[text("agent")], text("claude"));
+    EXPECT_EQ(session[text("projectName")], text("site"));
+    EXPECT_EQ(session[text("status")], text("needsAttention"));
+    EXPECT_TRUE(session[text("updatedAt")].toString().endsWith(QLatin1Char('Z')));
+    const QJsonObject decision = session[text("pending")][0].toObject();
+    EXPECT_EQ(decision[text("kind")], text("permission"));
+    EXPECT_EQ(decision[text("tool")], text("Bash"));
+    EXPECT_EQ(decision[text("summary")], text("make deploy"));
+
+    const CtlResult unknown = ctl({text("allow"), text("no-such-id")});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_TRUE(unknown.err.contains("no-such-id"));
+    EXPECT_EQ(unknown.err.count('\n'), 1);
+
+    EXPECT_EQ(ctl({text("allow"), id}).exitCode, 0);
+    ASSERT_TRUE(tool->waitForFinished(10000));
+    EXPECT_EQ(
+        tool->readAllStandardOutput(),
+        QByteArray(
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
+    EXPECT_EQ(sessions().first()[text("status")], text("thinking"));
+
+    auto denied = hook(bashRequest);
+    EXPECT_EQ(ctl({text("deny"), waitForDecision()}).exitCode, 0);
+    ASSERT_TRUE(denied->waitForFinished(10000));
+    EXPECT_TRUE(denied->readAllStandardOutput().contains(R"("behavior":"deny")"));
+
+    auto handedBack = hook(bashRequest);
+    EXPECT_EQ(ctl({text("terminal"), waitForDecision()}).exitCode, 0);
+    ASSERT_TRUE(handedBack->waitForFinished(10000));
+    EXPECT_EQ(handedBack->readAllStandardOutput(), QByteArray());
+
+    EXPECT_EQ(ctl({text("hide"), text("nope")}).exitCode, 1);
+    EXPECT_EQ(ctl({text("hide"), text("claude:ctl-1")}).exitCode, 0);
+    EXPECT_TRUE(sessions().isEmpty());
+}
+
+TEST_F(Control, AnswersQuestionsAndPlans) {
+    startApp();
+    QJsonObject question = bashRequest;
+    question.insert(text("tool_name"), text("AskUserQuestion"));
+    question.insert(
+        text("tool_input"),
+        QJsonObject{{text("questions"), QJsonArray{QJsonObject{{text("question"), text("Ship it?")}}}}});
+    auto asked = hook(question);
+    const QString id = waitForDecision();
+    EXPECT_EQ(sessions().first()[text("pending")][0][text("questions")][0][text("question")],
+              text("Ship it?"));
+    EXPECT_EQ(ctl({text("answer"), id, text("--json"), text("[1]")}).exitCode, 1) << "answers are an object";
+    EXPECT_EQ(ctl({text("answer"), id, text("--json"), text(R"({"Ship it?":"yes"})")}).exitCode, 0);
+    ASSERT_TRUE(asked->waitForFinished(10000));
+    EXPECT_TRUE(asked->readAllStandardOutput().contains(R"("answers":{"Ship it?":"yes"})"));
+
+    QJsonObject plan = bashRequest;
+    plan.insert(text("tool_name"), text("ExitPlanMode"));
+    plan.insert(text("tool_input"), QJsonObject{{text("plan"), text("# Steps")}});
+    auto planned = hook(plan);
+    const QString planID = waitForDecision();
+    EXPECT_EQ(sessions().first()[text("pending")][0][text("markdown")], text("# Steps"));
+    EXPECT_EQ(ctl({text("keep-planning"), planID, text("--feedback"), text("smaller steps")}).exitCode, 0);
+    ASSERT_TRUE(planned->waitForFinished(10000));
+    EXPECT_TRUE(planned->readAllStandardOutput().contains(R"("message":"smaller steps")"));
+}
+
+TEST_F(Control, SaysWhenTheAppIsNotRunningOrTheCommandIsWrong) {
+    const CtlResult notRunning = ctl({text("sessions")});
+    EXPECT_EQ(notRunning.exitCode, 2);
+    EXPECT_TRUE(notRunning.err.contains("not running"));
+    EXPECT_EQ(notRunning.err.count('\n'), 1);
+    EXPECT_EQ(ctl({text("allow")}).exitCode, 64);
+    EXPECT_EQ(ctl({text("frobnicate"), text("x")}).exitCode, 64);
+}
