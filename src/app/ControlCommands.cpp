@@ -9,10 +9,13 @@ namespace mirrowisp::ControlCommands {
 
 namespace {
 
-QJsonValue optional(const std::optional<QString>& value) { return value ? QJsonValue(*value) : QJsonValue(); }
+QJsonValue optional(const std::optional<QString>& value) {
+    return value ? QJsonValue(*value) : QJsonValue();
+}
 
 QJsonObject decisionJson(const PendingDecision& decision) {
-    QJsonObject object{{QStringLiteral("id"), decision.id()}, {QStringLiteral("kind"), decision.kind().caseName()}};
+    QJsonObject object{{QStringLiteral("id"), decision.id()},
+                       {QStringLiteral("kind"), decision.kind().caseName()}};
     const DecisionKind& kind = decision.kind();
     switch (kind.kind) {
     case DecisionKind::Case::permission:
@@ -92,7 +95,8 @@ QJsonArray sessionsJson(const AgentStore& store) {
 }
 
 Result allow(AgentStore& store, const QString& decisionID, bool always) {
-    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) { store.allow(d, s, always); });
+    return withDecision(store, decisionID,
+                        [&](PendingDecision& d, AgentSession& s) { store.allow(d, s, always); });
 }
 
 Result deny(AgentStore& store, const QString& decisionID) {
@@ -114,7 +118,8 @@ Result answer(AgentStore& store, const QString& decisionID, const QString& answe
 }
 
 Result approvePlan(AgentStore& store, const QString& decisionID, bool autoEdit) {
-    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) { store.approvePlan(d, s, autoEdit); });
+    return withDecision(store, decisionID,
+                        [&](PendingDecision& d, AgentSession& s) { store.approvePlan(d, s, autoEdit); });
 }
 
 Result keepPlanning(AgentStore& store, const QString& decisionID, const QString& feedback) {
@@ -123,7 +128,8 @@ Result keepPlanning(AgentStore& store, const QString& decisionID, const QString&
 }
 
 Result terminal(AgentStore& store, const QString& decisionID) {
-    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) { store.handBack(d, s); });
+    return withDecision(store, decisionID,
+                        [&](PendingDecision& d, AgentSession& s) { store.handBack(d, s); });
 }
 
 Result hide(AgentStore& store, const QString& sessionID) {
