@@ -51,6 +51,8 @@ bool wantsVersion(int argc, char** argv) {
 
 int runMirrowisp(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
+        // The client speaks in one line of its own on failure; Qt's teardown chatter stays out of it.
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
         QCoreApplication client(argc, argv);
         return runCtl(QCoreApplication::arguments().mid(2));
     }

@@ -115,7 +115,7 @@ TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     const CtlResult unknown = ctl({text("allow"), text("no-such-id")});
     EXPECT_EQ(unknown.exitCode, 1);
     EXPECT_TRUE(unknown.err.contains("no-such-id"));
-    EXPECT_EQ(unknown.err.count('\n'), 1);
+    EXPECT_EQ(unknown.err.count('\n'), 1) << unknown.err.toStdString();
 
     EXPECT_EQ(ctl({text("allow"), id}).exitCode, 0);
     ASSERT_TRUE(tool->waitForFinished(10000));
@@ -171,7 +171,7 @@ TEST_F(Control, SaysWhenTheAppIsNotRunningOrTheCommandIsWrong) {
     const CtlResult notRunning = ctl({text("sessions")});
     EXPECT_EQ(notRunning.exitCode, 2);
     EXPECT_TRUE(notRunning.err.contains("not running"));
-    EXPECT_EQ(notRunning.err.count('\n'), 1);
+    EXPECT_EQ(notRunning.err.count('\n'), 1) << notRunning.err.toStdString();
     EXPECT_EQ(ctl({text("allow")}).exitCode, 64);
     EXPECT_EQ(ctl({text("frobnicate"), text("x")}).exitCode, 64);
 }
