@@ -1,0 +1,294 @@
+#include "integration/AgentEnvironment.h"
+
+#include "support/TestSupport.h"
+#include "usage/ScopedEnvironment.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+using namespace mirrowisp;
+using namespace mirrowisp::AgentEnvironment;
+
+namespace {
+
+const QString bash = QStringLiteral("/bin/bash");
+
+void writeFile(const QString& path, const QByteArray& text, bool executable = false) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(text);
+    file.close();
+    if (executable) {
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+}
+
+// The usual Debian pair: the profile reads .bashrc, which stops early unless the shell is
+// interactive.
+const QByteArray bashrcGuard = "case $- in *i*) ;; *) return;; esac\n";
+const QByteArray sourceBashrc = "[ -f ~/.bashrc ] && . ~/.bashrc\n";
+
+// A temporary home with none of the agents' variables inherited from the test's own environment,
+// and the published locations put back afterwards.
+class AgentEnvironmentTest : public ::testing::Test {
+protected:
+    AgentEnvironmentTest() : saved_(current()) {
+        for (const char* name : {"CLAUDE_CONFIG_DIR", "CODEX_HOME", "GEMINI_CLI_HOME", "COPILOT_HOME"}) {
+            environment_.unset(name);
+        }
+        environment_.set("XDG_DATA_HOME", QFile::encodeName(home_.path() + QStringLiteral("/.local/share")));
+        environment_.set("XDG_DATA_DIRS", QFile::encodeName(dataDirs_.path() + QStringLiteral("/one:") +
+                                                            dataDirs_.path() + QStringLiteral("/two")));
+    }
+    ~AgentEnvironmentTest() override { setCurrent(saved_); }
+
+    QString home() const { return home_.path(); }
+    QString at(const char* relative) const {
+        return home_.path() + QLatin1Char('/') + QLatin1String(relative);
+    }
+
+    test::TemporaryHome home_;
+    QTemporaryDir dataDirs_;
+    test::ScopedEnvironment environment_;
+    Locations saved_;
+};
+
+bool systemHasAnyTool() {
+    for (AgentKind kind : AgentKinds::all) {
+        for (const QString& path : cli(kind, QStringLiteral("/nonexistent-home")).fallbacks) {
+            if (isExecutableFile(path)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+TEST(AgentEnvironmentProbeOutput, ReadsOnlyWhatFollowsTheFirstSentinel) {
+    const QString text = QStringLiteral("Welcome!\nBANNER=before\n__MIRROWISP__\n"
+                                        "A=1\n\nB=x=y\nC=\n=D\nE= \t spaced \t\nBLANK= \t\nnothing\nA=2\n"
+                                        "__MIRROWISP__\nF=3\n");
+    const QMap<QString, QString> expected = {{QStringLiteral("A"), QStringLiteral("2")},
+                                             {QStringLiteral("B"), QStringLiteral("x=y")},
+                                             {QStringLiteral("E"), QStringLiteral("spaced")},
+                                             {QStringLiteral("F"), QStringLiteral("3")}};
+    EXPECT_EQ(parseProbeOutput(text), expected);
+    EXPECT_TRUE(parseProbeOutput(QStringLiteral("A=1\n__MIRROWISP__")).isEmpty());
+}
+
+TEST_F(AgentEnvironmentTest, BuildsDirectoriesFromTheShellsValues) {
+    const Locations found = locations({{QStringLiteral("CLAUDE_CONFIG_DIR"), QStringLiteral("/srv/a=b/")},
+                                       {QStringLiteral("CODEX_HOME"), QStringLiteral("~/x")},
+                                       {QStringLiteral("XDG_CONFIG_HOME"), QStringLiteral("~")},
+                                       {QStringLiteral("GEMINI_CLI_HOME"), QStringLiteral("/a")},
+                                       {QStringLiteral("COPILOT_HOME"), QStringLiteral("~root/cp")}},
+                                      home());
+    EXPECT_EQ(found.home, home());
+    EXPECT_EQ(found.dir(AgentKind::claude), QStringLiteral("/srv/a=b"));
+    EXPECT_EQ(found.dir(AgentKind::codex), at("x"));
+    EXPECT_EQ(found.dir(AgentKind::cursor), at(".cursor"));
+    EXPECT_EQ(found.dir(AgentKind::opencode), at("opencode"));
+    EXPECT_EQ(found.dir(AgentKind::amp), at("amp"));
+    EXPECT_EQ(found.dir(AgentKind::devin), at("devin"));
+    EXPECT_EQ(found.dir(AgentKind::gemini), QStringLiteral("/a/.gemini"));
+    EXPECT_EQ(found.dir(AgentKind::copilot), QStringLiteral("/root/cp"));
+}
+
+TEST_F(AgentEnvironmentTest, TakesTheShellsToolOnlyWhenItIsAnExecutableFile) {
+    writeFile(at("tools/codex"), "#!/bin/sh\n", true);
+    writeFile(at("tools/gemini"), "not executable\n");
+    writeFile(at(".claude/local/claude"), "#!/bin/sh\n", true);
+    writeFile(at(".local/bin/claude"), "#!/bin/sh\n", true);
+    QDir().mkpath(at(".local/bin/amp")); // a directory is no tool
+    const Locations found = locations({{QStringLiteral("cli.claude"), QStringLiteral("alias claude='x'")},
+                                       {QStringLiteral("cli.codex"), at("tools/codex")},
+                                       {QStringLiteral("cli.gemini"), at("tools/gemini")},
+                                       {QStringLiteral("cli.amp"), QStringLiteral("amp")}},
+                                      home());
+    EXPECT_EQ(found.clis.value(AgentKind::claude), at(".local/bin/claude")); // the table's order
+    EXPECT_EQ(found.clis.value(AgentKind::codex), at("tools/codex"));
+    if (!systemHasAnyTool()) {
+        EXPECT_EQ(found.clis.size(), 2);
+    }
+}
+
+TEST_F(AgentEnvironmentTest, ReadsTheLoginShellsValuesPastItsBanners) {
+    writeFile(at(".bash_profile"), "echo 'Welcome to the machine'\necho 'CODEX_HOME=/banner'\n"
+                                   "export CLAUDE_CONFIG_DIR='/srv/claude=config'\n"
+                                   "export CODEX_HOME='~/codex home'\n"
+                                   "export GEMINI_CLI_HOME=/a\n"
+                                   "export COPILOT_HOME=\"$HOME/cp\"\n"
+                                   "export XDG_CONFIG_HOME=\"$HOME/xdg\"\n" +
+                                       sourceBashrc);
+    writeFile(at(".bashrc"), bashrcGuard + "echo 'interactive hello'\n");
+    const Locations found = probe(bash, home(), 5.0);
+    EXPECT_EQ(found.dir(AgentKind::claude), QStringLiteral("/srv/claude=config"));
+    EXPECT_EQ(found.dir(AgentKind::codex), at("codex home"));
+    EXPECT_EQ(found.dir(AgentKind::gemini), QStringLiteral("/a/.gemini"));
+    EXPECT_EQ(found.dir(AgentKind::copilot), at("cp"));
+    EXPECT_EQ(found.dir(AgentKind::opencode), at("xdg/opencode"));
+    EXPECT_EQ(found.dir(AgentKind::cursor), at(".cursor"));
+}
+
+TEST_F(AgentEnvironmentTest, AsksThePlainLoginShellWhenTheInteractiveOneHangs) {
+    writeFile(at(".bash_profile"), "export CODEX_HOME=/from/login\n" + sourceBashrc);
+    writeFile(at(".bashrc"), bashrcGuard + "read answer < \"$HOME/never\"\n");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(at("never")).constData(), 0600), 0); // nobody ever writes
+    QElapsedTimer clock;
+    clock.start();
+    const Locations found = probe(bash, home(), 1.0);
+    EXPECT_EQ(found.dir(AgentKind::codex), QStringLiteral("/from/login"));
+    EXPECT_GE(clock.elapsed(), 1000); // the first attempt waited out its time-out
+    EXPECT_LT(clock.elapsed(), 4000);
+}
+
+TEST_F(AgentEnvironmentTest, SearchesTheFallbacksWhenTheShellNamesAnAlias) {
+    writeFile(at(".bash_profile"), "export PATH=\"$HOME/tools:$PATH\"\n" + sourceBashrc);
+    writeFile(at(".bashrc"),
+              bashrcGuard + "alias claude='echo not a tool'\nalias codex=\"$HOME/tools/codex\"\n");
+    writeFile(at("tools/codex"), "#!/bin/sh\n", true);
+    writeFile(at(".claude/local/claude"), "#!/bin/sh\n", true);
+    const Locations found = probe(bash, home(), 5.0);
+    EXPECT_EQ(found.clis.value(AgentKind::claude), at(".claude/local/claude"));
+    // The alias for codex names a path, but `command -v` prints the alias, so the table decides;
+    // codex has no fallback here, and the shell's PATH entry is never searched by the app itself.
+    if (!systemHasAnyTool()) {
+        EXPECT_FALSE(found.clis.contains(AgentKind::codex));
+    }
+}
+
+TEST_F(AgentEnvironmentTest, FindsToolsOnTheLoginShellsPath) {
+    writeFile(at(".bash_profile"), "export PATH=\"$HOME/tools:$PATH\"\n");
+    writeFile(at("tools/codex"), "#!/bin/sh\n", true);
+    writeFile(at("tools/cursor-agent"), "#!/bin/sh\n", true);
+    const Locations found = probe(bash, home(), 5.0);
+    EXPECT_EQ(found.clis.value(AgentKind::codex), at("tools/codex"));
+    EXPECT_EQ(found.clis.value(AgentKind::cursor), at("tools/cursor-agent"));
+}
+
+TEST_F(AgentEnvironmentTest, TreatsEmptyAndBlankValuesAsUnset) {
+    environment_.set("XDG_CONFIG_HOME", "/elsewhere"); // the app's own value must not leak through
+    writeFile(at(".bash_profile"), "export XDG_CONFIG_HOME=\nexport CLAUDE_CONFIG_DIR='  '\n");
+    const Locations found = probe(bash, home(), 5.0);
+    EXPECT_EQ(found.dir(AgentKind::opencode), at(".config/opencode"));
+    EXPECT_EQ(found.dir(AgentKind::claude), at(".claude"));
+}
+
+TEST_F(AgentEnvironmentTest, ReadsAPosixShellsProfileToo) {
+    writeFile(at(".profile"), "echo 'dash says hi'\nCODEX_HOME=/posix; export CODEX_HOME\n");
+    const Locations found = probe(QStringLiteral("/bin/sh"), home(), 5.0);
+    EXPECT_EQ(found.dir(AgentKind::codex), QStringLiteral("/posix"));
+}
+
+TEST_F(AgentEnvironmentTest, KeepsTheValuesBehindAMegabytesLongBanner) {
+    writeFile(at(".bash_profile"),
+              "head -c 8000000 /dev/zero | tr '\\0' '#'\necho\nexport CODEX_HOME=/big\n");
+    QElapsedTimer clock;
+    clock.start();
+    const Locations found = probe(bash, home(), 10.0);
+    EXPECT_EQ(found.dir(AgentKind::codex), QStringLiteral("/big"));
+    EXPECT_LT(clock.elapsed(), 10000);
+}
+
+TEST_F(AgentEnvironmentTest, FallsBackOnTheDefaultsWhenTheShellNeverAnswers) {
+    writeFile(at(".bash_profile"), "export CODEX_HOME=/never\nyes 'a shell that talks forever'\n");
+    QElapsedTimer clock;
+    clock.start();
+    const Locations found = probe(bash, home(), 1.0);
+    EXPECT_LT(clock.elapsed(), 5000); // two attempts of one second each, and nothing more
+    EXPECT_EQ(found.dirs, Locations::standard(home()).dirs);
+
+    clock.restart();
+    EXPECT_EQ(probe(at("no-such-shell"), home(), 1.0).dirs, Locations::standard(home()).dirs);
+    EXPECT_LT(clock.elapsed(), 1000);
+}
+
+TEST_F(AgentEnvironmentTest, FindsNothingInAnEmptyHome) {
+    if (systemHasAnyTool()) {
+        GTEST_SKIP() << "this machine has an agent's tool installed system-wide";
+    }
+    writeFile(at(".bash_profile"), "export PATH=/usr/bin:/bin\n");
+    const Locations found = probe(bash, home(), 5.0);
+    EXPECT_TRUE(found.clis.isEmpty());
+    EXPECT_EQ(found.dirs.size(), 8);
+    setCurrent(found);
+    for (AgentKind kind : AgentKinds::all) {
+        EXPECT_FALSE(isInstalled(kind)) << AgentKinds::rawValue(kind).toStdString();
+    }
+}
+
+TEST_F(AgentEnvironmentTest, CountsFilesAnAgentLeftBehindButNotItsBareDirectory) {
+    Locations here = Locations::standard(home(), at("xdg"));
+    setCurrent(here);
+    for (AgentKind kind : AgentKinds::all) {
+        QDir().mkpath(here.dir(kind));
+    }
+    QDir().mkpath(at(".local/share/opencode"));
+    for (AgentKind kind : AgentKinds::all) {
+        EXPECT_FALSE(isInstalled(kind)) << AgentKinds::rawValue(kind).toStdString();
+    }
+
+    writeFile(at(".claude.json"), "{}");
+    QDir().mkpath(here.dir(AgentKind::codex) + QStringLiteral("/sessions"));
+    writeFile(here.dir(AgentKind::cursor) + QStringLiteral("/cli-config.json"), "{}");
+    writeFile(at(".local/share/opencode/opencode.db"), ""); // under the home, whatever the XDG folder
+    writeFile(at("xdg/amp/settings.jsonc"), "{}");
+    QDir().mkpath(at(".local/share/devin"));
+    QDir().mkpath(here.dir(AgentKind::gemini) + QStringLiteral("/tmp"));
+    writeFile(here.dir(AgentKind::copilot) + QStringLiteral("/config.json"), "{}");
+    for (AgentKind kind : AgentKinds::all) {
+        EXPECT_TRUE(isInstalled(kind)) << AgentKinds::rawValue(kind).toStdString();
+    }
+}
+
+TEST_F(AgentEnvironmentTest, CountsAFoundToolAndADesktopEntry) {
+    Locations here = Locations::standard(home());
+    here.clis[AgentKind::amp] = QStringLiteral("/opt/amp/bin/amp");
+    setCurrent(here);
+    EXPECT_TRUE(isInstalled(AgentKind::amp));
+
+    EXPECT_FALSE(isInstalled(AgentKind::cursor));
+    EXPECT_FALSE(isInstalled(AgentKind::devin));
+    writeFile(at(".local/share/applications/cursor.desktop"), "[Desktop Entry]\n");
+    writeFile(dataDirs_.path() + QStringLiteral("/two/applications/windsurf.desktop"), "[Desktop Entry]\n");
+    writeFile(at(".local/share/applications/claude.desktop"), "[Desktop Entry]\n"); // no such app on Linux
+    EXPECT_TRUE(isInstalled(AgentKind::cursor));
+    EXPECT_TRUE(isInstalled(AgentKind::devin));
+    EXPECT_FALSE(isInstalled(AgentKind::claude));
+}
+
+TEST_F(AgentEnvironmentTest, ResolvePublishesOnTheMainThreadAndThenRunsTheCompletion) {
+    environment_.set("SHELL", bash.toUtf8());
+    writeFile(at(".bash_profile"), "export CODEX_HOME=/resolved\n");
+    setCurrent(Locations::standard(home()));
+    bool done = false;
+    bool onMain = false;
+    QString seen;
+    resolve([&] {
+        onMain = QThread::currentThread() == QCoreApplication::instance()->thread();
+        seen = current().dir(AgentKind::codex);
+        done = true;
+    });
+    ASSERT_TRUE(test::waitUntil([&] { return done; }, 15000));
+    EXPECT_TRUE(onMain);
+    EXPECT_EQ(seen, QStringLiteral("/resolved"));
+    EXPECT_EQ(current().dir(AgentKind::codex), QStringLiteral("/resolved"));
+}
+
+TEST(AgentEnvironmentTilde, ExpandsOnlyALeadingTilde) {
+    EXPECT_EQ(expandTilde(QStringLiteral("~"), QStringLiteral("/h")), QStringLiteral("/h"));
+    EXPECT_EQ(expandTilde(QStringLiteral("~/a/~b"), QStringLiteral("/h")), QStringLiteral("/h/a/~b"));
+    EXPECT_EQ(expandTilde(QStringLiteral("/a/~"), QStringLiteral("/h")), QStringLiteral("/a/~"));
+    EXPECT_EQ(expandTilde(QStringLiteral("~root/x"), QStringLiteral("/h")), QStringLiteral("/root/x"));
+    EXPECT_EQ(expandTilde(QStringLiteral("~no-such-user-here/x"), QStringLiteral("/h")),
+              QStringLiteral("~no-such-user-here/x"));
+}
