@@ -99,12 +99,15 @@ QMap<QString, CodexTrust> codexTrustStates() {
     // Records for a hooks.json elsewhere (an old CODEX_HOME) don't count.
     const QString prefix = QStringLiteral("[hooks.state.\"") + dir + QStringLiteral("/hooks.json:");
 
-    std::optional<std::pair<QString, CodexTrust>> current;
+    // The record being read, if the current section is one of ours.
+    bool inRecord = false;
+    QString event;
+    CodexTrust record;
     const auto store = [&] {
-        if (current) {
-            states.insert(current->first, current->second);
+        if (inRecord) {
+            states.insert(event, record);
         }
-        current.reset();
+        inRecord = false;
     };
     for (const QStringView raw : QStringView(*text).split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
         const QString line = trimmedBlanks(raw);
@@ -117,12 +120,14 @@ QMap<QString, CodexTrust> codexTrustStates() {
                 const QString rest = line.mid(prefix.size());
                 const qsizetype colon = rest.indexOf(QLatin1Char(':'));
                 if (colon >= 0) {
-                    current = std::make_pair(rest.left(colon), CodexTrust{});
+                    inRecord = true;
+                    event = rest.left(colon);
+                    record = CodexTrust{};
                 }
             }
             continue;
         }
-        if (!current) {
+        if (!inRecord) {
             continue;
         }
         const qsizetype equals = line.indexOf(QLatin1Char('='));
@@ -132,9 +137,9 @@ QMap<QString, CodexTrust> codexTrustStates() {
         const QString key = trimmedBlanks(QStringView(line).left(equals));
         const QString value = trimmedBlanks(QStringView(line).mid(equals + 1));
         if (key == QStringLiteral("trusted_hash")) {
-            current->second.hash = trimmedQuotes(value);
+            record.hash = trimmedQuotes(value);
         } else if (key == QStringLiteral("enabled")) {
-            current->second.enabled = value != QStringLiteral("false");
+            record.enabled = value != QStringLiteral("false");
         }
     }
     store();
