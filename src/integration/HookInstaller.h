@@ -1,0 +1,142 @@
+#pragma once
+
+#include "agents/AgentKind.h"
+#include "base/Clock.h"
+#include "integration/AgentSetup.h"
+#include "integration/CodexHookStatus.h"
+#include "integration/HookError.h"
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QLatin1String>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <functional>
+#include <optional>
+
+namespace mirrowisp {
+
+class UserDefaults;
+
+// Points each agent's own hook or plugin mechanism at the bridge tool, and takes that out again.
+// These are other programs' files: a foreign entry always survives, a file we cannot parse is never
+// written, every change to a shared file is preceded by a backup, and our own entries are told apart
+// by one substring of their command text and nothing else, so moving the support folder changes
+// nothing about recognition.
+//
+// Everything runs synchronously where it is called; callers keep it off the main thread where the file
+// work matters and never run two operations on one file at once.
+namespace HookInstaller {
+
+inline constexpr QLatin1String marker{"mirrowisp-bridge"};
+
+// How one agent is wired.
+struct Integration {
+    enum class Kind {
+        claudeHooks,  // hooks -> event -> [{"hooks": [hook]}]
+        cursorHooks,  // hooks -> event -> [{"command", "timeout"}], plus "version"
+        copilotHooks, // hooks -> event -> [{"type", "bash", "timeoutSec"}], plus "version"
+        plugin,       // a TypeScript file from AgentPlugins
+    };
+    Kind kind = Kind::claudeHooks;
+    QString file;
+    QStringList events; // in the order entries are added; empty for plugins
+};
+
+// The wiring of each agent, with paths from AgentEnvironment::current().
+Integration integration(AgentKind kind);
+
+// A JSON settings file as read: missing (or blank), a parsed object, or unreadable.
+struct ConfigFile {
+    enum class State { missing, parsed, unreadable };
+    State state = State::missing;
+    QJsonObject object; // parsed only
+};
+
+// Strict JSON only: comments, trailing commas, a top-level value that is not an object, bytes that
+// are not UTF-8 or a file that can't be read make it unreadable. A blank file counts as missing.
+ConfigFile readConfig(const QString& path);
+
+// The shell command an agent runs for a hook: the tool in the support folder, or a quiet success when
+// it isn't there, so an app that is gone never breaks an agent.
+QString command(AgentKind kind, bool statusLine);
+// The text an agent shows while our hook runs, if any.
+std::optional<QString> statusMessage(const QString& event, AgentKind agent);
+
+// `hooks` without our entries: whole entries whose "command" or "bash" holds the marker, and our hooks
+// inside a user's group. Values that are not lists of objects are kept as they are; a list left empty
+// drops its key.
+QJsonObject stripOurs(const QJsonObject& hooks);
+// Whether an entry is ours or holds one of our hooks (the same tests as stripOurs).
+bool containsMarker(const QJsonObject& entry);
+// Whether a value is an object whose "command" is a string holding the marker.
+bool isOurs(const QJsonValue& value);
+
+// Adds or refreshes the hooks. Nothing is written, and no backup is made, when the file already says
+// what we would write. Codex's trust in its hooks is marked stale when its file is rewritten, which is
+// why `defaults` is needed.
+[[nodiscard]] HookResult install(AgentKind kind, UserDefaults& defaults);
+// Removes our entries. A readable file is always backed up and written, even with nothing to remove.
+[[nodiscard]] HookResult uninstall(AgentKind kind);
+// Clears the user's "disconnected" mark, then installs.
+[[nodiscard]] HookResult connect(AgentKind kind, UserDefaults& defaults);
+// Uninstalls, then marks the agent as disconnected by the user; on an error the mark is not set.
+[[nodiscard]] HookResult disconnect(AgentKind kind, UserDefaults& defaults);
+bool isDisconnectedByUser(AgentKind kind, const UserDefaults& defaults);
+// Whether our hook or plugin is in place (not whether every event is present).
+bool isInstalled(AgentKind kind);
+
+// The user-defaults key of the disconnected mark, such as "disconnected.claude".
+QString disconnectedKey(AgentKind kind);
+
+// Copies `path` into the backups folder as <folder>-<name>-<UTC stamp> and keeps only the 20 newest
+// backups across all agents. Nothing to do when the file doesn't exist.
+[[nodiscard]] HookResult backup(const QString& path);
+[[nodiscard]] HookResult backup(const QString& path, const QDateTime& now);
+inline constexpr int keptBackups = 20;
+
+// Pretty-printed, sorted keys, slashes unescaped, written atomically; the parent folder is created.
+[[nodiscard]] HookResult writeJSON(const QJsonObject& object, const QString& path);
+// Writes the plugin for OpenCode or Amp, refusing to replace a file of that name that isn't ours.
+[[nodiscard]] HookResult installPlugin(AgentKind kind, const QString& path);
+
+// <support>/bin/mirrowisp-bridge, the stable path every hook names.
+QString bridgeLinkPath();
+// <support>/backups.
+QString backupsDirectory();
+// The installed tool: beside the app's executable.
+QString bundledBridgeTool();
+// Points the stable link at the tool, replacing whatever else is there. Never fails loudly: without
+// the tool the hooks stay inert through their executable test.
+void refreshBridgeLink();
+void refreshBridgeLink(const QString& toolPath);
+
+// Codex's trust in one hook event, from its config.toml.
+struct CodexTrust {
+    std::optional<QString> hash;
+    bool enabled = true;
+    bool operator==(const CodexTrust&) const = default;
+};
+
+// "PreToolUse" -> "pre_tool_use": the event names Codex's trust keys use.
+QString snakeCase(const QString& name);
+// The trust records for our hooks.json, by snake-case event name; empty when config.toml is missing
+// or isn't UTF-8 text.
+QMap<QString, CodexTrust> codexTrustStates();
+// Whether Codex runs the hooks we installed.
+CodexHookStatus codexHookStatus(const UserDefaults& defaults);
+// Remembers the hashes Codex trusts now: after we rewrite hooks.json they no longer mean trust.
+void markCodexTrustStale(UserDefaults& defaults);
+inline constexpr QLatin1String staleCodexTrustHashesKey{"staleCodexTrustHashes"};
+
+// Whether the agent is on this machine in any form; AgentEnvironment answers it in the app.
+using AgentPresence = std::function<bool(AgentKind)>;
+
+// One agent's state for the setup pages. `lastSeen` is when the agent last sent an event in this run.
+AgentSetup setup(AgentKind kind, std::optional<Timestamp> lastSeen, const UserDefaults& defaults,
+                 const AgentPresence& agentIsInstalled);
+
+} // namespace HookInstaller
+} // namespace mirrowisp

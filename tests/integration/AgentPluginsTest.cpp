@@ -1,0 +1,388 @@
+#include "integration/AgentPlugins.h"
+
+#include "integration/HookInstaller.h"
+#include "integration/HookTestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QStandardPaths>
+
+using namespace mirrowisp;
+using mirrowisp::test::HookTest;
+
+namespace {
+
+struct NodeRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+NodeRun runNode(const QStringList& arguments, const QString& directory, const QStringList& environment = {}) {
+    QProcess process;
+    process.setWorkingDirectory(directory);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const QString& pair : environment) {
+        env.insert(pair.section(QLatin1Char('='), 0, 0), pair.section(QLatin1Char('='), 1));
+    }
+    process.setProcessEnvironment(env);
+    process.start(QStandardPaths::findExecutable(QStringLiteral("node")), arguments);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        return {};
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+void writeExecutable(const QString& path, const QByteArray& text) {
+    HookTest::writeBytes(path, text);
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+}
+
+// Stands in for the bridge: logs "<arguments>\t<stdin>" and answers requests by tool.
+const char* const standInBridge = R"(#!/bin/sh
+input=$(cat)
+printf '%s\t%s\n' "$*" "$input" >> "$MW_LOG"
+case "$input" in
+  *HANG*) exec tail -f /dev/null ;;
+  *AskUserQuestion*) printf '%s' '{"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":{"Pick?":"A, B, ","One?":"x, y"}}}}}' ;;
+  *'"tool_name":"Bash"'*) printf '%s' '{"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"type":"always"}]}}}' ;;
+  *'"tool_name":"WebFetch"'*) printf '%s' '{"hookSpecificOutput":{"decision":{"behavior":"deny","message":"not that site"}}}' ;;
+  *'"tool_name":"Write"'*) printf '%s' '{"hookSpecificOutput":{"decision":{"behavior":"allow"}}}' ;;
+esac
+)";
+
+// Loads the Amp plugin as Amp would and feeds it one event of each kind.
+const char* const ampHarness = R"(
+const handlers = {}
+const plugin = (await import(process.argv[2])).default
+plugin({ system: { executor: { kind: "remote" } }, on: () => { throw new Error("a remote thread subscribed") } })
+plugin({ on: (name, handler) => { handlers[name] = handler } })
+const thread = { id: "T-1" }
+handlers["session.start"]({ thread })
+handlers["agent.start"]({ thread, message: [{ type: "text", text: " fix it " }, { text: "now" }] })
+handlers["tool.call"]({ thread, tool: "edit_file", input: { path: "/a.txt", old_str: "x" } })
+handlers["tool.call"]({ thread, tool: "Bash", input: { cmd: "ls", command: "kept" } })
+handlers["tool.call"]({ tool: "mystery_tool", input: null })
+handlers["tool.result"]({ thread, tool: "read_web_page" })
+handlers["agent.end"]({ thread, status: "error", message: { content: "boom" } })
+handlers["agent.end"]({ thread, status: "done", message: "all done" })
+)";
+
+// Loads the OpenCode plugin with a stand-in for Bun's spawn and for the client, and plays a session,
+// a sub-session, two permissions, a question and a permission answered in OpenCode itself.
+const char* const openCodeHarness = R"(
+import { spawn } from "node:child_process"
+import { Readable } from "node:stream"
+const alive = new Set()
+let spawns = 0
+globalThis.Bun = {
+  spawn(argv) {
+    spawns++
+    const child = spawn(argv[0], argv.slice(1), { stdio: ["pipe", "pipe", "ignore"] })
+    alive.add(child)
+    child.on("error", () => {})
+    child.stdin.on("error", () => {})
+    const exited = new Promise((resolve) => child.on("close", (code) => { alive.delete(child); resolve(code) }))
+    return {
+      stdin: { write: (s) => child.stdin.write(s), end: () => child.stdin.end() },
+      stdout: Readable.toWeb(child.stdout),
+      exited,
+      kill: () => child.kill(),
+    }
+  },
+}
+const posts = []
+const client = { _client: { post: async (request) => { posts.push(request) } } }
+const { Mirrowisp } = await import(process.argv[2])
+const hooks = await Mirrowisp({ client, directory: "/work/project" })
+const fire = (type, properties) => hooks.event({ event: { type, properties } })
+
+await fire("session.created", { info: { id: "child", parentID: "s1" } })
+await hooks["tool.execute.before"]({ tool: "bash", sessionID: "child" }, { args: { command: "ls" } })
+await hooks["chat.message"]({ sessionID: "child" }, { parts: [{ type: "text", text: "hi" }] })
+await fire("session.status", { sessionID: "child", status: { type: "idle" } })
+await fire("permission.asked", { id: "pc", sessionID: "child", permission: "bash", patterns: ["ls"] })
+await fire("session.deleted", { info: { id: "child", parentID: "s1" } })
+const childSpawns = spawns
+
+await fire("session.created", { info: { id: "s1", directory: "/tmp/proj" } })
+await hooks["chat.message"]({ sessionID: "s1" }, { parts: [
+  { type: "text", text: "hello" }, { type: "text", text: "hidden", synthetic: true }, { type: "file" }, { type: "text", text: "world" }] })
+await hooks["chat.message"]({ sessionID: "s1" }, { parts: [{ type: "text", text: "only", synthetic: true }] })
+await hooks["tool.execute.before"]({ tool: "edit", sessionID: "s1" }, { args: { filePath: "/a", oldString: "x", newString: "y" } })
+await hooks["tool.execute.after"]({ tool: "patch", sessionID: "s1" }, {})
+await fire("permission.asked", { id: "p1", sessionID: "s1", permission: "bash", patterns: ["git status", "git log"], metadata: {}, always: ["git *"] })
+await fire("permission.asked", { id: "p2", sessionID: "s1", permission: "webfetch", patterns: ["https://example.com"], metadata: {}, always: [] })
+await fire("permission.asked", { id: "p4", sessionID: "s1", permission: "write", patterns: [], metadata: { filepath: "/b" } })
+await fire("question.asked", { id: "q1", sessionID: "s1", questions: [
+  { question: "Pick?", header: "Choose", multiple: true, options: [{ label: "A", description: "first" }, { label: "B" }] },
+  { question: "One?", header: "Single", options: [{ label: "x, y" }] }] })
+await fire("permission.asked", { id: "p3", sessionID: "s1", permission: "read", patterns: [], metadata: { filepath: "/HANG" } })
+await fire("permission.replied", { sessionID: "s1", requestID: "p3", reply: "once" })
+await fire("session.status", { sessionID: "s1", status: { type: "busy" } })
+await fire("session.status", { sessionID: "s1", status: { type: "idle" } })
+await fire("session.error", { sessionID: "s1" })
+await fire("session.deleted", { info: { id: "s1" } })
+
+// Every bridge run must end (the withdrawn one by being killed) and the three answers be posted.
+const deadline = Date.now() + 20000
+while ((alive.size > 0 || posts.length < 4) && Date.now() < deadline) {
+  await new Promise((resolve) => setTimeout(resolve, 10))
+}
+await new Promise((resolve) => setTimeout(resolve, 50))
+console.log(JSON.stringify({ childSpawns, spawns, alive: alive.size, posts }))
+)";
+
+QJsonObject jsonObject(const QByteArray& text) {
+    return QJsonDocument::fromJson(text).object();
+}
+
+// The events the stand-in received, by hook event name in arrival order.
+QList<QPair<QString, QJsonObject>> logged(const QString& log) {
+    QList<QPair<QString, QJsonObject>> events;
+    const QList<QByteArray> lines = HookTest::readBytes(log).split('\n');
+    for (const QByteArray& line : lines) {
+        if (!line.isEmpty()) {
+            const qsizetype tab = line.indexOf('\t');
+            events.append({QString::fromUtf8(line.left(tab)), jsonObject(line.mid(tab + 1))});
+        }
+    }
+    return events;
+}
+
+QList<QJsonObject> named(const QList<QPair<QString, QJsonObject>>& events, const char* name) {
+    QList<QJsonObject> found;
+    for (const auto& [arguments, event] : events) {
+        if (event.value(QStringLiteral("hook_event_name")).toString() == QLatin1String(name)) {
+            found.append(event);
+        }
+    }
+    return found;
+}
+
+class PluginTest : public HookTest {
+protected:
+    void SetUp() override {
+        HookTest::SetUp();
+        node_ = QStandardPaths::findExecutable(QStringLiteral("node"));
+    }
+    // The plugin as a module node can load, pointing at the stand-in bridge.
+    QString writeModule(AgentKind kind) {
+        bridge_ = home() + QStringLiteral("/tools/bridge stand-in");
+        writeExecutable(bridge_, standInBridge);
+        const QString module =
+            home() + QStringLiteral("/plugin-") + AgentKinds::rawValue(kind) + QStringLiteral(".mjs");
+        writeBytes(module, AgentPlugins::source(kind, bridge_)->toUtf8());
+        return module;
+    }
+    QString node_;
+    QString bridge_;
+};
+
+} // namespace
+
+TEST_F(PluginTest, OnlyOpenCodeAndAmpHavePluginsAndBothCarryTheMarker) {
+    for (const AgentKind kind : AgentKinds::all) {
+        const auto source = AgentPlugins::source(kind, QStringLiteral("/x/bin/mirrowisp-bridge"));
+        const bool plugin = kind == AgentKind::opencode || kind == AgentKind::amp;
+        EXPECT_EQ(source.has_value(), plugin) << AgentKinds::rawValue(kind).toStdString();
+        if (source) {
+            // Marked even when the tool lives at a path that doesn't name it.
+            EXPECT_TRUE(
+                AgentPlugins::source(kind, QStringLiteral("/opt/tool"))->contains(HookInstaller::marker));
+            EXPECT_TRUE(source->contains(QStringLiteral("\nconst BRIDGE = \"/x/bin/mirrowisp-bridge\"\n")));
+        }
+    }
+    EXPECT_TRUE(AgentPlugins::source(AgentKind::amp, QStringLiteral("/b"))
+                    ->startsWith(QStringLiteral(
+                        "// Mirrowisp: shows this agent's sessions in your Mac's notch. Managed "
+                        "by Mirrowisp (mirrowisp-bridge); edits are replaced.\n")));
+    EXPECT_TRUE(AgentPlugins::source(AgentKind::opencode, QStringLiteral("/b"))
+                    ->contains(QStringLiteral("\nexport const Mirrowisp = async")));
+}
+
+TEST_F(PluginTest, ABridgePathWithQuotesIsOneStringLiteral) {
+    const QString odd = QStringLiteral("/home/o'neil/\"quoted\" \\dir\n/mirrowisp-bridge");
+    const QString source = *AgentPlugins::source(AgentKind::amp, odd);
+    EXPECT_TRUE(source.contains(
+        QStringLiteral("const BRIDGE = \"/home/o'neil/\\\"quoted\\\" \\\\dir\\n/mirrowisp-bridge\"\n")));
+    if (node_.isEmpty()) {
+        GTEST_SKIP() << "node is not installed";
+    }
+    // node reads the literal back to the very path.
+    const QString module = home() + QStringLiteral("/quoted.mjs");
+    writeBytes(module, source.toUtf8());
+    const NodeRun run =
+        runNode({QStringLiteral("--input-type=module"), QStringLiteral("-e"),
+                 QStringLiteral("const s = (await import('node:fs')).readFileSync(process.argv[1], 'utf8');"
+                                "const m = s.match(/const BRIDGE = (.*)\\n/); console.log(JSON.parse(m[1]))"),
+                 module},
+                home());
+    EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+    EXPECT_EQ(QString::fromUtf8(run.out), odd + QLatin1Char('\n'));
+}
+
+TEST_F(PluginTest, BothPluginsAreValidModulesForNode) {
+    if (node_.isEmpty()) {
+        GTEST_SKIP() << "node is not installed";
+    }
+    for (const AgentKind kind : {AgentKind::opencode, AgentKind::amp}) {
+        const NodeRun run = runNode({QStringLiteral("--check"), writeModule(kind)}, home());
+        EXPECT_EQ(run.exitCode, 0) << AgentKinds::rawValue(kind).toStdString() << ": " << run.err.constData();
+    }
+}
+
+TEST_F(PluginTest, TheAmpPluginSendsClaudeShapedEventsOneWay) {
+    if (node_.isEmpty()) {
+        GTEST_SKIP() << "node is not installed";
+    }
+    const QString module = writeModule(AgentKind::amp);
+    const QString harness = home() + QStringLiteral("/amp-harness.mjs");
+    writeBytes(harness, ampHarness);
+    const QString log = home() + QStringLiteral("/amp.log");
+    const NodeRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+
+    const auto events = logged(log);
+    ASSERT_EQ(events.size(), 8);
+    for (const auto& [arguments, event] : events) {
+        EXPECT_EQ(arguments, QStringLiteral("--agent amp"));
+        EXPECT_EQ(event.value(QStringLiteral("cwd")).toString(), home());
+    }
+    const auto expect = [&](const char* name, const char* json) {
+        const QList<QJsonObject> found = named(events, name);
+        QJsonObject want = jsonObject(QByteArray(json));
+        want.insert(QStringLiteral("hook_event_name"), QString::fromLatin1(name));
+        want.insert(QStringLiteral("cwd"), home());
+        EXPECT_TRUE(found.contains(want)) << name << ": " << QJsonDocument(want).toJson().constData();
+    };
+    expect("SessionStart", R"({"session_id": "T-1"})");
+    expect("UserPromptSubmit", R"({"session_id": "T-1", "prompt": "fix it  now"})");
+    expect("PreToolUse", R"({"session_id": "T-1", "tool_name": "Edit",
+                             "tool_input": {"path": "/a.txt", "file_path": "/a.txt", "old_str": "x"}})");
+    expect("PreToolUse",
+           R"({"session_id": "T-1", "tool_name": "Bash", "tool_input": {"cmd": "ls", "command": "kept"}})");
+    expect("PreToolUse", R"({"session_id": "amp", "tool_name": "mystery_tool", "tool_input": {}})");
+    expect("PostToolUse", R"({"session_id": "T-1", "tool_name": "WebFetch"})");
+    expect("StopFailure", R"({"session_id": "T-1", "last_assistant_message": "boom"})");
+    expect("Stop", R"({"session_id": "T-1", "last_assistant_message": "all done"})");
+}
+
+TEST_F(PluginTest, TheOpenCodePluginAsksAnswersAndWithdraws) {
+    if (node_.isEmpty()) {
+        GTEST_SKIP() << "node is not installed";
+    }
+    const QString module = writeModule(AgentKind::opencode);
+    const QString harness = home() + QStringLiteral("/opencode-harness.mjs");
+    writeBytes(harness, openCodeHarness);
+    const QString log = home() + QStringLiteral("/opencode.log");
+    const NodeRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+    const QJsonObject result = jsonObject(run.out.trimmed());
+
+    // A sub-session sends nothing at all.
+    EXPECT_EQ(result.value(QStringLiteral("childSpawns")).toInt(), 0);
+    // The withdrawn request's bridge was killed, so nothing is left running.
+    EXPECT_EQ(result.value(QStringLiteral("alive")).toInt(), 0);
+
+    const auto events = logged(log);
+    for (const auto& [arguments, event] : events) {
+        EXPECT_EQ(arguments, QStringLiteral("--agent opencode"));
+        EXPECT_EQ(event.value(QStringLiteral("session_id")).toString(), QStringLiteral("s1"));
+    }
+    ASSERT_EQ(named(events, "SessionStart").size(), 1);
+    EXPECT_EQ(named(events, "SessionStart").first().value(QStringLiteral("cwd")).toString(),
+              QStringLiteral("/tmp/proj"));
+    ASSERT_EQ(named(events, "UserPromptSubmit").size(), 1);
+    EXPECT_EQ(named(events, "UserPromptSubmit").first().value(QStringLiteral("prompt")).toString(),
+              QStringLiteral("hello\nworld"));
+    ASSERT_EQ(named(events, "PreToolUse").size(), 1);
+    EXPECT_EQ(named(events, "PreToolUse").first().value(QStringLiteral("tool_name")).toString(),
+              QStringLiteral("Edit"));
+    EXPECT_EQ(named(events, "PreToolUse").first().value(QStringLiteral("tool_input")).toObject(),
+              jsonObject(R"({"filePath": "/a", "file_path": "/a", "oldString": "x", "old_string": "x",
+                             "newString": "y", "new_string": "y"})"));
+    ASSERT_EQ(named(events, "PostToolUse").size(), 1);
+    EXPECT_EQ(named(events, "PostToolUse").first().value(QStringLiteral("tool_name")).toString(),
+              QStringLiteral("apply_patch"));
+    EXPECT_EQ(named(events, "Stop").size(), 1);
+    EXPECT_EQ(named(events, "StopFailure").size(), 1);
+    EXPECT_EQ(named(events, "SessionEnd").size(), 1);
+
+    QJsonObject bash, question;
+    for (const QJsonObject& event : named(events, "PermissionRequest")) {
+        if (event.value(QStringLiteral("tool_name")) == QStringLiteral("Bash")) {
+            bash = event;
+        } else if (event.value(QStringLiteral("tool_name")) == QStringLiteral("AskUserQuestion")) {
+            question = event;
+        }
+    }
+    EXPECT_EQ(bash.value(QStringLiteral("tool_input")).toObject(),
+              jsonObject(R"({"patterns": ["git status", "git log"], "command": "git status git log"})"));
+    EXPECT_EQ(bash.value(QStringLiteral("permission_suggestions")).toArray(),
+              QJsonArray{jsonObject(R"({"type": "always"})")});
+    EXPECT_EQ(question.value(QStringLiteral("tool_input")).toObject(), jsonObject(R"({"questions": [
+        {"question": "Pick?", "header": "Choose", "multiSelect": true,
+         "options": [{"label": "A", "description": "first"}, {"label": "B"}]},
+        {"question": "One?", "header": "Single", "multiSelect": false, "options": [{"label": "x, y"}]}]})"));
+
+    QMap<QString, QJsonObject> posts;
+    for (const QJsonValue& post : result.value(QStringLiteral("posts")).toArray()) {
+        const QJsonObject request = post.toObject();
+        EXPECT_EQ(request.value(QStringLiteral("headers")).toObject(),
+                  jsonObject(R"({"Content-Type": "application/json"})"));
+        posts.insert(request.value(QStringLiteral("url")).toString(),
+                     request.value(QStringLiteral("body")).toObject());
+    }
+    EXPECT_EQ(posts.keys(),
+              (QStringList{QStringLiteral("/permission/p1/reply"), QStringLiteral("/permission/p2/reply"),
+                           QStringLiteral("/permission/p4/reply"), QStringLiteral("/question/q1/reply")}));
+    EXPECT_EQ(posts.value(QStringLiteral("/permission/p1/reply")), jsonObject(R"({"reply": "always"})"));
+    EXPECT_EQ(posts.value(QStringLiteral("/permission/p2/reply")),
+              jsonObject(R"({"reply": "reject", "message": "not that site"})"));
+    EXPECT_EQ(posts.value(QStringLiteral("/permission/p4/reply")), jsonObject(R"({"reply": "once"})"));
+    EXPECT_EQ(posts.value(QStringLiteral("/question/q1/reply")),
+              jsonObject(R"({"answers": [["A", "B"], ["x, y"]]})"));
+}
+
+// ---- Installing plugins ----
+
+TEST_F(HookTest, APluginIsWrittenAsItsSourceAndReplacedOnlyIfOurs) {
+    const QString path = HookInstaller::integration(AgentKind::opencode).file;
+    EXPECT_EQ(path, home() + QStringLiteral("/.config/opencode/plugins/mirrowisp.ts"));
+    ASSERT_FALSE(HookInstaller::install(AgentKind::opencode, defaults()));
+    const QByteArray source =
+        AgentPlugins::source(AgentKind::opencode, HookInstaller::bridgeLinkPath())->toUtf8();
+    EXPECT_EQ(readBytes(path), source);
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::opencode));
+
+    // An older plugin of ours is brought up to date, without a backup.
+    writeBytes(path, "// old mirrowisp-bridge plugin\n");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::opencode, defaults()));
+    EXPECT_EQ(readBytes(path), source);
+    EXPECT_TRUE(backups().isEmpty());
+
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::opencode));
+    EXPECT_FALSE(QFile::exists(path));
+    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::opencode));
+    EXPECT_FALSE(HookInstaller::uninstall(AgentKind::opencode));
+}
+
+TEST_F(HookTest, AForeignPluginFileIsNeitherReplacedNorDeleted) {
+    const QString path = HookInstaller::integration(AgentKind::amp).file;
+    for (const QByteArray& foreign :
+         {QByteArray("export default function (amp) {}\n"), QByteArray("\xff\xfe binary")}) {
+        writeBytes(path, foreign);
+        EXPECT_EQ(HookInstaller::install(AgentKind::amp, defaults()), HookError::unreadable(path));
+        EXPECT_FALSE(HookInstaller::uninstall(AgentKind::amp));
+        EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::amp));
+        EXPECT_EQ(readBytes(path), foreign);
+    }
+}

@@ -1,0 +1,298 @@
+#include "integration/AgentSetupCopy.h"
+#include "integration/CodexHookApproval.h"
+#include "integration/HookInstaller.h"
+#include "integration/HookTestSupport.h"
+#include "integration/Locations.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace mirrowisp;
+using mirrowisp::test::HookTest;
+
+namespace {
+
+const char* const codexEvents[] = {"session_start", "session_end",    "user_prompt_submit",
+                                   "pre_tool_use",  "post_tool_use",  "permission_request",
+                                   "stop",          "subagent_start", "subagent_stop",
+                                   "pre_compact",   "post_compact"};
+
+QString codexDir() {
+    return AgentEnvironment::current().dir(AgentKind::codex);
+}
+
+// One trust table as Codex writes it, for our hooks.json unless told otherwise.
+QByteArray table(const char* event, const QByteArray& hash, const char* extra = "",
+                 const QString& hooksFile = {}) {
+    const QString file = hooksFile.isEmpty() ? codexDir() + QStringLiteral("/hooks.json") : hooksFile;
+    return "[hooks.state.\"" + file.toUtf8() + ":" + event + ":0:0\"]\ntrusted_hash = \"" + hash + "\"\n" +
+           extra + "\n";
+}
+
+QByteArray allTrusted(const QByteArray& hashPrefix, const char* disabledEvent = nullptr) {
+    QByteArray text = "model = \"o4\"\n\n";
+    for (const char* event : codexEvents) {
+        const bool off = disabledEvent && QByteArray(event) == disabledEvent;
+        text += table(event, hashPrefix + event, off ? "enabled = false" : "enabled = true");
+    }
+    return text;
+}
+
+const auto nobodyInstalled = [](AgentKind) { return false; };
+const auto everyoneInstalled = [](AgentKind) { return true; };
+
+} // namespace
+
+TEST(CodexNames, SnakeCaseSplitsAtEachLowerUpperPair) {
+    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("PreToolUse")), QStringLiteral("pre_tool_use"));
+    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("Stop")), QStringLiteral("stop"));
+    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("SubagentStart")), QStringLiteral("subagent_start"));
+    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("URLFetch")), QStringLiteral("urlfetch"));
+    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("aBcD")), QStringLiteral("a_bc_d"));
+    EXPECT_EQ(HookInstaller::snakeCase(QString()), QString());
+}
+
+// ---- Reading config.toml ----
+
+TEST_F(HookTest, TrustTablesAreReadOnlyForOurHooksFile) {
+    QByteArray text;
+    text += table("stop", "h-stop", "enabled = false");
+    text += "  [hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:pre_tool_use:0:0\"]  \n";
+    text += "\ttrusted_hash\t=\t\"h-pre\"  \n";
+    text += "enabled = maybe\n";
+    text += table("post_tool_use", "old-path", "", home() + QStringLiteral("/old codex/hooks.json"));
+    text += "[profiles.other]\ntrusted_hash = \"not-a-hook\"\n";
+    // No ":" after the event: no record, so its hash must not reach "stop".
+    text += "[hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:stop\"]\ntrusted_hash = \"no-event\"\n";
+    text += table("session_start", "first");
+    text += table("session_start", "second");
+    text +=
+        "[hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:session_end:0:0\"]\nenabled=false\n=x\nkey=\n";
+    writeBytes(codexDir() + QStringLiteral("/config.toml"), text);
+
+    const QMap<QString, HookInstaller::CodexTrust> states = HookInstaller::codexTrustStates();
+    EXPECT_EQ(states.keys(), (QStringList{QStringLiteral("pre_tool_use"), QStringLiteral("session_end"),
+                                          QStringLiteral("session_start"), QStringLiteral("stop")}));
+    EXPECT_EQ(states.value(QStringLiteral("stop")),
+              (HookInstaller::CodexTrust{QStringLiteral("h-stop"), false}));
+    EXPECT_EQ(states.value(QStringLiteral("pre_tool_use")),
+              (HookInstaller::CodexTrust{QStringLiteral("h-pre"), true}));
+    EXPECT_EQ(states.value(QStringLiteral("session_start")).hash, QStringLiteral("second"));
+    EXPECT_EQ(states.value(QStringLiteral("session_end")), (HookInstaller::CodexTrust{std::nullopt, false}));
+}
+
+TEST_F(HookTest, AMissingOrBinaryConfigHasNoTrust) {
+    EXPECT_TRUE(HookInstaller::codexTrustStates().isEmpty());
+    writeBytes(codexDir() + QStringLiteral("/config.toml"),
+               QByteArray("\x89PNG\r\n\x1a\n\xff\xfe\x00\x01", 12) + table("stop", "h"));
+    EXPECT_TRUE(HookInstaller::codexTrustStates().isEmpty());
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
+}
+
+// ---- The status ----
+
+TEST_F(HookTest, CodexStatusWeighsTrustBeforeTurnedOff) {
+    const QString config = codexDir() + QStringLiteral("/config.toml");
+    // Not installed: nothing to approve.
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
+
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
+
+    writeBytes(config, allTrusted("h-"));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
+
+    writeBytes(config, allTrusted("h-", "pre_compact"));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::disabled);
+
+    // Ten trusted, one missing, another turned off: the missing one wins.
+    QByteArray tenAndOff;
+    for (const char* event : codexEvents) {
+        if (QByteArray(event) != "subagent_stop") {
+            tenAndOff += table(event, "h", QByteArray(event) == "stop" ? "enabled = false" : "");
+        }
+    }
+    writeBytes(config, tenAndOff);
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
+}
+
+TEST_F(HookTest, RecordsForAnOldCodexHomeDoNotCount) {
+    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
+    Locations moved = Locations::standard(home());
+    moved.dirs[AgentKind::codex] = home() + QStringLiteral("/codex home");
+    AgentEnvironment::setCurrent(moved);
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    QFile::copy(home() + QStringLiteral("/.codex/config.toml"),
+                home() + QStringLiteral("/codex home/config.toml"));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
+}
+
+TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
+    const QString config = codexDir() + QStringLiteral("/config.toml");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    writeBytes(config, allTrusted("h-"));
+    ASSERT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
+
+    // The steady state rewrites nothing and leaves the trust alone.
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
+
+    // A change to the file (ours went missing from one event) rewrites it: the same hashes no longer count.
+    QJsonObject file = readObject(codexDir() + QStringLiteral("/hooks.json"));
+    QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
+    hooks.remove(QStringLiteral("Stop"));
+    file.insert(QStringLiteral("hooks"), hooks);
+    writeBytes(codexDir() + QStringLiteral("/hooks.json"), QJsonDocument(file).toJson());
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    EXPECT_EQ(defaults()
+                  .dictionary(QStringLiteral("staleCodexTrustHashes"))
+                  ->value(QStringLiteral("stop"))
+                  .toString(),
+              QStringLiteral("h-stop"));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
+
+    writeBytes(config, allTrusted("new-"));
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
+}
+
+TEST_F(HookTest, AStaleSnapshotThatIsNotAllStringsIsIgnored) {
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
+    defaults().set(QStringLiteral("staleCodexTrustHashes"),
+                   QJsonObject{{QStringLiteral("stop"), QStringLiteral("h-stop")}, {QStringLiteral("n"), 1}});
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
+    defaults().set(QStringLiteral("staleCodexTrustHashes"),
+                   QJsonObject{{QStringLiteral("stop"), QStringLiteral("h-stop")}});
+    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
+}
+
+// ---- Setup state ----
+
+TEST_F(HookTest, SetupIsDecidedTopToBottom) {
+    using K = AgentSetup::Kind;
+    const auto setup = [&](AgentKind kind, std::optional<Timestamp> seen,
+                           const HookInstaller::AgentPresence& present) {
+        return HookInstaller::setup(kind, seen, defaults(), present);
+    };
+    EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, nobodyInstalled), AgentSetup::of(K::notInstalled));
+    EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, {}), AgentSetup::of(K::notInstalled));
+    EXPECT_EQ(setup(AgentKind::gemini, 100.0, nobodyInstalled), AgentSetup::of(K::notConnected));
+    EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, everyoneInstalled), AgentSetup::of(K::notConnected));
+    defaults().set(HookInstaller::disconnectedKey(AgentKind::gemini), true);
+    EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, everyoneInstalled), AgentSetup::of(K::disconnected));
+    EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, nobodyInstalled), AgentSetup::of(K::notInstalled));
+
+    ASSERT_FALSE(HookInstaller::connect(AgentKind::gemini, defaults()));
+    EXPECT_EQ(setup(AgentKind::gemini, 5.0, nobodyInstalled), AgentSetup::connected(5.0));
+    EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, nobodyInstalled), AgentSetup::connected(std::nullopt));
+
+    const QString settings = HookInstaller::integration(AgentKind::gemini).file;
+    writeBytes(settings, "{ broken");
+    EXPECT_EQ(setup(AgentKind::gemini, 5.0, everyoneInstalled), AgentSetup::unreadableConfig(settings));
+
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+    EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexNeedsApproval));
+    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-", "stop"));
+    EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexHooksOff));
+    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
+    EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::connected(5.0));
+}
+
+TEST_F(HookTest, AForeignFileAtThePluginPathIsUnreadableConfigThoughItIsText) {
+    const QString plugin = HookInstaller::integration(AgentKind::opencode).file;
+    writeBytes(plugin, "export const Theirs = async () => ({})\n");
+    EXPECT_EQ(HookInstaller::setup(AgentKind::opencode, std::nullopt, defaults(), everyoneInstalled),
+              AgentSetup::unreadableConfig(plugin));
+    ASSERT_FALSE(HookInstaller::install(AgentKind::amp, defaults()));
+    EXPECT_EQ(HookInstaller::setup(AgentKind::amp, std::nullopt, defaults(), nobodyInstalled),
+              AgentSetup::connected(std::nullopt));
+}
+
+TEST(AgentSetupSummary, SaysEachStateInOneLine) {
+    using K = AgentSetup::Kind;
+    const Timestamp now = 1'800'000'000.0;
+    EXPECT_EQ(
+        AgentSetup::unreadableConfig(QStringLiteral("/home/a/.claude/settings.json")).summary(now, false),
+        QStringLiteral("Cannot read settings.json"));
+    EXPECT_EQ(AgentSetup::connected(std::nullopt).summary(now, false),
+              QStringLiteral("Connected. Start a session to test it."));
+    EXPECT_EQ(AgentSetup::connected(now - 59.9).summary(now, false),
+              QStringLiteral("Connected. Working now."));
+    EXPECT_EQ(AgentSetup::connected(now - 60).summary(now, false),
+              QStringLiteral("Connected. Last seen 1 min. ago."));
+    EXPECT_EQ(AgentSetup::connected(now - 2 * 3600).summary(now, false),
+              QStringLiteral("Connected. Last seen 2 hr. ago."));
+    EXPECT_EQ(AgentSetup::connected(now - 86400 * 1.5).summary(now, false),
+              QStringLiteral("Connected. Last seen yesterday."));
+    EXPECT_EQ(AgentSetup::of(K::notInstalled).summary(now, false), QStringLiteral("Not installed"));
+    EXPECT_EQ(AgentSetup::of(K::disconnected).summary(now, false), QStringLiteral("Disconnected"));
+    EXPECT_EQ(AgentSetup::of(K::notConnected).summary(now, false), QStringLiteral("Not connected"));
+    EXPECT_EQ(AgentSetup::of(K::codexNeedsApproval).summary(now, true),
+              QStringLiteral("Needs your approval in Codex"));
+    EXPECT_EQ(AgentSetup::of(K::codexNeedsApproval).summary(now, false),
+              QStringLiteral("Needs your approval. Run codex in Terminal."));
+    EXPECT_EQ(AgentSetup::of(K::codexHooksOff).summary(now, true), QStringLiteral("Turned off in Codex"));
+    EXPECT_EQ(AgentSetup::of(K::codexHooksOff).summary(now, false),
+              QStringLiteral("Turned off in Codex. Type /hooks in codex."));
+
+    EXPECT_EQ(AgentSetup::of(K::codexHooksOff).fix(), SetupFix::turnOnInCodex);
+    EXPECT_EQ(AgentSetup::of(K::codexNeedsApproval).fix(), SetupFix::approveInCodex);
+    EXPECT_EQ(AgentSetup::unreadableConfig(QStringLiteral("x")).fix(), SetupFix::fixSettingsFile);
+    EXPECT_EQ(AgentSetup::connected(1.0).fix(), std::nullopt);
+}
+
+TEST(AgentSetupCopyText, NoticesAndStepsFollowWhetherTheDesktopAppIsThere) {
+    EXPECT_EQ(AgentSetupCopy::codexNotice(CodexHookStatus::ready, true), std::nullopt);
+    EXPECT_EQ(
+        AgentSetupCopy::codexNotice(CodexHookStatus::needsApproval, false)->body,
+        QStringLiteral(
+            "Codex runs only trusted hooks. Start codex in Terminal and choose Trust all and continue."));
+    EXPECT_EQ(AgentSetupCopy::codexNotice(CodexHookStatus::needsApproval, true)->heading,
+              QStringLiteral("Approve Mirrowisp in Codex"));
+    EXPECT_EQ(
+        AgentSetupCopy::codexNotice(CodexHookStatus::disabled, false),
+        (AgentSetupCopy::Notice{
+            QStringLiteral("Mirrowisp is turned off in Codex"),
+            QStringLiteral("Codex sessions do not show here. In Codex, type /hooks and turn them on.")}));
+    EXPECT_EQ(AgentSetupCopy::steps(SetupFix::fixSettingsFile, false),
+              (QStringList{QStringLiteral("Click **Show File** and fix the JSON error in it."),
+                           QStringLiteral("Click **Try Again**.")}));
+    EXPECT_EQ(AgentSetupCopy::steps(SetupFix::approveInCodex, true).size(), 4);
+}
+
+TEST(CodexApproval, WithoutTheDesktopAppOnlyTheTerminalStepsRemain) {
+    int opened = 0;
+    QUrl asked;
+    const CodexHookApproval::UrlOpener opener = [&](const QUrl& url) {
+        ++opened;
+        asked = url;
+        return true;
+    };
+    EXPECT_FALSE(CodexHookApproval::isAppInstalled({}));
+    const CodexHookApproval::Guidance none = CodexHookApproval::open({}, opener);
+    EXPECT_FALSE(none.openedSettings);
+    EXPECT_EQ(opened, 0);
+    EXPECT_EQ(none.steps,
+              (QStringList{QStringLiteral("Start Codex in Terminal:"),
+                           QStringLiteral("At **Hooks need review**, choose **Trust all and continue**.")}));
+
+    QString lookedUp;
+    const CodexHookApproval::AppLookup lookup = [&](const QString& id) {
+        lookedUp = id;
+        return true;
+    };
+    const CodexHookApproval::Guidance app = CodexHookApproval::open(lookup, opener);
+    EXPECT_EQ(lookedUp, QStringLiteral("com.openai.codex"));
+    EXPECT_TRUE(app.openedSettings);
+    EXPECT_EQ(asked, QUrl(QStringLiteral("codex://settings")));
+    EXPECT_EQ(app.steps.first(), QStringLiteral("Click **Open Codex Settings**."));
+
+    const CodexHookApproval::Guidance refused =
+        CodexHookApproval::open(lookup, [](const QUrl&) { return false; });
+    EXPECT_FALSE(refused.openedSettings);
+    EXPECT_EQ(refused.steps, none.steps);
+}

@@ -1,0 +1,172 @@
+#include "integration/HookInstaller.h"
+#include "integration/HookTestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <sys/stat.h>
+
+using namespace mirrowisp;
+using mirrowisp::test::HookTest;
+
+namespace {
+
+struct HookRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+// Runs a hook command the way an agent does: as one string given to the shell.
+HookRun runHook(const QString& command, const QByteArray& input) {
+    QProcess process;
+    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), command});
+    if (!process.waitForStarted(10000)) {
+        return {};
+    }
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(30000)) {
+        process.kill();
+        process.waitForFinished();
+        return {};
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
+// A stand-in for the bridge tool that records its arguments and standard input.
+QString writeRecorder(const QString& folder, const QString& log) {
+    const QString path = folder + QStringLiteral("/recorder.sh");
+    QDir().mkpath(folder);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#!/bin/sh\nfor a in \"$@\"; do printf '[%s]' \"$a\"; done > '" + QFile::encodeName(log) +
+               "'\nprintf '\\n' >> '" + QFile::encodeName(log) + "'\ncat >> '" + QFile::encodeName(log) +
+               "'\nprintf '{\"ok\":1}'\n");
+    file.close();
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return path;
+}
+
+QString linkTarget(const QString& path) {
+    return QFileInfo(path).symLinkTarget();
+}
+
+} // namespace
+
+TEST_F(HookTest, TheCommandTextHasOneShapeForCursorAndOneForTheRest) {
+    const QString path = support() + QStringLiteral("/bin/mirrowisp-bridge");
+    EXPECT_EQ(HookInstaller::command(AgentKind::cursor, false),
+              QStringLiteral("/bin/sh -c '[ -x \"") + path + QStringLiteral("\" ] && exec \"") + path +
+                  QStringLiteral("\" --agent cursor || echo \"{}\"'"));
+    EXPECT_EQ(HookInstaller::command(AgentKind::claude, true),
+              QStringLiteral("/bin/sh -c '[ ! -x \"") + path + QStringLiteral("\" ] || exec \"") + path +
+                  QStringLiteral("\" --agent claude --statusline'"));
+    EXPECT_TRUE(
+        HookInstaller::command(AgentKind::copilot, false).endsWith(QStringLiteral("--agent copilot'")));
+}
+
+TEST_F(HookTest, ASupportFolderWithBlanksAndQuotesSurvivesTheShell) {
+    // Blanks and single quotes are what home folders hold; the command quotes both.
+    const QString odd = home() + QStringLiteral("/Ann's Mirrowisp 'support' dir");
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(odd));
+    const QString log = home() + QStringLiteral("/calls.log");
+    HookInstaller::refreshBridgeLink(writeRecorder(home() + QStringLiteral("/tools"), log));
+    ASSERT_TRUE(QFileInfo(odd + QStringLiteral("/bin/mirrowisp-bridge")).isSymLink());
+
+    for (const AgentKind kind : {AgentKind::claude, AgentKind::cursor, AgentKind::gemini}) {
+        SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
+        QFile::remove(log);
+        const HookRun run = runHook(HookInstaller::command(kind, false), R"({"hook_event_name":"Stop"})");
+        EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+        EXPECT_EQ(run.out, QByteArray(R"({"ok":1})"));
+        EXPECT_EQ(readBytes(log), "[--agent][" + AgentKinds::rawValue(kind).toUtf8() + "]\n" +
+                                      QByteArray(R"({"hook_event_name":"Stop"})"));
+    }
+    QFile::remove(log);
+    const HookRun status = runHook(HookInstaller::command(AgentKind::claude, true), "{}");
+    EXPECT_EQ(status.exitCode, 0);
+    EXPECT_EQ(readBytes(log), QByteArray("[--agent][claude][--statusline]\n{}"));
+}
+
+TEST_F(HookTest, WithoutTheToolAHookEndsQuietlyAndCursorGetsAnEmptyAnswer) {
+    ASSERT_FALSE(QFileInfo::exists(HookInstaller::bridgeLinkPath()));
+    const HookRun claude = runHook(HookInstaller::command(AgentKind::claude, false), "{}");
+    EXPECT_EQ(claude.exitCode, 0);
+    EXPECT_TRUE(claude.out.isEmpty());
+    EXPECT_TRUE(claude.err.isEmpty());
+    const HookRun cursor = runHook(HookInstaller::command(AgentKind::cursor, false), "{}");
+    EXPECT_EQ(cursor.exitCode, 0);
+    EXPECT_EQ(cursor.out, QByteArray("{}\n"));
+
+    // A link left behind to a tool that was removed counts as no tool.
+    HookInstaller::refreshBridgeLink(
+        writeRecorder(home() + QStringLiteral("/gone"), home() + QStringLiteral("/x")));
+    QDir(home() + QStringLiteral("/gone")).removeRecursively();
+    EXPECT_EQ(runHook(HookInstaller::command(AgentKind::codex, false), "{}").exitCode, 0);
+    EXPECT_EQ(runHook(HookInstaller::command(AgentKind::cursor, false), "{}").out, QByteArray("{}\n"));
+}
+
+TEST_F(HookTest, TheRealToolWithNoAppRunningExitsQuietly) {
+    const QString tool = QString::fromUtf8(MIRROWISP_BRIDGE_TOOL_PATH);
+    ASSERT_TRUE(QFileInfo(tool).isExecutable()) << tool.toStdString();
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(home() + QStringLiteral("/it's here")));
+    HookInstaller::refreshBridgeLink(tool);
+    const HookRun run =
+        runHook(HookInstaller::command(AgentKind::claude, false),
+                R"({"hook_event_name":"PermissionRequest","session_id":"s1","tool_name":"Bash"})");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.out.isEmpty()) << run.out.constData();
+}
+
+TEST_F(HookTest, TheBridgeLinkPointsAtTheToolAndIsReplacedWhenItPointsElsewhere) {
+    const QString link = HookInstaller::bridgeLinkPath();
+    const QString first = writeRecorder(home() + QStringLiteral("/one"), home() + QStringLiteral("/log"));
+    const QString second = writeRecorder(home() + QStringLiteral("/two"), home() + QStringLiteral("/log"));
+
+    HookInstaller::refreshBridgeLink(home() + QStringLiteral("/missing/mirrowisp-bridge"));
+    EXPECT_FALSE(QFileInfo(link).exists() || QFileInfo(link).isSymLink());
+
+    HookInstaller::refreshBridgeLink(first);
+    EXPECT_EQ(linkTarget(link), first);
+    struct stat before {};
+    ASSERT_EQ(::lstat(QFile::encodeName(link).constData(), &before), 0);
+    HookInstaller::refreshBridgeLink(first);
+    struct stat same {};
+    ASSERT_EQ(::lstat(QFile::encodeName(link).constData(), &same), 0);
+    EXPECT_EQ(same.st_ino, before.st_ino); // left alone when it is right
+
+    HookInstaller::refreshBridgeLink(second);
+    EXPECT_EQ(linkTarget(link), second);
+
+    // A copy or a folder in its place is replaced by the link as well.
+    QFile::remove(link);
+    writeBytes(link, "an old copy");
+    HookInstaller::refreshBridgeLink(first);
+    EXPECT_EQ(linkTarget(link), first);
+    QFile::remove(link);
+    ASSERT_TRUE(QDir().mkpath(link + QStringLiteral("/inner")));
+    HookInstaller::refreshBridgeLink(second);
+    EXPECT_EQ(linkTarget(link), second);
+    EXPECT_EQ(QDir(QFileInfo(link).absolutePath())
+                  .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
+              QStringList{QStringLiteral("mirrowisp-bridge")});
+}
+
+TEST_F(HookTest, StatusMessagesAreClaudesPermissionAndEveryCodexEvent) {
+    const QString permission = QStringLiteral("PermissionRequest");
+    const QString stop = QStringLiteral("Stop");
+    EXPECT_EQ(HookInstaller::statusMessage(permission, AgentKind::claude),
+              QStringLiteral("Mirrowisp: approvals in the notch"));
+    EXPECT_EQ(HookInstaller::statusMessage(stop, AgentKind::claude), std::nullopt);
+    EXPECT_EQ(HookInstaller::statusMessage(permission, AgentKind::codex),
+              QStringLiteral("Waiting for your approval in Mirrowisp"));
+    EXPECT_EQ(HookInstaller::statusMessage(stop, AgentKind::codex),
+              QStringLiteral("Mirrowisp: session status"));
+    for (const AgentKind kind :
+         {AgentKind::cursor, AgentKind::devin, AgentKind::gemini, AgentKind::copilot}) {
+        EXPECT_EQ(HookInstaller::statusMessage(permission, kind), std::nullopt);
+    }
+}

@@ -1,0 +1,493 @@
+#include "integration/HookInstaller.h"
+
+#include "integration/HookTestSupport.h"
+#include "integration/Locations.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+
+using namespace mirrowisp;
+using mirrowisp::test::HookTest;
+
+namespace {
+
+QString settingsOf(AgentKind kind) {
+    return HookInstaller::integration(kind).file;
+}
+
+// A JSON text with $C standing for the hook command and $S for the status-line command.
+QJsonObject expected(AgentKind kind, const char* json) {
+    const auto quoted = [](const QString& text) {
+        const QByteArray list = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+        return list.mid(1, list.size() - 2);
+    };
+    QByteArray text(json);
+    text.replace("$C", quoted(HookInstaller::command(kind, false)));
+    text.replace("$S", quoted(HookInstaller::command(kind, true)));
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << json;
+    return document.object();
+}
+
+QStringList keysOf(const QJsonValue& value) {
+    return value.toObject().keys();
+}
+
+QStringList sorted(QStringList list) {
+    list.sort();
+    return list;
+}
+
+// Moves the file's modification time into the past, so that any write would show.
+QDateTime age(const QString& path) {
+    QFile file(path);
+    const QDateTime past = QDateTime::currentDateTimeUtc().addSecs(-3600);
+    EXPECT_TRUE(file.open(QIODevice::ReadWrite));
+    EXPECT_TRUE(file.setFileTime(past, QFileDevice::FileModificationTime));
+    return QFileInfo(path).lastModified();
+}
+
+} // namespace
+
+// ---- What install writes, agent by agent ----
+
+TEST_F(HookTest, ClaudeInstallKeepsTheUsersKeysAndGroupsAndAddsOursAfterThem) {
+    writeBytes(settingsOf(AgentKind::claude), R"({
+  "model": "opus", "env": {"A": "1"},
+  "hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"type": "command", "command": "my-linter"}]}]}
+})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+
+    const QJsonObject file = readObject(settingsOf(AgentKind::claude));
+    EXPECT_EQ(file.value(QStringLiteral("model")).toString(), QStringLiteral("opus"));
+    EXPECT_EQ(file.value(QStringLiteral("env")).toObject(), parse(R"({"A": "1"})"));
+    const QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
+    EXPECT_EQ(sorted(hooks.keys()), sorted(HookInstaller::integration(AgentKind::claude).events));
+    EXPECT_EQ(hooks.value(QStringLiteral("PreToolUse")), expected(AgentKind::claude, R"({"x": [
+        {"matcher": "Bash", "hooks": [{"type": "command", "command": "my-linter"}]},
+        {"hooks": [{"command": $C, "timeout": 10, "type": "command"}]}]})")
+                                                             .value(QStringLiteral("x")));
+    EXPECT_EQ(hooks.value(QStringLiteral("PermissionRequest")), expected(AgentKind::claude, R"({"x": [
+        {"hooks": [{"command": $C, "timeout": 86400, "type": "command",
+                    "statusMessage": "Mirrowisp: approvals in the notch"}]}]})")
+                                                                    .value(QStringLiteral("x")));
+    EXPECT_EQ(file.value(QStringLiteral("statusLine")).toObject(),
+              expected(AgentKind::claude, R"({"command": $S, "padding": 0, "type": "command"})"));
+}
+
+TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
+    struct Case {
+        AgentKind kind;
+        const char* event;
+        const char* entries; // the list under `event`
+        int eventCount;
+    };
+    const Case cases[] = {
+        {AgentKind::codex, "PreToolUse",
+         R"({"x": [{"hooks": [{"command": $C, "timeout": 10, "type": "command",
+                               "statusMessage": "Mirrowisp: session status"}]}]})",
+         11},
+        {AgentKind::codex, "PermissionRequest",
+         R"({"x": [{"hooks": [{"command": $C, "timeout": 86400, "type": "command",
+                               "statusMessage": "Waiting for your approval in Mirrowisp"}]}]})",
+         11},
+        {AgentKind::devin, "PermissionRequest",
+         R"({"x": [{"matcher": "", "hooks": [{"command": $C, "timeout": 86400, "type": "command"}]}]})", 7},
+        {AgentKind::gemini, "BeforeTool",
+         R"({"x": [{"hooks": [{"command": $C, "timeout": 10000, "type": "command", "name": "Mirrowisp"}]}]})",
+         8},
+        {AgentKind::cursor, "preToolUse", R"({"x": [{"command": $C, "timeout": 10}]})", 10},
+        {AgentKind::copilot, "PreToolUse", R"({"x": [{"type": "command", "bash": $C, "timeoutSec": 10}]})",
+         9},
+        {AgentKind::copilot, "notification",
+         R"({"x": [{"type": "command", "bash": $C, "timeoutSec": 10,
+                    "matcher": "permission_prompt|elicitation_dialog"}]})",
+         9},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(AgentKinds::rawValue(c.kind).toStdString() + " " + c.event);
+        ASSERT_FALSE(HookInstaller::install(c.kind, defaults()));
+        const QJsonObject file = readObject(settingsOf(c.kind));
+        const QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
+        EXPECT_EQ(hooks.size(), c.eventCount);
+        EXPECT_EQ(hooks.value(QString::fromLatin1(c.event)),
+                  expected(c.kind, c.entries).value(QStringLiteral("x")));
+        EXPECT_FALSE(file.contains(QStringLiteral("statusLine")));
+        const bool versioned = c.kind == AgentKind::cursor || c.kind == AgentKind::copilot;
+        EXPECT_EQ(file.contains(QStringLiteral("version")), versioned);
+    }
+}
+
+TEST_F(HookTest, CopilotsOwnFileIsWrittenSortedIndentedAndWithPlainSlashes) {
+    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
+    QByteArray entry = R"({
+                "bash": "$C",
+                "timeoutSec": 10,
+                "type": "command"
+            })";
+    QByteArray command = HookInstaller::command(AgentKind::copilot, false).toUtf8();
+    command.replace("\"", "\\\"");
+    entry.replace("$C", command);
+    QByteArray text = "{\n    \"hooks\": {\n";
+    const QStringList events = {QStringLiteral("PostToolUse"), QStringLiteral("PostToolUseFailure"),
+                                QStringLiteral("PreCompact"),  QStringLiteral("PreToolUse"),
+                                QStringLiteral("SessionEnd"),  QStringLiteral("SessionStart"),
+                                QStringLiteral("Stop"),        QStringLiteral("UserPromptSubmit")};
+    for (const QString& event : events) {
+        text += "        \"" + event.toUtf8() + "\": [\n            " + entry + "\n        ],\n";
+    }
+    QByteArray notification = entry;
+    notification.replace("\"timeoutSec\"", "\"matcher\": \"permission_prompt|elicitation_dialog\",\n"
+                                           "                \"timeoutSec\"");
+    text += "        \"notification\": [\n            " + notification + "\n        ]\n    },\n";
+    text += "    \"version\": 1\n}\n";
+    EXPECT_EQ(readBytes(settingsOf(AgentKind::copilot)), text);
+}
+
+TEST_F(HookTest, AnExistingVersionStaysAndAMissingOneBecomesOne) {
+    writeBytes(settingsOf(AgentKind::cursor), R"({"version": 2, "hooks": {}})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::cursor, defaults()));
+    EXPECT_EQ(readObject(settingsOf(AgentKind::cursor)).value(QStringLiteral("version")).toInt(), 2);
+    writeBytes(settingsOf(AgentKind::copilot), R"({"hooks": {}})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
+    EXPECT_EQ(readObject(settingsOf(AgentKind::copilot)).value(QStringLiteral("version")).toInt(), 1);
+}
+
+TEST_F(HookTest, InstallFollowsTheAgentFoldersOfTheCurrentLocations) {
+    Locations moved = Locations::standard(home());
+    moved.dirs[AgentKind::claude] = home() + QStringLiteral("/elsewhere/claude config");
+    AgentEnvironment::setCurrent(moved);
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    EXPECT_TRUE(QFile::exists(home() + QStringLiteral("/elsewhere/claude config/settings.json")));
+    EXPECT_FALSE(QFile::exists(home() + QStringLiteral("/.claude/settings.json")));
+}
+
+// ---- The steady state ----
+
+TEST_F(HookTest, InstallingAgainChangesNothingForEveryAgent) {
+    for (const AgentKind kind : AgentKinds::all) {
+        SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
+        ASSERT_FALSE(HookInstaller::install(kind, defaults()));
+        const QString path = settingsOf(kind);
+        const QByteArray before = readBytes(path);
+        const QDateTime time = age(path);
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::install(kind, defaults()));
+        EXPECT_EQ(readBytes(path), before);
+        EXPECT_EQ(QFileInfo(path).lastModified(), time);
+        EXPECT_TRUE(backups().isEmpty());
+    }
+}
+
+TEST_F(HookTest, AFileThatSaysTheSameInOtherWordsIsNotRewritten) {
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    const QString path = settingsOf(AgentKind::claude);
+    // The same content, compact, as another tool might have rewritten it.
+    const QByteArray compact = QJsonDocument(readObject(path)).toJson(QJsonDocument::Compact);
+    writeBytes(path, compact);
+    const QDateTime time = age(path);
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    EXPECT_EQ(readBytes(path), compact);
+    EXPECT_EQ(QFileInfo(path).lastModified(), time);
+    EXPECT_TRUE(backups().isEmpty());
+}
+
+TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
+    writeBytes(settingsOf(AgentKind::claude), R"({"hooks": {"Stop": [
+        {"hooks": [{"type": "command", "command": "/old/place/mirrowisp-bridge --agent claude"}]}]},
+        "statusLine": {"type": "command", "command": "/old/place/mirrowisp-bridge --statusline"}})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    const QJsonObject file = readObject(settingsOf(AgentKind::claude));
+    EXPECT_EQ(file.value(QStringLiteral("hooks")).toObject().value(QStringLiteral("Stop")),
+              expected(AgentKind::claude,
+                       R"({"x": [{"hooks": [{"command": $C, "timeout": 10, "type": "command"}]}]})")
+                  .value(QStringLiteral("x")));
+    EXPECT_EQ(file.value(QStringLiteral("statusLine")).toObject().value(QStringLiteral("command")).toString(),
+              HookInstaller::command(AgentKind::claude, true));
+    EXPECT_EQ(backups().size(), 1);
+}
+
+// ---- Files we must not touch ----
+
+TEST_F(HookTest, AnUnreadableSettingsFileIsNeverWrittenNorBackedUp) {
+    const std::pair<const char*, QByteArray> contents[] = {
+        {"line comment", "{\n  // mine\n  \"model\": \"opus\"\n}\n"},
+        {"block comment", "/* mine */ {\"model\": \"opus\"}"},
+        {"trailing comma", "{\"model\": \"opus\",}"},
+        {"trailing comma in a list", "{\"hooks\": {\"Stop\": [{\"command\": \"x\"},]}}"},
+        {"top-level array", "[]"},
+        {"top-level string", "\"settings\""},
+        {"not UTF-8", "{\"model\": \"op\xff\xfeus\"}"},
+        {"Latin-1 text", "{\"name\": \"Jos\xe9\"}"},
+        {"raw control character", "{\"model\": \"a\x01z\"}"},
+        {"two objects", "{} {}"},
+        {"cut short", "{\"hooks\": {"},
+    };
+    for (const auto& [name, bytes] : contents) {
+        SCOPED_TRACE(name);
+        const QString path = settingsOf(AgentKind::claude);
+        writeBytes(path, bytes);
+        EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::unreadable);
+
+        const HookResult installed = HookInstaller::install(AgentKind::claude, defaults());
+        ASSERT_TRUE(installed);
+        EXPECT_EQ(*installed, HookError::unreadable(path));
+        EXPECT_EQ(installed->message(), QStringLiteral("Mirrowisp cannot read ") + path +
+                                            QStringLiteral(". Fix the file, then try again."));
+        EXPECT_EQ(HookInstaller::uninstall(AgentKind::claude), HookError::unreadable(path));
+        EXPECT_EQ(HookInstaller::disconnect(AgentKind::claude, defaults()), HookError::unreadable(path));
+        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+        EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
+        EXPECT_EQ(readBytes(path), bytes);
+        EXPECT_TRUE(backups().isEmpty());
+    }
+}
+
+TEST_F(HookTest, AFolderWhereTheSettingsFileShouldBeIsUnreadable) {
+    const QString path = settingsOf(AgentKind::gemini);
+    ASSERT_TRUE(QDir().mkpath(path));
+    EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::unreadable);
+    EXPECT_EQ(HookInstaller::install(AgentKind::gemini, defaults()), HookError::unreadable(path));
+    EXPECT_TRUE(QFileInfo(path).isDir());
+}
+
+TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
+    for (const QByteArray& bytes : {QByteArray(), QByteArray(" \t\r\n\n  ")}) {
+        const QString path = settingsOf(AgentKind::devin);
+        writeBytes(path, bytes);
+        EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::missing);
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::install(AgentKind::devin, defaults()));
+        EXPECT_EQ(keysOf(readObject(path).value(QStringLiteral("hooks"))).size(), 7);
+        clearBackups(); // install backed up the blank file within this second
+        EXPECT_EQ(HookInstaller::uninstall(AgentKind::devin), std::nullopt);
+        QFile::remove(path);
+    }
+    EXPECT_EQ(HookInstaller::readConfig(home() + QStringLiteral("/nothing.json")).state,
+              HookInstaller::ConfigFile::State::missing);
+}
+
+// ---- Foreign entries ----
+
+TEST_F(HookTest, ForeignEntriesOfEveryShapeSurviveInstallAndUninstall) {
+    const char* user = R"json({
+      "hooks": {
+        "MyOwnEvent": "just a string",
+        "Counter": 3,
+        "Flags": {"a": true},
+        "Mixed": [{"command": "mirrowisp-bridge but not a list of objects"}, 7],
+        "Empty": null,
+        "Stop": [{"command": "echo flat"}, {"bash": "echo bash"},
+                 {"matcher": "*", "hooks": [{"type": "command", "command": "notify-me"}]},
+                 {"something": "else"}]
+      },
+      "permissions": {"allow": ["Bash(ls:*)"]}
+    })json";
+    const QString path = settingsOf(AgentKind::claude);
+    writeBytes(path, user);
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    const QJsonObject hooks = readObject(path).value(QStringLiteral("hooks")).toObject();
+    const QJsonObject theirs = parse(user).value(QStringLiteral("hooks")).toObject();
+    for (const char* key : {"MyOwnEvent", "Counter", "Flags", "Mixed", "Empty"}) {
+        EXPECT_EQ(hooks.value(QString::fromLatin1(key)), theirs.value(QString::fromLatin1(key))) << key;
+    }
+    const QJsonArray stop = hooks.value(QStringLiteral("Stop")).toArray();
+    ASSERT_EQ(stop.size(), 5);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(stop.at(i), theirs.value(QStringLiteral("Stop")).toArray().at(i));
+    }
+
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
+    EXPECT_EQ(readObject(path), parse(user));
+    EXPECT_EQ(backups().size(), 1);
+}
+
+TEST_F(HookTest, HooksThatAreNoObjectAreReplacedByOurs) {
+    for (const char* json : {R"({"hooks": "none"})", R"({"hooks": [1, 2]})", R"({"hooks": null})"}) {
+        SCOPED_TRACE(json);
+        const QString path = settingsOf(AgentKind::codex);
+        writeBytes(path, json);
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
+        EXPECT_EQ(keysOf(readObject(path).value(QStringLiteral("hooks"))).size(), 11);
+        EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::codex));
+    }
+}
+
+TEST_F(HookTest, AUsersHookBesideOursInOneGroupStaysAfterUninstall) {
+    const QString path = settingsOf(AgentKind::claude);
+    const QString ours = HookInstaller::command(AgentKind::claude, false);
+    QJsonObject group{{QStringLiteral("matcher"), QStringLiteral("Bash")},
+                      {QStringLiteral("hooks"),
+                       QJsonArray{QJsonObject{{QStringLiteral("command"), ours}},
+                                  QJsonObject{{QStringLiteral("command"), QStringLiteral("mine")}}}}};
+    writeBytes(path,
+               QJsonDocument(QJsonObject{{QStringLiteral("hooks"),
+                                          QJsonObject{{QStringLiteral("PreToolUse"), QJsonArray{group}}}}})
+                   .toJson());
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
+    EXPECT_EQ(readObject(path),
+              parse(R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": "mine"}]}]}})"));
+    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
+}
+
+TEST_F(HookTest, AUsersOwnStatusLineIsLeftByInstallAndUninstall) {
+    const QString path = settingsOf(AgentKind::claude);
+    writeBytes(path, R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    EXPECT_EQ(readObject(path).value(QStringLiteral("statusLine")).toObject(),
+              parse(R"({"type": "command", "command": "~/bin/my-status"})"));
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
+    EXPECT_EQ(readObject(path),
+              parse(R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})"));
+}
+
+// ---- Uninstall ----
+
+TEST_F(HookTest, UninstallTakesOutOurHooksAndStatusLineAndDropsAnEmptyHooksKey) {
+    const QString path = settingsOf(AgentKind::claude);
+    writeBytes(path, R"({"theme": "dark"})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
+    EXPECT_EQ(readObject(path), parse(R"({"theme": "dark"})"));
+    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
+    EXPECT_EQ(backups().size(), 1);
+}
+
+TEST_F(HookTest, UninstallAlwaysBacksUpAndWritesAReadableFile) {
+    const QString path = settingsOf(AgentKind::gemini);
+    writeBytes(path, R"({"theme":"dark"})");
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::gemini));
+    EXPECT_EQ(backups().size(), 1);
+    EXPECT_EQ(readBytes(path), QJsonDocument(parse(R"({"theme":"dark"})")).toJson());
+    EXPECT_FALSE(HookInstaller::uninstall(AgentKind::cursor)); // no file: nothing to do
+    EXPECT_FALSE(QFile::exists(settingsOf(AgentKind::cursor)));
+}
+
+TEST_F(HookTest, CopilotsFileGoesUnlessItHoldsForeignHooks) {
+    const QString path = settingsOf(AgentKind::copilot);
+    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::copilot));
+    EXPECT_FALSE(QFile::exists(path));
+
+    writeBytes(path, R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})");
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::copilot));
+    EXPECT_EQ(readObject(path),
+              parse(R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})"));
+}
+
+// ---- Connect and disconnect ----
+
+TEST_F(HookTest, DisconnectRemovesTheHooksAndRemembersConnectUndoesBoth) {
+    ASSERT_FALSE(HookInstaller::connect(AgentKind::gemini, defaults()));
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::gemini));
+    EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::gemini, defaults()));
+
+    ASSERT_FALSE(HookInstaller::disconnect(AgentKind::gemini, defaults()));
+    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::gemini));
+    EXPECT_TRUE(HookInstaller::isDisconnectedByUser(AgentKind::gemini, defaults()));
+    EXPECT_EQ(defaults().boolValue(QStringLiteral("disconnected.gemini")), true);
+    EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+
+    clearBackups();
+    ASSERT_FALSE(HookInstaller::connect(AgentKind::gemini, defaults()));
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::gemini));
+    EXPECT_FALSE(defaults().contains(QStringLiteral("disconnected.gemini")));
+}
+
+// ---- Backups ----
+
+TEST_F(HookTest, ABackupIsNamedAfterFolderFileAndTime) {
+    const QString path = settingsOf(AgentKind::claude);
+    writeBytes(path, R"({"a": 1})");
+    const QDateTime when(QDate(2026, 1, 31), QTime(9, 15, 0), Qt::UTC);
+    ASSERT_FALSE(HookInstaller::backup(path, when));
+    EXPECT_EQ(backups(), QStringList{QStringLiteral("claude-settings.json-2026-01-31T09-15-00Z")});
+    EXPECT_EQ(readBytes(HookInstaller::backupsDirectory() +
+                        QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+              QByteArray(R"({"a": 1})"));
+    EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
+    EXPECT_EQ(backups().size(), 1);
+}
+
+TEST_F(HookTest, TheTwentyFirstBackupDeletesTheOldestWhicheverAgentItBelongedTo) {
+    const QString folder = HookInstaller::backupsDirectory();
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (int i = 0; i < 20; ++i) {
+        const QString name = folder + QStringLiteral("/%1-settings.json-old%2")
+                                          .arg(QString::fromLatin1(i % 2 ? "gemini" : "codex"))
+                                          .arg(i);
+        writeBytes(name, "{}");
+        QFile file(name);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        // old0 is the oldest, old19 the newest.
+        ASSERT_TRUE(file.setFileTime(now.addSecs(-1000 + i), QFileDevice::FileModificationTime));
+    }
+    writeBytes(settingsOf(AgentKind::claude), R"({"b": 2})");
+    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+
+    const QStringList names = backups();
+    EXPECT_EQ(names.size(), 20);
+    EXPECT_FALSE(names.contains(QStringLiteral("codex-settings.json-old0")));
+    EXPECT_TRUE(names.contains(QStringLiteral("gemini-settings.json-old1")));
+    EXPECT_EQ(names.filter(QStringLiteral("claude-settings.json-")).size(), 1);
+}
+
+TEST_F(HookTest, TwoBackupsOfOneFileWithinASecondCollideAndKeepTheFirst) {
+    const QString path = settingsOf(AgentKind::claude);
+    const QDateTime when(QDate(2026, 2, 1), QTime(8, 0, 0), Qt::UTC);
+    writeBytes(path, R"({"first": true})");
+    ASSERT_FALSE(HookInstaller::backup(path, when));
+    writeBytes(path, R"({"second": true})");
+    const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
+    EXPECT_EQ(readBytes(HookInstaller::backupsDirectory() +
+                        QStringLiteral("/claude-settings.json-2026-02-01T08-00-00Z")),
+              QByteArray(R"({"first": true})"));
+}
+
+TEST_F(HookTest, ABackupThatCannotBeMadeStopsTheChange) {
+    const QString path = settingsOf(AgentKind::claude);
+    writeBytes(path, R"({"c": 3})");
+    // A file where the backups folder belongs: no backup can be made, so nothing is written.
+    writeBytes(HookInstaller::backupsDirectory(), "a file, not a folder");
+    const HookResult installed = HookInstaller::install(AgentKind::claude, defaults());
+    ASSERT_TRUE(installed);
+    EXPECT_EQ(installed->kind, HookError::Kind::fileSystem);
+    const HookResult uninstalled = HookInstaller::uninstall(AgentKind::claude);
+    ASSERT_TRUE(uninstalled);
+    EXPECT_EQ(uninstalled->kind, HookError::Kind::fileSystem);
+    EXPECT_EQ(readBytes(path), QByteArray(R"({"c": 3})"));
+    // Disconnecting fails the same way and leaves the agent connected.
+    EXPECT_TRUE(HookInstaller::disconnect(AgentKind::claude, defaults()));
+    EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+}
+
+// ---- isInstalled ----
+
+TEST_F(HookTest, IsInstalledLooksForAnyHookOfOursAndNotAtTheStatusLine) {
+    const QString path = settingsOf(AgentKind::claude);
+    writeBytes(path, R"({"statusLine": {"command": "mirrowisp-bridge --statusline"}})");
+    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
+    writeBytes(path,
+               R"({"hooks": {"Stop": [{"hooks": [{"command": "x/mirrowisp-bridge --agent claude"}]}]}})");
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
+    writeBytes(path, R"({"hooks": {"Stop": "mirrowisp-bridge"}})");
+    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
+    writeBytes(settingsOf(AgentKind::copilot), R"({"hooks": {"Stop": [{"bash": "mirrowisp-bridge"}]}})");
+    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::copilot));
+}
