@@ -21,9 +21,18 @@ AppModel::~AppModel() = default;
 
 void AppModel::start() {
     startBridge();
-    runConnectionPass();
-    agentSetupTimer_.start();
     QPointer<AppModel> weak(this);
+    // Hooks go in once the agents' real locations are known, then every minute.
+    if (resolve_) {
+        resolve_([weak] {
+            if (weak) {
+                weak->runConnectionPass();
+            }
+        });
+    } else {
+        runConnectionPass();
+    }
+    agentSetupTimer_.start();
     agents_.setOnSignal([weak](AgentSignal signal, AgentSession& session) {
         if (weak) {
             weak->handle(signal, session);

@@ -67,8 +67,12 @@ public:
 
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
-    // Hook installation for one agent; the app wires it to the installer.
+    // The hook connection pass, and how the agents' real locations are found before the first one;
+    // the app wires both to the installer and the login-shell probe.
     void setConnectionPass(std::function<void()> pass) { connectionPass_ = std::move(pass); }
+    void setEnvironmentResolver(std::function<void(std::function<void()>)> resolve) {
+        resolve_ = std::move(resolve);
+    }
     // Runs the hook connection pass now, as the app does when it becomes active.
     void runConnectionPass();
 
@@ -95,6 +99,7 @@ private:
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void()> connectionPass_;
+    std::function<void(std::function<void()>)> resolve_;
 };
 
 } // namespace mirrowisp

@@ -1,5 +1,6 @@
 #include "app/MirrowispApp.h"
 
+#include "app/AgentConnector.h"
 #include "app/AppModel.h"
 #include "app/Preferences.h"
 #include "base/Clock.h"
@@ -7,9 +8,12 @@
 #include "base/UserDefaults.h"
 #include "control/ControlService.h"
 #include "control/CtlClient.h"
+#include "integration/AgentEnvironment.h"
+#include "integration/HookInstaller.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
+#include <QJsonDocument>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdio>
@@ -93,10 +97,33 @@ int runMirrowisp(int argc, char** argv) {
         });
     }
 
-    AppModel model(Preferences::shared(), UserDefaults::standard(), SystemClock::shared());
+    UserDefaults& defaults = UserDefaults::standard();
+    AppModel model(Preferences::shared(), defaults, SystemClock::shared());
+    // The hook command points at a stable link in the support directory, kept on this build's tool.
+    HookInstaller::refreshBridgeLink();
+    const AgentConnector::Presence isInstalled = [](AgentKind kind) {
+        return AgentEnvironment::isInstalled(kind);
+    };
+    model.setEnvironmentResolver(
+        [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
+    model.setConnectionPass(
+        [&defaults, isInstalled] { AgentConnector::connectionPass(defaults, isInstalled); });
+    model.agents().setCodexStatusSource([&defaults] { return HookInstaller::codexHookStatus(defaults); });
+    model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
-    ControlService control(model, {});
+    ControlService control(
+        model, {[&model, &defaults, isInstalled] {
+                    return QString::fromUtf8(
+                        QJsonDocument(AgentConnector::agentsJson(defaults, model.agents().lastSeen(),
+                                                                 isInstalled, SystemClock::shared().now()))
+                            .toJson(QJsonDocument::Indented));
+                },
+                [&model, &defaults](const QString& agent, bool connect) {
+                    auto error = AgentConnector::setConnected(defaults, agent, connect);
+                    model.agents().refreshCodexApproval();
+                    return error;
+                }});
     control.registerOn(QDBusConnection::sessionBus());
     if (gui) {
         // Coming back to the app is a good moment to put back hooks an agent's update removed.

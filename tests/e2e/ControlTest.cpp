@@ -1,6 +1,8 @@
 // `mirrowisp ctl` against the real app on a private session bus, with the real hook tool waiting.
 #include "support/TestSupport.h"
 
+#include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -174,4 +176,42 @@ TEST_F(Control, SaysWhenTheAppIsNotRunningOrTheCommandIsWrong) {
     EXPECT_EQ(notRunning.err.count('\n'), 1) << notRunning.err.toStdString();
     EXPECT_EQ(ctl({text("allow")}).exitCode, 64);
     EXPECT_EQ(ctl({text("frobnicate"), text("x")}).exitCode, 64);
+}
+
+TEST_F(Control, InstallsHooksForAgentsOnTheMachineAndConnectsOrDisconnectsThemOnRequest) {
+    // A file Claude Code leaves behind is enough to count it as installed.
+    QFile trace(home.path() + text("/.claude.json"));
+    ASSERT_TRUE(trace.open(QIODevice::WriteOnly));
+    trace.write("{}");
+    trace.close();
+    startApp();
+    const QString settings = home.path() + text("/.claude/settings.json");
+    auto hooked = [&] {
+        QFile file(settings);
+        return file.open(QIODevice::ReadOnly) && file.readAll().contains("mirrowisp-bridge");
+    };
+    ASSERT_TRUE(mirrowisp::test::waitUntil(hooked, 20000))
+        << "the start-up connection pass installs the hooks";
+    EXPECT_FALSE(QFile::exists(home.path() + text("/.codex/hooks.json"))) << "Codex is not on this machine";
+
+    auto setupOf = [&](const char* agent) {
+        for (const QJsonValue& entry : QJsonDocument::fromJson(ctl({text("agents")}).out).array()) {
+            if (entry[text("agent")] == QLatin1StringView(agent)) {
+                return entry.toObject();
+            }
+        }
+        return QJsonObject();
+    };
+    EXPECT_EQ(setupOf("claude")[text("setup")], text("connected"));
+    EXPECT_EQ(setupOf("codex")[text("setup")], text("notInstalled"));
+    EXPECT_EQ(QJsonDocument::fromJson(ctl({text("agents")}).out).array().size(), 8);
+
+    EXPECT_EQ(ctl({text("disconnect"), text("claude")}).exitCode, 0);
+    EXPECT_FALSE(hooked());
+    EXPECT_EQ(setupOf("claude")[text("setup")], text("disconnected"));
+    // Backups are stamped to the second and a second change within it is refused; start afresh.
+    QDir(home.supportDir() + text("/backups")).removeRecursively();
+    EXPECT_EQ(ctl({text("connect"), text("claude")}).exitCode, 0);
+    EXPECT_TRUE(hooked());
+    EXPECT_EQ(ctl({text("connect"), text("vim")}).exitCode, 1);
 }
