@@ -12,6 +12,8 @@ packages=(
   libsqlite3-dev
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps
+  # the end-to-end agent tests: the agent runs in tmux, the app on a private session bus
+  tmux dbus
   # the hook tool's JSON (header-only)
   nlohmann-json3-dev
 )
