@@ -17,21 +17,21 @@ runs() {
 
 # install_npm <folder name> <package@version> <executable name>
 install_npm() {
-  local dir="$cache/$1" spec="$2" bin="$3"
+  local dir="$cache/$1" package="$2" bin="$3"
   if [ -x "$dir/node_modules/.bin/$bin" ] && runs "$dir/node_modules/.bin/$bin"; then
     return 0
   fi
   if ! command -v npm >/dev/null; then
-    echo "npm is not installed; cannot install $spec" >&2
+    echo "npm is not installed; cannot install $package" >&2
     return 1
   fi
-  echo "Installing $spec into $dir"
+  echo "Installing $package into $dir"
   # A half-finished earlier attempt must not count as installed.
   rm -rf "$dir"
   mkdir -p "$dir"
-  npm install --no-audit --no-fund --loglevel=error --prefix "$dir" "$spec"
+  npm install --no-audit --no-fund --loglevel=error --prefix "$dir" "$package"
   if ! runs "$dir/node_modules/.bin/$bin"; then
-    echo "$spec installed but $dir/node_modules/.bin/$bin does not run" >&2
+    echo "$package installed but $dir/node_modules/.bin/$bin does not run" >&2
     return 1
   fi
 }
