@@ -64,6 +64,15 @@ def read_text(path):
         return ""
 
 
+def alive(pid):
+    """True while the process runs; a zombie counts as gone."""
+    try:
+        with open("/proc/%d/stat" % pid, encoding="ascii", errors="replace") as f:
+            return f.read().rsplit(")", 1)[1].split()[0] != "Z"
+    except (OSError, IndexError):
+        return False
+
+
 def input_box(pane):
     """The text inside the CLI's input box (the lines between the last two horizontal rules), or None.
 
@@ -266,7 +275,18 @@ class Rig:
         out.flush()
 
     def close(self):
+        listed = self.tmux("list-panes", "-a", "-F", "#{pane_pid}", check_result=False)
+        pids = [int(p) for p in listed.stdout.split() if p.isdigit()] if listed.returncode == 0 else []
         self.tmux("kill-server", check_result=False)
+        # A CLI still writes its transcript into the home as it dies; the folder may go only after it.
+        try:
+            wait_for("the CLIs to exit", lambda: not any(alive(pid) for pid in pids), 10)
+        except Failure:
+            for pid in pids:
+                try:
+                    os.kill(pid, signal.SIGKILL)
+                except OSError:
+                    pass
         for process in (self.app_process, self.api_process):
             if process is None or process.poll() is not None:
                 continue
