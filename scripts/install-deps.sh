@@ -11,7 +11,9 @@ packages=(
   # libraries
   libsqlite3-dev
   # tests and benchmarks
-  googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps dbus-daemon
+  googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps
+  # end-to-end tests: agents run in tmux, the app on a private session bus; plugins are checked with node
+  tmux dbus dbus-daemon bsdutils coreutils nodejs
   # the hook tool's JSON (header-only)
   nlohmann-json3-dev
 )
@@ -22,6 +24,14 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
+
+# npm drives the end-to-end agent tests. Images whose nodejs bundles npm need nothing more; a plain
+# Debian nodejs does not bundle it, and Debian's own npm package then provides it.
+if ! command -v npm >/dev/null && ! printf '%s\n' "${missing[@]}" | grep -qx npm; then
+  if dpkg-query -W -f='${Status}' nodejs 2>/dev/null | grep -q 'install ok installed' || [ ${#missing[@]} -gt 0 ]; then
+    missing+=(npm)
+  fi
+fi
 
 if [ ${#missing[@]} -eq 0 ]; then
   exit 0

@@ -3,6 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
+bash scripts/install-test-agents.sh
 cmake --preset ci >/dev/null
 cmake --build --preset ci
 ctest --preset ci -j "$(nproc)"
