@@ -117,6 +117,19 @@ void AppModel::handle(AgentSignal signal, AgentSession& session) {
     }
 }
 
+void AppModel::announce(const BluetoothAudioDevice& device) {
+    if (!prefs_.bluetoothEnabled()) {
+        return;
+    }
+    const Timestamp now = clock_.now();
+    if (lastAnnounced_ && lastAnnounced_->address == device.address && now - lastAnnounced_->at < 6.0) {
+        return;
+    }
+    lastAnnounced_ = Announced{device.address, now};
+    flash(TransientActivity::bluetooth(device), 3.0);
+    play(SoundCue::connected);
+}
+
 void AppModel::flash(const TransientActivity& activity, double seconds) {
     transientTimer_.stop();
     const bool sameLevel = transient_ && transient_->isLevel() && transient_->kind == activity.kind;

@@ -65,6 +65,10 @@ public:
     // Ends the transient if its time is up (the flash timer calls this).
     void expireTransient(Timestamp now);
 
+    // Greets a Bluetooth audio device that just connected; the audio output and the Bluetooth
+    // monitor both report a connection, so a repeat within 6 s stays silent.
+    void announce(const BluetoothAudioDevice& device);
+
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
     // The hook connection pass, and how the agents' real locations are found before the first one;
@@ -96,6 +100,11 @@ private:
     Timestamp transientUntil_ = 0;
     QTimer transientTimer_;
     QTimer agentSetupTimer_;
+    struct Announced {
+        QString address;
+        Timestamp at = 0;
+    };
+    std::optional<Announced> lastAnnounced_;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void()> connectionPass_;

@@ -2,6 +2,7 @@
 
 #include "agents/AgentKind.h"
 #include "base/Clock.h"
+#include "system/BluetoothAudioDevice.h"
 
 #include <QString>
 
@@ -27,14 +28,22 @@ struct TransientActivity {
     bool flag = false; // volume: muted; battery: charging
     QString text;      // battery message, device name, calendar title, project, version
     AgentKind agent = AgentKind::claude;
-    Timestamp start = 0; // calendar
-    qint64 count = 0;    // shelfAdded count, trialEnding days left
+    Timestamp start = 0;         // calendar
+    qint64 count = 0;            // shelfAdded count, trialEnding days left
+    BluetoothAudioDevice device; // bluetooth
 
     static TransientActivity agentDone(AgentKind agent, QString project) {
         TransientActivity activity;
         activity.kind = Case::agentDone;
         activity.agent = agent;
         activity.text = std::move(project);
+        return activity;
+    }
+    static TransientActivity bluetooth(BluetoothAudioDevice device) {
+        TransientActivity activity;
+        activity.kind = Case::bluetooth;
+        activity.text = device.name;
+        activity.device = std::move(device);
         return activity;
     }
     static TransientActivity levelChange(Case kind, double level, bool muted = false) {

@@ -152,3 +152,29 @@ TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
     EXPECT_TRUE(model.statusLines().contains(AgentKind::claude));
     EXPECT_FALSE(model.agents().lastSeen().contains(AgentKind::claude)) << "status lines are not hook events";
 }
+
+TEST_F(AppModelTest, GreetsABluetoothDeviceOnceForTwoReportsOfOneConnection) {
+    std::vector<SoundCue> cues;
+    model.setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });
+    BluetoothAudioDevice buds;
+    buds.name = QStringLiteral("Buds");
+    buds.address = QStringLiteral("AA:BB");
+    model.announce(buds);
+    const qint64 first = model.transientID();
+    ASSERT_TRUE(model.transient().has_value());
+    EXPECT_EQ(model.transient()->kind, TransientActivity::Case::bluetooth);
+    EXPECT_EQ(model.transient()->device, buds);
+
+    clock.advance(5);
+    model.announce(buds);
+    EXPECT_EQ(model.transientID(), first) << "a reconnection 5 s later stays silent";
+    clock.advance(2);
+    model.announce(buds);
+    EXPECT_EQ(model.transientID(), first + 1) << "7 s after the last greeting it is announced again";
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::connected, SoundCue::connected}));
+
+    prefs.setBluetoothEnabled(false);
+    clock.advance(10);
+    model.announce(buds);
+    EXPECT_EQ(cues.size(), 2U);
+}
