@@ -13,12 +13,6 @@
 
 namespace mirrowisp::test {
 
-class NoLaunchAtLogin final : public LaunchAtLogin {
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
-};
-
 // What the waiting hook tool would see: the other end of the connection's socket.
 class ToolEnd {
 public:

@@ -13,14 +13,9 @@
 #include <unistd.h>
 
 using namespace mirrowisp;
+using mirrowisp::test::NoLaunchAtLogin;
 
 namespace {
-
-class NoLaunchAtLogin final : public LaunchAtLogin {
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
-};
 
 class FakeNotch final : public NotchPresenter {
 public:

@@ -13,6 +13,7 @@
 
 using namespace mirrowisp;
 using namespace Qt::Literals::StringLiterals;
+using mirrowisp::test::LogCapture;
 using mirrowisp::test::TemporaryHome;
 
 namespace {
@@ -32,26 +33,6 @@ public:
     bool enabled = false;
     std::optional<QString> failure;
     int calls = 0;
-};
-
-// Collects the app's diagnostic lines for the lifetime of the object.
-class LogCapture {
-public:
-    LogCapture() { previous_ = qInstallMessageHandler(&LogCapture::handle); }
-    ~LogCapture() {
-        qInstallMessageHandler(previous_);
-        lines().clear();
-    }
-    static QStringList& lines() {
-        static QStringList captured;
-        return captured;
-    }
-
-private:
-    static void handle(QtMsgType, const QMessageLogContext&, const QString& message) {
-        lines().append(message);
-    }
-    QtMessageHandler previous_;
 };
 
 // Counts the emissions of one signal.

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
+using mirrowisp::test::LogCapture;
 using mirrowisp::test::TemporaryHome;
 
 namespace {
@@ -41,26 +42,6 @@ QJsonObject fileObject(const QString& path) {
 QStringList entriesOf(const QString& folder) {
     return QDir(folder).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
 }
-
-// Collects the app's diagnostic lines for the lifetime of the object.
-class LogCapture {
-public:
-    LogCapture() { previous_ = qInstallMessageHandler(&LogCapture::handle); }
-    ~LogCapture() {
-        qInstallMessageHandler(previous_);
-        lines().clear();
-    }
-    static QStringList& lines() {
-        static QStringList captured;
-        return captured;
-    }
-
-private:
-    static void handle(QtMsgType, const QMessageLogContext&, const QString& message) {
-        lines().append(message);
-    }
-    QtMessageHandler previous_;
-};
 
 class UserDefaultsTest : public ::testing::Test {
 protected:

@@ -13,18 +13,13 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
+using mirrowisp::test::NoLaunchAtLogin;
 
 namespace {
 
 QString text(const char* s) {
     return QString::fromUtf8(s);
 }
-
-class NoLaunchAtLogin final : public LaunchAtLogin {
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
-};
 
 class Conversation : public testing::Test {
 protected:

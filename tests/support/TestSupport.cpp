@@ -22,6 +22,20 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
     return true;
 }
 
+LogCapture::LogCapture()
+    : previous_(qInstallMessageHandler(
+          [](QtMsgType, const QMessageLogContext&, const QString& message) { lines().append(message); })) {}
+
+LogCapture::~LogCapture() {
+    qInstallMessageHandler(previous_);
+    lines().clear();
+}
+
+QStringList& LogCapture::lines() {
+    static QStringList captured;
+    return captured;
+}
+
 void drainMainQueue() {
     QCoreApplication::sendPostedEvents();
     QCoreApplication::processEvents(QEventLoop::AllEvents);

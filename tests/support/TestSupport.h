@@ -1,8 +1,10 @@
 #pragma once
 
+#include "app/LaunchAtLogin.h"
 #include "base/Clock.h"
 
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 #include <functional>
 
@@ -18,6 +20,26 @@ public:
 
 private:
     Timestamp now_;
+};
+
+// Launch at login that is never on and never fails: for objects that need one and tests that don't.
+class NoLaunchAtLogin final : public LaunchAtLogin {
+public:
+    bool isEnabled() const override { return false; }
+    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
+};
+
+// Collects the app's diagnostic lines for the lifetime of the object.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    static QStringList& lines();
+
+private:
+    QtMessageHandler previous_;
 };
 
 // Runs the main event loop until `done` holds or `timeoutMs` passes; returns whether it held.
