@@ -44,12 +44,14 @@ AgentStoreFixture::AgentStoreFixture()
         [this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
 }
 
-AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteArray& payload) {
+AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteArray& payload,
+                                                   const ProcessContext& context, bool expectsReply) {
     BridgeRequest request;
     request.id = QStringLiteral("req-%1").arg(nextID++);
     request.agent = agent;
     request.payload = payload;
-    request.expectsReply = true;
+    request.expectsReply = expectsReply;
+    request.context = context;
     int fds[2];
     ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
     Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};
@@ -59,17 +61,7 @@ AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteA
 
 AgentStoreFixture::Sent AgentStoreFixture::send(AgentKind agent, const QJsonObject& event,
                                                 const ProcessContext& context, bool expectsReply) {
-    BridgeRequest request;
-    request.id = QStringLiteral("req-%1").arg(nextID++);
-    request.agent = agent;
-    request.payload = QJsonDocument(event).toJson(QJsonDocument::Compact);
-    request.expectsReply = expectsReply;
-    request.context = context;
-    int fds[2];
-    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
-    Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};
-    store.handle(sent.connection);
-    return sent;
+    return sendRaw(agent, QJsonDocument(event).toJson(QJsonDocument::Compact), context, expectsReply);
 }
 
 void AgentStoreFixture::sendAnswered(AgentKind agent, const QJsonObject& event,

@@ -44,7 +44,8 @@ protected:
 
     Sent send(AgentKind agent, const QJsonObject& event, const ProcessContext& context = {},
               bool expectsReply = true);
-    Sent sendRaw(AgentKind agent, const QByteArray& payload);
+    Sent sendRaw(AgentKind agent, const QByteArray& payload, const ProcessContext& context = {},
+                 bool expectsReply = true);
     // Sends and checks that the event got the empty reply at once.
     void sendAnswered(AgentKind agent, const QJsonObject& event, const ProcessContext& context = {});
     AgentSession* session(AgentKind agent, const QString& sessionID) const;
