@@ -1,7 +1,6 @@
 #include "usage/UsageTracker.h"
 
 #include "agents/AgentActivity.h"
-#include "agents/TranscriptReader.h"
 #include "app/Preferences.h"
 #include "base/MainQueue.h"
 #include "integration/Locations.h"
@@ -9,7 +8,9 @@
 
 #include <QDateTime>
 #include <QDirIterator>
+#include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QPointer>
 #include <algorithm>
 #include <cmath>
@@ -94,14 +95,42 @@ QList<UsageMeter> codexMeters(const QJsonObject& limits, const QJsonValue& times
     return meters;
 }
 
+// The limits of the last token_count event in the file's last 512 KiB. Only lines that mention
+// token_count are parsed: a session log is mostly answers, and parsing them all costs most of a read.
 QList<UsageMeter> codexLimitsIn(const QString& path) {
-    const QList<QJsonObject> objects = TranscriptReader::tailObjects(path, codexTailBytes);
-    for (auto it = objects.crbegin(); it != objects.crend(); ++it) {
-        const QJsonObject payload = it->value(QStringLiteral("payload")).toObject();
+    if (!QFileInfo(path).isFile()) {
+        return {};
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    const qint64 size = file.size();
+    const bool startsInside = size > codexTailBytes;
+    if (startsInside && !file.seek(size - codexTailBytes)) {
+        return {};
+    }
+    const QByteArray data = file.read(std::min(size, codexTailBytes));
+    // Reading that began inside the file began inside a line, whose rest is no object.
+    const qsizetype floor = startsInside ? data.indexOf('\n') + 1 : 0;
+    if (startsInside && floor == 0) {
+        return {};
+    }
+    qsizetype end = data.size();
+    while (end > floor) {
+        const qsizetype newline = data.lastIndexOf('\n', end - 1);
+        const qsizetype start = std::max(floor, newline + 1);
+        const QByteArrayView line = QByteArrayView(data).sliced(start, end - start);
+        end = start > floor ? start - 1 : floor;
+        if (!line.contains(QByteArrayView("token_count"))) {
+            continue;
+        }
+        const QJsonObject object = QJsonDocument::fromJson(line.toByteArray()).object();
+        const QJsonObject payload = object.value(QStringLiteral("payload")).toObject();
         const QJsonValue limits = payload.value(QStringLiteral("rate_limits"));
         if (payload.value(QStringLiteral("type")).toString() == QStringLiteral("token_count") &&
             limits.isObject()) {
-            return codexMeters(limits.toObject(), it->value(QStringLiteral("timestamp")));
+            return codexMeters(limits.toObject(), object.value(QStringLiteral("timestamp")));
         }
     }
     return {};
