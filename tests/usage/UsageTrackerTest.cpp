@@ -425,3 +425,26 @@ TEST_F(UsageTrackerTest, OthersKeepTheirRowsWhenALaterReadGivesNothing) {
     ASSERT_TRUE(settle(*t));
     EXPECT_EQ(t->meters(AgentKind::amp)[0].text, QStringLiteral("$12.00"));
 }
+
+TEST_F(UsageTrackerTest, StartReadsEverySourceOnceAndLaterTicksKeepTheGate) {
+    writeFile(codexSessions() + QStringLiteral("/s.jsonl"), tokenCount(5, 6));
+    const QString amp = home.path() + QStringLiteral("/bin/amp");
+    writeFile(amp, "#!/bin/sh\necho 'Amp Free: 50% remaining'\n", true);
+    Locations locations = Locations::standard(home.path());
+    locations.clis.insert(AgentKind::amp, amp);
+    AgentEnvironment::setCurrent(locations);
+    clock.set(1'700'000'000.0);
+    probe.answer->meters = {claudeMeter(QStringLiteral("5-hour"), 10)};
+    auto t = tracker(probe.runner());
+    t->start();
+    EXPECT_TRUE(t->probing());
+    ASSERT_TRUE(settle(*t));
+    EXPECT_EQ(*probe.fetches, 1);
+    EXPECT_EQ(t->lastClaudeProbe(), clock.now());
+    EXPECT_EQ(t->codex().size(), 2);
+    ASSERT_EQ(t->meters(AgentKind::amp).size(), 1);
+    EXPECT_EQ(t->meters(AgentKind::amp)[0].percent, 50);
+    t->refreshClaude(false); // what the Claude timer does: within the minute, nothing
+    ASSERT_TRUE(settle(*t));
+    EXPECT_EQ(*probe.fetches, 1);
+}
