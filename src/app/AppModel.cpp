@@ -8,8 +8,10 @@
 
 namespace mirrowisp {
 
-AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent)
-    : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock), agents_(prefs, defaults, clock) {
+AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock,
+                   ClaudeProbeRunner claudeProbe, QObject* parent)
+    : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock), agents_(prefs, defaults, clock),
+      usage_(prefs, defaults, clock, std::move(claudeProbe)) {
     transientTimer_.setSingleShot(true);
     connect(&transientTimer_, &QTimer::timeout, this, [this] { expireTransient(clock_.now()); });
     // Hooks come back within a minute after an agent's own update removed them.
@@ -27,6 +29,9 @@ void AppModel::start() {
         resolve_([weak] {
             if (weak) {
                 weak->runConnectionPass();
+                // The usage readers now know where the agents really keep their files.
+                weak->usage_.refreshClaude(false);
+                weak->usage_.refreshOthers();
             }
         });
     } else {
@@ -39,6 +44,7 @@ void AppModel::start() {
         }
     });
     agents_.start();
+    usage_.start();
 }
 
 void AppModel::stop() {
@@ -78,7 +84,7 @@ void AppModel::route(const std::shared_ptr<BridgeConnection>& connection) {
     if (event &&
         event->value(QLatin1StringView("hook_event_name")) == QJsonValue(QStringLiteral("StatusLine"))) {
         // Status lines feed the usage meters, not the sessions, whatever the agent filter says.
-        statusLines_.insert(connection->request().agent, *event);
+        usage_.ingestClaudeStatusLine(*event);
         connection->reply();
         return;
     }
@@ -109,6 +115,21 @@ void AppModel::handle(AgentSignal signal, AgentSession& session) {
         }
         if (notch_ == nullptr || !notch_->isAnyIslandOpen()) {
             flash(TransientActivity::agentDone(session.agent(), session.projectName()), 3.0);
+        }
+        // A finished turn is when the limits moved.
+        switch (session.agent()) {
+        case AgentKind::claude:
+            usage_.refreshClaude(false);
+            break;
+        case AgentKind::codex:
+            usage_.refreshCodex();
+            break;
+        case AgentKind::opencode:
+        case AgentKind::amp:
+            usage_.refreshOthers(session.agent());
+            break;
+        default:
+            break;
         }
         break;
     case AgentSignal::promptSubmitted:

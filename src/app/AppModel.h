@@ -3,6 +3,7 @@
 #include "agents/AgentStore.h"
 #include "app/TransientActivity.h"
 #include "bridge/BridgeServer.h"
+#include "usage/UsageTracker.h"
 
 #include <QJsonObject>
 #include <QObject>
@@ -38,7 +39,8 @@ class AppModel : public QObject {
     Q_PROPERTY(qint64 transientID READ transientID NOTIFY transientChanged)
 
 public:
-    AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent = nullptr);
+    AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock,
+             ClaudeProbeRunner claudeProbe = ClaudeProbeRunner::standard(), QObject* parent = nullptr);
     ~AppModel() override;
 
     void start();
@@ -52,8 +54,7 @@ public:
     AgentStore& agents() { return agents_; }
     Preferences& prefs() { return prefs_; }
     UserDefaults& defaults() { return defaults_; }
-    // The newest status-line event of each agent, for the usage meters.
-    const QHash<AgentKind, QJsonObject>& statusLines() const { return statusLines_; }
+    UsageTracker& usage() { return usage_; }
 
     void route(const std::shared_ptr<BridgeConnection>& connection);
     void handle(AgentSignal signal, AgentSession& session);
@@ -92,9 +93,9 @@ private:
     UserDefaults& defaults_;
     const Clock& clock_;
     AgentStore agents_;
+    UsageTracker usage_;
     std::unique_ptr<BridgeServer> bridge_;
     std::optional<QString> bridgeError_;
-    QHash<AgentKind, QJsonObject> statusLines_;
     std::optional<TransientActivity> transient_;
     qint64 transientID_ = 0;
     Timestamp transientUntil_ = 0;

@@ -114,6 +114,13 @@ QString ControlService::Agents() {
     return agentActions_.agentsJson ? agentActions_.agentsJson() : QStringLiteral("[]");
 }
 
+QString ControlService::Usage() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(model_.usage().toJson()).toJson(QJsonDocument::Indented));
+}
+
 void ControlService::Connect(const QString& agent) {
     setConnected(agent, true);
 }

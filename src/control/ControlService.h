@@ -46,6 +46,7 @@ public Q_SLOTS:
     void Terminal(const QString& decisionID);
     void Hide(const QString& sessionID);
     QString Agents();
+    QString Usage();
     void Connect(const QString& agent);
     void Disconnect(const QString& agent);
 

@@ -26,6 +26,7 @@ const char* const usage = R"(usage: mirrowisp ctl COMMAND
   keep-planning ID [--feedback TEXT]
   terminal ID                           leave the decision to the agent's own prompt
   hide SESSION-ID
+  usage                                 the agents' usage meters and the Claude usage state
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
 )";
@@ -96,6 +97,8 @@ int runCtl(const QStringList& arguments) {
     const bool oneSubject = args.size() == 1 && !missingValue;
     if (command == QLatin1StringView("sessions") && args.isEmpty()) {
         call = Call{QStringLiteral("Sessions"), {}, true};
+    } else if (command == QLatin1StringView("usage") && args.isEmpty()) {
+        call = Call{QStringLiteral("Usage"), {}, true};
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
     } else if (command == QLatin1StringView("allow") && oneSubject) {

@@ -31,7 +31,13 @@ class AppModelTest : public testing::Test {
 protected:
     AppModelTest()
         : defaults(home.path() + QStringLiteral("/d.json")), prefs(defaults, login),
-          model(prefs, defaults, clock) {}
+          model(prefs, defaults, clock, noClaude()) {}
+
+    // No `claude` on this machine: the usage side never starts a probe.
+    static ClaudeProbeRunner noClaude() {
+        return {[] { return std::optional<QString>(); },
+                [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }};
+    }
 
     // Routes one event as the bridge would; returns the reply the tool reads.
     QByteArray route(const QByteArray& event) {
@@ -61,13 +67,12 @@ protected:
 } // namespace
 
 TEST_F(AppModelTest, KeepsStatusLinesForTheUsageSideAndHandsEverythingElseToTheStore) {
-    const QByteArray statusLine =
-        R"({"hook_event_name":"StatusLine","session_id":"s","model":{"id":"opus"}})";
+    const QByteArray statusLine = R"({"hook_event_name":"StatusLine","session_id":"s",)"
+                                  R"("rate_limits":{"limits":[{"kind":"session","percent":42}]}})";
     EXPECT_EQ(route(statusLine), QByteArray("{\"id\":\"r\"}\n"));
     EXPECT_TRUE(model.agents().sessions().empty());
-    ASSERT_TRUE(model.statusLines().contains(AgentKind::claude));
-    EXPECT_EQ(model.statusLines().value(AgentKind::claude).value(QStringLiteral("session_id")),
-              QStringLiteral("s"));
+    ASSERT_EQ(model.usage().claude().size(), 1);
+    EXPECT_EQ(model.usage().claude().first().percent, 42);
 
     EXPECT_EQ(route(R"({"hook_event_name":"SessionStart","session_id":"s"})"),
               QByteArray("{\"id\":\"r\"}\n"));
@@ -143,8 +148,9 @@ TEST_F(AppModelTest, ReactsToAgentSignalsWithSoundsTheIslandAndAFlash) {
 
 TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
     prefs.setAgentEnabled(AgentKind::claude, false);
-    route(R"({"hook_event_name":"StatusLine","session_id":"s"})");
-    EXPECT_TRUE(model.statusLines().contains(AgentKind::claude));
+    route(
+        R"({"hook_event_name":"StatusLine","session_id":"s","rate_limits":{"limits":[{"kind":"session","percent":7}]}})");
+    ASSERT_EQ(model.usage().claude().size(), 1);
     EXPECT_FALSE(model.agents().lastSeen().contains(AgentKind::claude)) << "status lines are not hook events";
 }
 

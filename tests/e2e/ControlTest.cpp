@@ -137,6 +137,10 @@ TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     ASSERT_TRUE(handedBack->waitForFinished(10000));
     EXPECT_EQ(handedBack->readAllStandardOutput(), QByteArray());
 
+    const QJsonObject usage = QJsonDocument::fromJson(ctl({text("usage")}).out).object();
+    EXPECT_TRUE(usage[text("claude")].isObject());
+    EXPECT_TRUE(usage[text("meters")].isObject());
+
     EXPECT_EQ(ctl({text("hide"), text("nope")}).exitCode, 1);
     EXPECT_EQ(ctl({text("hide"), text("claude:ctl-1")}).exitCode, 0);
     EXPECT_TRUE(sessions().isEmpty());
