@@ -253,6 +253,25 @@ bool focusKonsole(const ProcessContext& context, const Tools& tools) {
     return service && session && tools.konsole && tools.konsole->focus(*service, *session);
 }
 
+bool focusWindow(const ProcessContext& context, const Tools& tools) {
+    if (!tools.windows) {
+        return false;
+    }
+    if (const std::optional<QString> window = present(context, QStringLiteral("WINDOWID"))) {
+        bool ok = false;
+        const quint32 id = window->toUInt(&ok);
+        if (ok && id != 0 && tools.windows->activateWindow(id)) {
+            return true;
+        }
+    }
+    if (!context.agentPID) {
+        return false;
+    }
+    const std::optional<ProcessTree::AppProcess> app =
+        ProcessTree::outermostApp(*context.agentPID, tools.procRoot);
+    return app && tools.windows->activateWindowOf(app->pid);
+}
+
 std::optional<QString> editorCLI(const ProcessContext& context, const std::optional<QString>& appID,
                                  const Tools& tools) {
     static const QStringList editors{QStringLiteral("code"), QStringLiteral("cursor"),

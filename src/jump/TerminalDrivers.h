@@ -18,6 +18,16 @@ public:
     virtual bool focus(const QString& service, const QString& session) = 0;
 };
 
+// Raising one X11 window (EWMH `_NET_ACTIVE_WINDOW`, source 2) needs the window system, which the
+// logic library does not link: the app hands in an object that does it.
+class WindowFocus {
+public:
+    virtual ~WindowFocus() = default;
+    virtual bool activateWindow(quint32 windowID) = 0;
+    // The top-level window whose `_NET_WM_PID` is `pid`.
+    virtual bool activateWindowOf(qint32 pid) = 0;
+};
+
 namespace TerminalDrivers {
 
 inline constexpr double toolTimeoutSeconds = 3.0;
@@ -29,6 +39,7 @@ struct Tools {
     QString procRoot = QStringLiteral("/proc");
     double timeoutSeconds = toolTimeoutSeconds;
     std::shared_ptr<KonsoleFocus> konsole;
+    std::shared_ptr<WindowFocus> windows;
 
     // The app's own PATH with the usual install places behind it.
     static Tools system();
@@ -42,6 +53,7 @@ struct TmuxClient {
     QString tty;
     qint32 pid = 0;
     std::optional<QString> appID;
+    bool windowRaised = false; // the terminal's window came to the front as well
 };
 
 // The socket of a `TMUX` value: the part before its first comma. A value without a comma is not
@@ -58,6 +70,9 @@ bool focusCmux(const QString& surface, const std::optional<QString>& workspace, 
 bool focusKitty(const ProcessContext& context, const Tools& tools);
 bool focusWezTerm(const ProcessContext& context, const Tools& tools);
 bool focusKonsole(const ProcessContext& context, const Tools& tools);
+// Terminals without a tab interface (GNOME Terminal, xterm…): the window named by `WINDOWID`, else
+// the window of the outermost application above the agent.
+bool focusWindow(const ProcessContext& context, const Tools& tools);
 
 // The editor CLI ("code", "cursor" or "windsurf") whose integrated terminal runs the agent, or
 // nothing when the agent is not in an editor.

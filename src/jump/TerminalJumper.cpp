@@ -82,7 +82,7 @@ std::optional<Focus> focusExactly(const Target& target, const TerminalDrivers::T
     if (pane && tmux) {
         if (const std::optional<TmuxClient> client = focusTmux(*pane, *tmux, context.tmuxBinary, tools)) {
             // The pane is selected whatever happens to the window around the client.
-            return Focus{QStringLiteral("tmux"), client->appID};
+            return Focus{QStringLiteral("tmux"), client->windowRaised ? std::nullopt : client->appID};
         }
     }
     if (focusKitty(context, tools)) {
@@ -101,10 +101,13 @@ std::optional<Focus> focusExactly(const Target& target, const TerminalDrivers::T
             app = outer->desktopID;
         }
     }
-    if (const std::optional<QString> cli = editorCLI(context, app, tools)) {
-        if (openFolder(*cli, target.cwd, tools)) {
-            return Focus{QStringLiteral("editor"), std::nullopt};
-        }
+    const std::optional<QString> editor = editorCLI(context, app, tools);
+    // An editor's window holds many folders: raising it by process would often pick the wrong one.
+    if (!editor && focusWindow(context, tools)) {
+        return Focus{QStringLiteral("ewmh"), std::nullopt};
+    }
+    if (editor && openFolder(*editor, target.cwd, tools)) {
+        return Focus{QStringLiteral("editor"), std::nullopt};
     }
     return std::nullopt;
 }

@@ -28,7 +28,7 @@ struct Target {
 };
 
 // The driver that reached its target ("cmux", "herdr", "tmux", "kitty", "wezterm", "konsole",
-// "editor"), and an application to raise besides, when the driver only reached the inside of it.
+// "ewmh", "editor"), and an application to raise besides, when the driver only reached the inside of it.
 struct Focus {
     QString driver;
     std::optional<QString> activateAppID;

@@ -10,31 +10,9 @@
 
 using namespace mirrowisp;
 using namespace mirrowisp::ProcessTree;
-using mirrowisp::test::writeFile;
+using mirrowisp::test::FakeProc;
 
 namespace {
-
-// A /proc-like folder: one entry per process with stat, an exe link and a cgroup file.
-class FakeProc {
-public:
-    void add(qint32 pid, qint32 parent, const QString& executable, const QString& cgroup = {},
-             const QString& command = QStringLiteral("proc")) {
-        const QString entry = dir_.filePath(QString::number(pid));
-        writeFile(entry + QStringLiteral("/stat"),
-                  QStringLiteral("%1 (%2) S %3 %1 %1 34817 %1 4194560 0 0 0 0\n")
-                      .arg(pid)
-                      .arg(command)
-                      .arg(parent)
-                      .toUtf8());
-        writeFile(entry + QStringLiteral("/cgroup"),
-                  (QStringLiteral("0::") + cgroup + QLatin1Char('\n')).toUtf8());
-        QFile::link(executable, entry + QStringLiteral("/exe"));
-    }
-    QString root() const { return dir_.path(); }
-
-private:
-    QTemporaryDir dir_;
-};
 
 const QString userApps = QStringLiteral("/user.slice/user-1000.slice/user@1000.service/app.slice/");
 

@@ -218,3 +218,56 @@ TEST(TerminalJumperAsync, RunsDriversInTheBackgroundAndReportsOnTheMainThread) {
     EXPECT_EQ(second, QStringLiteral("activated"));
     EXPECT_TRUE(activatedOnMain);
 }
+
+namespace {
+
+class RecordingWindows final : public WindowFocus {
+public:
+    bool activateWindow(quint32 windowID) override {
+        calls.append(QStringLiteral("window %1").arg(windowID));
+        return windowAnswer;
+    }
+    bool activateWindowOf(qint32 pid) override {
+        calls.append(QStringLiteral("pid %1").arg(pid));
+        return true;
+    }
+    QStringList calls;
+    bool windowAnswer = true;
+};
+
+} // namespace
+
+TEST(TerminalJumperWindows, RaisesTheWindowOfAnX11TerminalButNeverOfAnEditor) {
+    test::FakeProc proc;
+    proc.add(1, 0, QStringLiteral("/usr/lib/systemd/systemd"));
+    proc.add(50, 1, QStringLiteral("/usr/libexec/gnome-terminal-server"));
+    proc.add(60, 50, QStringLiteral("/usr/bin/bash"));
+    StandIns standIns;
+    standIns.add(QStringLiteral("code"));
+    auto windows = std::make_shared<RecordingWindows>();
+    TerminalDrivers::Tools tools = standInTools(standIns);
+    tools.procRoot = proc.root();
+    tools.windows = windows;
+
+    Target byWindowID = targetWith({{QStringLiteral("WINDOWID"), QStringLiteral("62914567")}});
+    byWindowID.context.agentPID = 60;
+    EXPECT_EQ(jumpAndWait(byWindowID, tools, {}), QStringLiteral("ewmh"));
+    EXPECT_EQ(windows->calls, QStringList{QStringLiteral("window 62914567")});
+
+    // A window id that no longer exists: the terminal's process names the window.
+    windows->calls.clear();
+    windows->windowAnswer = false;
+    EXPECT_EQ(jumpAndWait(byWindowID, tools, {}), QStringLiteral("ewmh"));
+    EXPECT_EQ(windows->calls, (QStringList{QStringLiteral("window 62914567"), QStringLiteral("pid 50")}));
+
+    windows->calls.clear();
+    Target inEditor = targetWith({{QStringLiteral("TERM_PROGRAM"), QStringLiteral("vscode")},
+                                  {QStringLiteral("WINDOWID"), QStringLiteral("62914567")}});
+    inEditor.context.agentPID = 60;
+    EXPECT_EQ(jumpAndWait(inEditor, tools, {}), QStringLiteral("editor"));
+    EXPECT_TRUE(windows->calls.isEmpty());
+
+    Target unknown = targetWith({});
+    unknown.context.agentPID = 4242; // gone
+    EXPECT_EQ(jumpAndWait(unknown, tools, {}), QStringLiteral("none"));
+}
