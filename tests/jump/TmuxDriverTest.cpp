@@ -3,6 +3,7 @@
 #include "support/TestSupport.h"
 
 #include <QElapsedTimer>
+#include <QStandardPaths>
 #include <csignal>
 #include <gtest/gtest.h>
 
@@ -120,12 +121,15 @@ TEST(TmuxDriver, SwitchesTheMostRecentlyActiveClientAndSelectsThePane) {
     ASSERT_TRUE(again);
     EXPECT_EQ(again->tty, older);
 
-    // Through the whole jump the driver is named.
+    // Through the whole jump the driver is named; the pane may come from the agent's TMUX_PANE and
+    // the binary from the one the hook tool recorded, with nothing on the search path.
     TerminalJumper::Target target;
-    target.context.tmuxPane = agent.pane;
-    target.context.environment =
-        QMap<QString, QString>{{QStringLiteral("TMUX"), agent.server.tmuxVariable()}};
-    EXPECT_EQ(TerminalJumper::jumpAndWait(target, tmuxTools(), {}), QStringLiteral("tmux"));
+    target.context.tmuxBinary = QStandardPaths::findExecutable(QStringLiteral("tmux"));
+    target.context.environment = QMap<QString, QString>{{QStringLiteral("TMUX"), agent.server.tmuxVariable()},
+                                                        {QStringLiteral("TMUX_PANE"), agent.pane}};
+    Tools nothingOnPath = tmuxTools();
+    nothingOnPath.path.clear();
+    EXPECT_EQ(TerminalJumper::jumpAndWait(target, nothingOnPath, {}), QStringLiteral("tmux"));
 }
 
 TEST(TmuxDriver, FailsOverWithoutClientsOrAUsableSocket) {
