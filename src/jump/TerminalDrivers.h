@@ -10,16 +10,17 @@
 namespace mirrowisp {
 
 // Konsole is driven over D-Bus, which the logic library does not link: the app hands in an object
-// that talks to the session's service.
+// that talks to the session's service. Like every driver it is called on the jump queue, never on
+// the main thread.
 class KonsoleFocus {
 public:
     virtual ~KonsoleFocus() = default;
-    // Raises the window of `session` (a number such as "3") in the Konsole at `service`.
+    // Shows `session` (its object path, such as "/Sessions/3") in the Konsole at `service`, raised.
     virtual bool focus(const QString& service, const QString& session) = 0;
 };
 
 // Raising one X11 window (EWMH `_NET_ACTIVE_WINDOW`, source 2) needs the window system, which the
-// logic library does not link: the app hands in an object that does it.
+// logic library does not link: the app hands in an object that does it, called on the jump queue.
 class WindowFocus {
 public:
     virtual ~WindowFocus() = default;
