@@ -11,6 +11,11 @@
 
 namespace mirrowisp::test {
 
+// Arguments without blanks of their own, written as one line.
+inline QStringList words(const char16_t* line) {
+    return QString::fromUtf16(line).split(u' ', Qt::SkipEmptyParts);
+}
+
 // A value that breaks anything passing it through a shell or a format string.
 inline QString awkwardValue() {
     return QStringLiteral("a b \"q\" 'x' $HOME `id` \\n;");

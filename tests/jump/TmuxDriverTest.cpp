@@ -10,6 +10,7 @@
 using namespace mirrowisp;
 using namespace mirrowisp::TerminalDrivers;
 using mirrowisp::test::TmuxServer;
+using mirrowisp::test::words;
 
 namespace {
 
@@ -27,24 +28,17 @@ struct AgentServer {
     QString pane; // the agent's pane: window 1, not its active pane
 
     AgentServer() {
-        server.tmux({QStringLiteral("new-session"), QStringLiteral("-d"), QStringLiteral("-s"),
-                     QStringLiteral("work"), QStringLiteral("-x"), QStringLiteral("80"), QStringLiteral("-y"),
-                     QStringLiteral("24"), QStringLiteral("cat")});
-        pane = server.query({QStringLiteral("new-window"), QStringLiteral("-d"), QStringLiteral("-t"),
-                             QStringLiteral("work:1"), QStringLiteral("-P"), QStringLiteral("-F"),
-                             QStringLiteral("#{pane_id}"), QStringLiteral("cat")});
-        server.tmux({QStringLiteral("split-window"), QStringLiteral("-d"), QStringLiteral("-t"), pane,
-                     QStringLiteral("cat")});
-        server.tmux({QStringLiteral("new-session"), QStringLiteral("-d"), QStringLiteral("-s"),
-                     QStringLiteral("other"), QStringLiteral("-x"), QStringLiteral("80"),
-                     QStringLiteral("-y"), QStringLiteral("24"), QStringLiteral("cat")});
+        server.tmux(words(u"new-session -d -s work -x 80 -y 24 cat"));
+        pane = server.query(words(u"new-window -d -t work:1 -P -F #{pane_id} cat"));
+        server.tmux(words(u"split-window -d -t") << pane << QStringLiteral("cat"));
+        server.tmux(words(u"new-session -d -s other -x 80 -y 24 cat"));
     }
 
     // client tty -> session it shows
     QMap<QString, QString> clientSessions() const {
         QMap<QString, QString> sessions;
-        const QString text = server.query({QStringLiteral("list-clients"), QStringLiteral("-F"),
-                                           QStringLiteral("#{client_tty} #{client_session}")});
+        const QString text =
+            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} #{client_session}"));
         for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
             const QStringList fields = line.split(QLatin1Char(' '));
             sessions.insert(fields.value(0), fields.value(1));
@@ -53,8 +47,8 @@ struct AgentServer {
     }
 
     qint64 activity(const QString& tty) const {
-        const QString text = server.query({QStringLiteral("list-clients"), QStringLiteral("-F"),
-                                           QStringLiteral("#{client_tty} #{client_activity}")});
+        const QString text =
+            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} #{client_activity}"));
         for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
             if (line.section(QLatin1Char(' '), 0, 0) == tty) {
                 return line.section(QLatin1Char(' '), 1, 1).toLongLong();
@@ -69,17 +63,11 @@ struct ClientHost {
     TmuxServer host;
 
     QString attach(const QString& name, const TmuxServer& target, const QString& session) {
-        host.tmux({QStringLiteral("new-session"), QStringLiteral("-d"), QStringLiteral("-s"), name,
-                   QStringLiteral("-x"), QStringLiteral("100"), QStringLiteral("-y"), QStringLiteral("30"),
-                   QStringLiteral("env"), QStringLiteral("-u"), QStringLiteral("TMUX"),
-                   QStringLiteral("tmux"), QStringLiteral("-S"), target.socket(), QStringLiteral("attach"),
-                   QStringLiteral("-t"), session});
-        return host.query({QStringLiteral("display-message"), QStringLiteral("-p"), QStringLiteral("-t"),
-                           name, QStringLiteral("#{pane_tty}")});
+        host.tmux(words(u"new-session -d -s") << name << words(u"-x 100 -y 30 env -u TMUX tmux -S")
+                                              << target.socket() << words(u"attach -t") << session);
+        return host.query(words(u"display-message -p -t") << name << QStringLiteral("#{pane_tty}"));
     }
-    void type(const QString& name) {
-        host.tmux({QStringLiteral("send-keys"), QStringLiteral("-t"), name, QStringLiteral("x")});
-    }
+    void type(const QString& name) { host.tmux(words(u"send-keys -t") << name << QStringLiteral("x")); }
 };
 
 } // namespace
@@ -106,16 +94,13 @@ TEST(TmuxDriver, SwitchesTheMostRecentlyActiveClientAndSelectsThePane) {
     const QMap<QString, QString> sessions = agent.clientSessions();
     EXPECT_EQ(sessions.value(recent), QStringLiteral("work"));
     EXPECT_EQ(sessions.value(older), QStringLiteral("other"));
-    EXPECT_EQ(
-        agent.server.query({QStringLiteral("display-message"), QStringLiteral("-p"), QStringLiteral("-t"),
-                            QStringLiteral("work"), QStringLiteral("#{window_index} #{pane_id}")}),
-        QStringLiteral("1 ") + agent.pane);
+    EXPECT_EQ(agent.server.query(words(u"display-message -p -t work")
+                                 << QStringLiteral("#{window_index} #{pane_id}")),
+              QStringLiteral("1 ") + agent.pane);
 
     // A client showing the session itself comes before more recent clients elsewhere.
-    agent.server.tmux({QStringLiteral("switch-client"), QStringLiteral("-c"), recent, QStringLiteral("-t"),
-                       QStringLiteral("other")});
-    agent.server.tmux({QStringLiteral("switch-client"), QStringLiteral("-c"), older, QStringLiteral("-t"),
-                       QStringLiteral("work")});
+    agent.server.tmux(words(u"switch-client -c") << recent << words(u"-t other"));
+    agent.server.tmux(words(u"switch-client -c") << older << words(u"-t work"));
     const std::optional<TmuxClient> again =
         focusTmux(agent.pane, agent.server.tmuxVariable(), std::nullopt, tmuxTools());
     ASSERT_TRUE(again);
@@ -135,10 +120,7 @@ TEST(TmuxDriver, SwitchesTheMostRecentlyActiveClientAndSelectsThePane) {
 TEST(TmuxDriver, FailsOverWithoutClientsOrAUsableSocket) {
     AgentServer agent;
     EXPECT_FALSE(focusTmux(agent.pane, agent.server.tmuxVariable(), std::nullopt, tmuxTools()));
-    EXPECT_EQ(
-        agent.server.query({QStringLiteral("display-message"), QStringLiteral("-p"), QStringLiteral("-t"),
-                            QStringLiteral("work"), QStringLiteral("#{window_index}")}),
-        QStringLiteral("0"));
+    EXPECT_EQ(agent.server.query(words(u"display-message -p -t work #{window_index}")), QStringLiteral("0"));
 
     // A TMUX value without a comma is not tmux's own: no call is made.
     EXPECT_EQ(tmuxSocket(agent.server.socket()), std::nullopt);
@@ -162,10 +144,7 @@ TEST(TmuxDriver, AStoppedServerCostsAtMostItsTimeOut) {
     ClientHost clients;
     clients.attach(QStringLiteral("one"), agent.server, QStringLiteral("work"));
     ASSERT_TRUE(test::waitUntil([&] { return agent.clientSessions().size() == 1; }, 10000));
-    const pid_t serverPID =
-        agent.server
-            .query({QStringLiteral("display-message"), QStringLiteral("-p"), QStringLiteral("#{pid}")})
-            .toInt();
+    const pid_t serverPID = agent.server.query(words(u"display-message -p #{pid}")).toInt();
     ASSERT_GT(serverPID, 0);
     ASSERT_EQ(::kill(serverPID, SIGSTOP), 0);
     QElapsedTimer elapsed;
