@@ -203,7 +203,7 @@ RunResult run(const QString& executable, const QStringList& arguments, double ti
                                  std::chrono::duration<double>(std::max(timeoutSeconds, 0.0)));
     const std::optional<Spawned> child = spawn(executable, arguments, directory);
     if (!child) {
-        return {{}, RunError::couldNotStart, false};
+        return {{}, RunError::couldNotStart, false, std::nullopt};
     }
     // A pidfd turns "the child ended" into one more descriptor for poll; the syscall is used
     // directly because not every libc wraps it. Without one, the loop looks every few milliseconds.
@@ -213,6 +213,7 @@ RunResult run(const QString& executable, const QStringList& arguments, double ti
     bool truncated = false;
     bool open = true;
     bool exited = false;
+    int status = 0;
     SteadyClock::time_point lingerEnd;
     while (!(exited && (!open || SteadyClock::now() >= lingerEnd))) {
         if (!exited && SteadyClock::now() >= deadline) {
@@ -222,7 +223,7 @@ RunResult run(const QString& executable, const QStringList& arguments, double ti
             if (exitFd >= 0) {
                 ::close(exitFd);
             }
-            return {{}, RunError::timedOut, false};
+            return {{}, RunError::timedOut, false, std::nullopt};
         }
         pollfd fds[2];
         nfds_t count = 0;
@@ -242,7 +243,7 @@ RunResult run(const QString& executable, const QStringList& arguments, double ti
         if (open) {
             open = drain(child->output, buffer, truncated);
         }
-        if (!exited && ::waitpid(child->pid, nullptr, WNOHANG) == child->pid) {
+        if (!exited && ::waitpid(child->pid, &status, WNOHANG) == child->pid) {
             exited = true;
             lingerEnd = std::min(deadline, SteadyClock::now() + lingerAfterExit);
         }
@@ -265,7 +266,11 @@ RunResult run(const QString& executable, const QStringList& arguments, double ti
         buffer.remove(0, buffer.size() - outputLimitBytes);
         truncated = true;
     }
-    return {QString::fromUtf8(buffer), std::nullopt, truncated};
+    RunResult result{QString::fromUtf8(buffer), std::nullopt, truncated, std::nullopt};
+    if (exited && WIFEXITED(status)) {
+        result.exitStatus = WEXITSTATUS(status);
+    }
+    return result;
 }
 
 QString probeDirectory() {

@@ -22,6 +22,9 @@ struct RunResult {
     QString output;
     std::optional<RunError> error;
     bool truncated = false; // the child wrote more than `outputLimitBytes`; the start was dropped
+    // The child's exit code when it ended by itself; nothing when a signal ended it. Tools that
+    // report success only by their status (the terminal drivers) read it.
+    std::optional<int> exitStatus;
 
     bool ok() const { return !error; }
 };

@@ -50,6 +50,7 @@ TEST(ClaudeUsageProbeRun, SharesOnePipeForOutputAndErrorsAndIgnoresTheExitStatus
     ASSERT_TRUE(result.ok());
     EXPECT_EQ(result.output, QStringLiteral("one\ntwo\nthree\n"));
     EXPECT_FALSE(result.truncated);
+    EXPECT_EQ(result.exitStatus, 3);
 }
 
 TEST(ClaudeUsageProbeRun, GivesTheChildTheNullDeviceAsInputAndTheDirectoryAsked) {

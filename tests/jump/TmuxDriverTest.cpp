@@ -1,0 +1,159 @@
+#include "jump/JumpTestSupport.h"
+#include "jump/TerminalJumper.h"
+#include "support/TestSupport.h"
+
+#include <QElapsedTimer>
+#include <QStandardPaths>
+#include <csignal>
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+using namespace mirrowisp::TerminalDrivers;
+using mirrowisp::test::TmuxServer;
+using mirrowisp::test::words;
+
+namespace {
+
+Tools tmuxTools(double timeout = toolTimeoutSeconds) {
+    Tools tools;
+    tools.path = QStringLiteral("/usr/bin:/bin");
+    tools.timeoutSeconds = timeout;
+    return tools;
+}
+
+// The agent's server: session "work" with two windows, the second split in two, and session
+// "other" where the clients start.
+struct AgentServer {
+    TmuxServer server;
+    QString pane; // the agent's pane: window 1, not its active pane
+
+    AgentServer() {
+        server.tmux(words(u"new-session -d -s work -x 80 -y 24 cat"));
+        pane = server.query(words(u"new-window -d -t work:1 -P -F #{pane_id} cat"));
+        server.tmux(words(u"split-window -d -t") << pane << QStringLiteral("cat"));
+        server.tmux(words(u"new-session -d -s other -x 80 -y 24 cat"));
+    }
+
+    // client tty -> session it shows
+    QMap<QString, QString> clientSessions() const {
+        QMap<QString, QString> sessions;
+        const QString text =
+            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} #{client_session}"));
+        for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            const QStringList fields = line.split(QLatin1Char(' '));
+            sessions.insert(fields.value(0), fields.value(1));
+        }
+        return sessions;
+    }
+
+    qint64 activity(const QString& tty) const {
+        const QString text =
+            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} #{client_activity}"));
+        for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            if (line.section(QLatin1Char(' '), 0, 0) == tty) {
+                return line.section(QLatin1Char(' '), 1, 1).toLongLong();
+            }
+        }
+        return -1;
+    }
+};
+
+// Real clients need terminals: each is attached from a pane of a second server.
+struct ClientHost {
+    TmuxServer host;
+
+    QString attach(const QString& name, const TmuxServer& target, const QString& session) {
+        host.tmux(words(u"new-session -d -s") << name << words(u"-x 100 -y 30 env -u TMUX tmux -S")
+                                              << target.socket() << words(u"attach -t") << session);
+        return host.query(words(u"display-message -p -t") << name << QStringLiteral("#{pane_tty}"));
+    }
+    void type(const QString& name) { host.tmux(words(u"send-keys -t") << name << QStringLiteral("x")); }
+};
+
+} // namespace
+
+TEST(TmuxDriver, SwitchesTheMostRecentlyActiveClientAndSelectsThePane) {
+    AgentServer agent;
+    ClientHost clients;
+    const QString older = clients.attach(QStringLiteral("older"), agent.server, QStringLiteral("other"));
+    const QString recent = clients.attach(QStringLiteral("recent"), agent.server, QStringLiteral("other"));
+    ASSERT_TRUE(test::waitUntil([&] { return agent.clientSessions().size() == 2; }, 10000));
+    // Activity is counted in whole seconds: type into one client until it is strictly more recent.
+    ASSERT_TRUE(test::waitUntil(
+        [&] {
+            clients.type(QStringLiteral("recent"));
+            return agent.activity(recent) > agent.activity(older);
+        },
+        10000));
+
+    const std::optional<TmuxClient> client =
+        focusTmux(agent.pane, agent.server.tmuxVariable(), std::nullopt, tmuxTools());
+    ASSERT_TRUE(client);
+    EXPECT_EQ(client->tty, recent);
+    EXPECT_GT(client->pid, 0);
+    const QMap<QString, QString> sessions = agent.clientSessions();
+    EXPECT_EQ(sessions.value(recent), QStringLiteral("work"));
+    EXPECT_EQ(sessions.value(older), QStringLiteral("other"));
+    EXPECT_EQ(agent.server.query(words(u"display-message -p -t work")
+                                 << QStringLiteral("#{window_index} #{pane_id}")),
+              QStringLiteral("1 ") + agent.pane);
+
+    // A client showing the session itself comes before more recent clients elsewhere.
+    agent.server.tmux(words(u"switch-client -c") << recent << words(u"-t other"));
+    agent.server.tmux(words(u"switch-client -c") << older << words(u"-t work"));
+    const std::optional<TmuxClient> again =
+        focusTmux(agent.pane, agent.server.tmuxVariable(), std::nullopt, tmuxTools());
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->tty, older);
+
+    // Through the whole jump the driver is named; the pane may come from the agent's TMUX_PANE and
+    // the binary from the one the hook tool recorded, with nothing on the search path.
+    TerminalJumper::Target target;
+    target.context.tmuxBinary = QStandardPaths::findExecutable(QStringLiteral("tmux"));
+    target.context.environment = QMap<QString, QString>{{QStringLiteral("TMUX"), agent.server.tmuxVariable()},
+                                                        {QStringLiteral("TMUX_PANE"), agent.pane}};
+    Tools nothingOnPath = tmuxTools();
+    nothingOnPath.path.clear();
+    EXPECT_EQ(TerminalJumper::jumpAndWait(target, nothingOnPath, {}), QStringLiteral("tmux"));
+}
+
+TEST(TmuxDriver, FailsOverWithoutClientsOrAUsableSocket) {
+    AgentServer agent;
+    EXPECT_FALSE(focusTmux(agent.pane, agent.server.tmuxVariable(), std::nullopt, tmuxTools()));
+    EXPECT_EQ(agent.server.query(words(u"display-message -p -t work #{window_index}")), QStringLiteral("0"));
+
+    // A TMUX value without a comma is not tmux's own: no call is made.
+    EXPECT_EQ(tmuxSocket(agent.server.socket()), std::nullopt);
+    EXPECT_EQ(tmuxSocket(QStringLiteral("/tmp/s,1,0")), QStringLiteral("/tmp/s"));
+    EXPECT_FALSE(focusTmux(agent.pane, agent.server.socket(), std::nullopt, tmuxTools()));
+    EXPECT_FALSE(focusTmux(QStringLiteral("%999"), agent.server.tmuxVariable(), std::nullopt, tmuxTools()));
+
+    QTemporaryDir nobody;
+    EXPECT_FALSE(focusTmux(agent.pane, nobody.filePath(QStringLiteral("gone.sock")) + QStringLiteral(",1,0"),
+                           std::nullopt, tmuxTools()));
+
+    TerminalJumper::Target target;
+    target.context.tmuxPane = agent.pane;
+    target.context.environment =
+        QMap<QString, QString>{{QStringLiteral("TMUX"), agent.server.tmuxVariable()}};
+    EXPECT_EQ(TerminalJumper::jumpAndWait(target, tmuxTools(), {}), QStringLiteral("none"));
+}
+
+TEST(TmuxDriver, AStoppedServerCostsAtMostItsTimeOut) {
+    AgentServer agent;
+    ClientHost clients;
+    clients.attach(QStringLiteral("one"), agent.server, QStringLiteral("work"));
+    ASSERT_TRUE(test::waitUntil([&] { return agent.clientSessions().size() == 1; }, 10000));
+    const pid_t serverPID = agent.server.query(words(u"display-message -p #{pid}")).toInt();
+    ASSERT_GT(serverPID, 0);
+    ASSERT_EQ(::kill(serverPID, SIGSTOP), 0);
+    QElapsedTimer elapsed;
+    elapsed.start();
+    const std::optional<TmuxClient> client =
+        focusTmux(agent.pane, agent.server.tmuxVariable(), std::nullopt, tmuxTools(0.5));
+    const qint64 ms = elapsed.elapsed();
+    ::kill(serverPID, SIGCONT);
+    EXPECT_FALSE(client);
+    EXPECT_GE(ms, 450);
+    EXPECT_LT(ms, 1500);
+}
