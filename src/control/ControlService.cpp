@@ -3,8 +3,10 @@
 #include "app/AppModel.h"
 #include "app/ControlCommands.h"
 #include "base/Log.h"
+#include "jump/TerminalJumper.h"
 
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QJsonDocument>
 #include <unistd.h>
 
@@ -119,6 +121,28 @@ QString ControlService::Usage() {
         return {};
     }
     return QString::fromUtf8(QJsonDocument(model_.usage().toJson()).toJson(QJsonDocument::Indented));
+}
+
+QString ControlService::Jump(const QString& sessionID) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    for (const auto& session : model_.agents().sessions()) {
+        if (session->id() != sessionID && session->sessionID() != sessionID) {
+            continue;
+        }
+        // The drivers run off the main thread; the answer goes out when they are done.
+        setDelayedReply(true);
+        QDBusMessage request = message();
+        QDBusConnection bus = connection();
+        TerminalJumper::jump(*session, {}, [request, bus](const QString& outcome) mutable {
+            bus.send(request.createReply(outcome));
+        });
+        return {};
+    }
+    sendErrorReply(errorPrefix + QStringLiteral("UnknownSession"),
+                   QStringLiteral("no session with id ") + sessionID);
+    return {};
 }
 
 void ControlService::Connect(const QString& agent) {

@@ -47,6 +47,9 @@ public Q_SLOTS:
     void Hide(const QString& sessionID);
     QString Agents();
     QString Usage();
+    // Brings the session's terminal tab, pane or editor to the front; answers which driver did it,
+    // "activated" or "none".
+    QString Jump(const QString& sessionID);
     void Connect(const QString& agent);
     void Disconnect(const QString& agent);
 

@@ -26,6 +26,7 @@ const char* const usage = R"(usage: mirrowisp ctl COMMAND
   keep-planning ID [--feedback TEXT]
   terminal ID                           leave the decision to the agent's own prompt
   hide SESSION-ID
+  jump SESSION-ID                       bring the session's terminal to the front; prints the driver
   usage                                 the agents' usage meters and the Claude usage state
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
@@ -115,6 +116,8 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Terminal"), {subject}};
     } else if (command == QLatin1StringView("hide") && oneSubject) {
         call = Call{QStringLiteral("Hide"), {subject}};
+    } else if (command == QLatin1StringView("jump") && oneSubject) {
+        call = Call{QStringLiteral("Jump"), {subject}, true};
     } else if (command == QLatin1StringView("connect") && oneSubject) {
         call = Call{QStringLiteral("Connect"), {subject}};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {

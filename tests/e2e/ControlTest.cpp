@@ -31,6 +31,15 @@ protected:
         env.insert(text("DBUS_SESSION_BUS_ADDRESS"), address);
         env.remove(text("DISPLAY"));
         env.remove(text("WAYLAND_DISPLAY"));
+        // The hooks' terminal is whatever the test runs in: take the usual ones away.
+        for (const QString& name : env.keys()) {
+            if (name.startsWith(text("TMUX")) || name.startsWith(text("KITTY_")) ||
+                name.startsWith(text("WEZTERM_")) || name.startsWith(text("VSCODE_")) ||
+                name.startsWith(text("KONSOLE_")) || name == text("WINDOWID") ||
+                name == text("TERM_PROGRAM")) {
+                env.remove(name);
+            }
+        }
     }
 
     void TearDown() override {
@@ -140,6 +149,12 @@ TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     const QJsonObject usage = QJsonDocument::fromJson(ctl({text("usage")}).out).object();
     EXPECT_TRUE(usage[text("claude")].isObject());
     EXPECT_TRUE(usage[text("meters")].isObject());
+
+    // No terminal the drivers know and no window system here: the jump reports that it found none.
+    const CtlResult jumped = ctl({text("jump"), text("claude:ctl-1")});
+    EXPECT_EQ(jumped.exitCode, 0);
+    EXPECT_EQ(jumped.out.trimmed(), QByteArray("none"));
+    EXPECT_EQ(ctl({text("jump"), text("nope")}).exitCode, 1);
 
     EXPECT_EQ(ctl({text("hide"), text("nope")}).exitCode, 1);
     EXPECT_EQ(ctl({text("hide"), text("claude:ctl-1")}).exitCode, 0);
