@@ -3,6 +3,7 @@
 #include "app/AppModel.h"
 #include "app/ControlCommands.h"
 #include "base/Log.h"
+#include "control/KonsoleDBusFocus.h"
 #include "jump/TerminalJumper.h"
 
 #include <QDBusConnectionInterface>
@@ -135,9 +136,12 @@ QString ControlService::Jump(const QString& sessionID) {
         setDelayedReply(true);
         QDBusMessage request = message();
         QDBusConnection bus = connection();
-        TerminalJumper::jump(*session, {}, [request, bus](const QString& outcome) mutable {
-            bus.send(request.createReply(outcome));
-        });
+        TerminalDrivers::Tools tools = TerminalDrivers::Tools::system();
+        tools.konsole = std::make_shared<KonsoleDBusFocus>();
+        TerminalJumper::jump(
+            *session, {},
+            [request, bus](const QString& outcome) mutable { bus.send(request.createReply(outcome)); },
+            tools);
         return {};
     }
     sendErrorReply(errorPrefix + QStringLiteral("UnknownSession"),
