@@ -14,6 +14,8 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps
   # end-to-end tests: agents run in tmux, the app on a private session bus; plugins are checked with node
   tmux dbus dbus-daemon bsdutils coreutils nodejs
+  # raising X11 windows, and its test under a virtual X server with a window manager
+  libxcb1-dev libxcb-ewmh-dev xvfb openbox
   # the hook tool's JSON (header-only)
   nlohmann-json3-dev
 )

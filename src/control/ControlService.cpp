@@ -4,6 +4,7 @@
 #include "app/ControlCommands.h"
 #include "base/Log.h"
 #include "control/KonsoleDBusFocus.h"
+#include "control/X11WindowFocus.h"
 #include "jump/TerminalJumper.h"
 
 #include <QDBusConnectionInterface>
@@ -138,6 +139,7 @@ QString ControlService::Jump(const QString& sessionID) {
         QDBusConnection bus = connection();
         TerminalDrivers::Tools tools = TerminalDrivers::Tools::system();
         tools.konsole = std::make_shared<KonsoleDBusFocus>();
+        tools.windows = std::make_shared<X11WindowFocus>();
         TerminalJumper::jump(
             *session, {},
             [request, bus](const QString& outcome) mutable { bus.send(request.createReply(outcome)); },

@@ -1,0 +1,128 @@
+// Raising windows under a real X server (Xvfb) with a real window manager (openbox).
+#include "control/X11WindowFocus.h"
+
+#include "support/TestSupport.h"
+
+#include <QProcess>
+#include <functional>
+#include <gtest/gtest.h>
+#include <xcb/xcb.h>
+#include <xcb/xcb_ewmh.h>
+
+using namespace mirrowisp;
+
+namespace {
+
+class X11WindowFocusTest : public testing::Test {
+protected:
+    void SetUp() override {
+        // Xvfb picks a free display and writes its number: parallel runs never share a server.
+        server.start(QStringLiteral("Xvfb"),
+                     {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset")});
+        ASSERT_TRUE(server.waitForReadyRead(10000)) << "Xvfb did not start";
+        display = QLatin1Char(':') + QString::fromLatin1(server.readLine()).trimmed();
+        ASSERT_TRUE(test::waitUntil([&] { return connect(); }, 10000))
+            << "Xvfb does not answer on " << qPrintable(display);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DISPLAY"), display);
+        manager.setProcessEnvironment(env);
+        manager.start(QStringLiteral("openbox"), {});
+    }
+
+    void TearDown() override {
+        if (connection != nullptr) {
+            xcb_ewmh_connection_wipe(&ewmh);
+            xcb_disconnect(connection);
+        }
+        manager.kill();
+        manager.waitForFinished();
+        server.kill();
+        server.waitForFinished();
+    }
+
+    bool connect() {
+        xcb_connection_t* candidate = xcb_connect(qPrintable(display), &screen);
+        if (xcb_connection_has_error(candidate) != 0) {
+            xcb_disconnect(candidate);
+            return false;
+        }
+        connection = candidate;
+        return xcb_ewmh_init_atoms_replies(&ewmh, xcb_ewmh_init_atoms(connection, &ewmh), nullptr) != 0;
+    }
+
+    // A top-level window that says it belongs to `pid`, once the window manager manages it. A window
+    // mapped while the manager is still starting can be missed, so it is mapped again until taken.
+    std::optional<xcb_window_t> managedWindow(uint32_t pid) {
+        const xcb_window_t id = xcb_generate_id(connection);
+        xcb_screen_t* root = ewmh.screens[screen];
+        xcb_create_window(connection, XCB_COPY_FROM_PARENT, id, root->root, 0, 0, 200, 100, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, root->root_visual, 0, nullptr);
+        xcb_ewmh_set_wm_pid(&ewmh, id, pid);
+        // Like a terminal, the window takes keyboard input (WM_HINTS with the input hint set).
+        const uint32_t hints[9] = {1, 1, 0, 0, 0, 0, 0, 0, 0};
+        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, 32,
+                            9, hints);
+        for (int attempt = 0; attempt < 40; ++attempt) {
+            xcb_map_window(connection, id);
+            xcb_flush(connection);
+            if (test::waitUntil([&] { return managed(id); }, 250)) {
+                return id;
+            }
+            xcb_unmap_window(connection, id);
+        }
+        return std::nullopt;
+    }
+
+    xcb_window_t active() {
+        xcb_window_t window = XCB_WINDOW_NONE;
+        xcb_ewmh_get_active_window_reply(&ewmh, xcb_ewmh_get_active_window(&ewmh, screen), &window, nullptr);
+        return window;
+    }
+
+    bool managed(xcb_window_t window) {
+        xcb_ewmh_get_windows_reply_t clients{};
+        if (xcb_ewmh_get_client_list_reply(&ewmh, xcb_ewmh_get_client_list(&ewmh, screen), &clients,
+                                           nullptr) == 0) {
+            return false;
+        }
+        bool found = false;
+        for (uint32_t i = 0; i < clients.windows_len; ++i) {
+            found = found || clients.windows[i] == window;
+        }
+        xcb_ewmh_get_windows_reply_wipe(&clients);
+        return found;
+    }
+
+    QString display;
+    QProcess server;
+    QProcess manager;
+    xcb_connection_t* connection = nullptr;
+    xcb_ewmh_connection_t ewmh{};
+    int screen = 0;
+};
+
+} // namespace
+
+TEST_F(X11WindowFocusTest, RaisesAWindowByItsIDOrByTheProcessThatOwnsIt) {
+    const auto terminal = managedWindow(4101);
+    const auto other = managedWindow(4102);
+    ASSERT_TRUE(terminal && other) << "openbox did not manage the test windows";
+
+    X11WindowFocus focus(display);
+    // The manager may drop a request that crosses its own focus change, as it would a double click:
+    // asking again is what the user would do. A request that never works still fails.
+    auto raises = [&](const std::function<bool()>& request, xcb_window_t expected) {
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            if (request() && test::waitUntil([&] { return active() == expected; }, 1500)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(raises([&] { return focus.activateWindowOf(4101); }, *terminal));
+    EXPECT_TRUE(raises([&] { return focus.activateWindow(*other); }, *other));
+    EXPECT_TRUE(raises([&] { return focus.activateWindowOf(4101); }, *terminal));
+
+    EXPECT_FALSE(focus.activateWindowOf(999999)) << "no window of that process";
+    EXPECT_FALSE(X11WindowFocus(QStringLiteral(":4999")).activateWindow(*other)) << "no such display";
+}
