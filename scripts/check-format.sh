@@ -6,4 +6,5 @@ if ! command -v clang-format >/dev/null; then
   echo "clang-format is not installed" >&2
   exit 1
 fi
-git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror
+# New files count before they are committed, so a check before a commit sees them too.
+git ls-files --cached --others --exclude-standard '*.cpp' '*.h' '*.c' | xargs clang-format --dry-run --Werror

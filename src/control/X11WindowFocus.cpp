@@ -38,7 +38,8 @@ bool activate(Ewmh& x, xcb_window_t window) {
     // Source 2: a pager acting for the user, which window managers honour over focus-stealing rules.
     // The window active now goes along, as pagers send it; some managers weigh the request by it.
     xcb_window_t current = XCB_WINDOW_NONE;
-    xcb_ewmh_get_active_window_reply(&x.ewmh, xcb_ewmh_get_active_window(&x.ewmh, x.screen), &current, nullptr);
+    xcb_ewmh_get_active_window_reply(&x.ewmh, xcb_ewmh_get_active_window(&x.ewmh, x.screen), &current,
+                                     nullptr);
     xcb_ewmh_request_change_active_window(&x.ewmh, x.screen, window, XCB_EWMH_CLIENT_SOURCE_TYPE_OTHER,
                                           XCB_CURRENT_TIME, current);
     return xcb_flush(x.connection) > 0;
