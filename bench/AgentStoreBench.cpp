@@ -1,5 +1,6 @@
 // Cost of one hook event in the store, on the main thread: median over many runs, beside the cost
 // of only parsing the same payload (the floor any handling pays).
+#include "BenchSupport.h"
 #include "agents/AgentStore.h"
 #include "app/LaunchAtLogin.h"
 #include "app/Preferences.h"
@@ -32,17 +33,7 @@ public:
     Timestamp now() const override { return 1.8e9; }
 };
 
-double medianMs(int runs, const std::function<void()>& work) {
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        times.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
+using bench::medianMs;
 
 std::shared_ptr<BridgeConnection> connectionFor(const QByteArray& payload) {
     int fds[2];

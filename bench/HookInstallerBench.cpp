@@ -1,6 +1,7 @@
 // Cost of installing the hooks of all eight agents when they are already in place, as on every launch:
 // median over many runs, beside the cost of only reading and parsing the same eight files (the floor
 // any check of them pays).
+#include "BenchSupport.h"
 #include "agents/AgentKind.h"
 #include "base/UserDefaults.h"
 #include "integration/HookInstaller.h"
@@ -23,17 +24,7 @@ using namespace mirrowisp;
 
 namespace {
 
-double medianMs(int runs, const std::function<void()>& work) {
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        times.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
+using bench::medianMs;
 
 // A user's settings of some size beside our hooks, so parsing and comparing have real work.
 void seedUserSettings(const QString& path) {

@@ -1,5 +1,6 @@
 // Reading Codex limits over five 20 MB session logs, the worst case: only the oldest has limits in
 // its tail, so every tail is read and parsed. Beside it, the floor: reading the same tails raw.
+#include "BenchSupport.h"
 #include "usage/UsageTracker.h"
 
 #include <QCoreApplication>
@@ -21,17 +22,7 @@ constexpr qint64 logBytes = 20 * 1024 * 1024;
 constexpr qint64 tailBytes = 524288;
 constexpr double targetMs = 50;
 
-double medianMs(int runs, const std::function<void()>& work) {
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        times.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[times.size() / 2];
-}
+using bench::medianMs;
 
 QByteArray filler() {
     QByteArray text;

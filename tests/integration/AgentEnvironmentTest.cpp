@@ -19,16 +19,7 @@ namespace {
 
 const QString bash = QStringLiteral("/bin/bash");
 
-void writeFile(const QString& path, const QByteArray& text, bool executable = false) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(text);
-    file.close();
-    if (executable) {
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-}
+using mirrowisp::test::writeFile;
 
 // The usual Debian pair: the profile reads .bashrc, which stops early unless the shell is
 // interactive.

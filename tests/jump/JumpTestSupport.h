@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/TestSupport.h"
 #include "usage/ClaudeUsageProbe.h"
 
 #include <QDir>
@@ -19,18 +20,6 @@ inline QStringList words(const char16_t* line) {
 // A value that breaks anything passing it through a shell or a format string.
 inline QString awkwardValue() {
     return QStringLiteral("a b \"q\" 'x' $HOME `id` \\n;");
-}
-
-inline void writeFile(const QString& path, const QByteArray& text, bool executable = false) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(text);
-        file.close();
-    }
-    if (executable) {
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
 }
 
 // A folder of stand-in tools. Each records its arguments and its environment, NUL-separated, and

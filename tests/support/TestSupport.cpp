@@ -3,7 +3,9 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFileInfo>
 #include <QThread>
+#include <gtest/gtest.h>
 
 namespace mirrowisp::test {
 
@@ -34,6 +36,17 @@ LogCapture::~LogCapture() {
 QStringList& LogCapture::lines() {
     static QStringList captured;
     return captured;
+}
+
+void writeFile(const QString& path, const QByteArray& text, bool executable) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << qPrintable(path);
+    file.write(text);
+    file.close();
+    if (executable) {
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
 }
 
 void drainMainQueue() {

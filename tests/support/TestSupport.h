@@ -42,6 +42,9 @@ private:
     QtMessageHandler previous_;
 };
 
+// Writes `text` to `path`, making its folder; fails the test when the file cannot be written.
+void writeFile(const QString& path, const QByteArray& text, bool executable = false);
+
 // Runs the main event loop until `done` holds or `timeoutMs` passes; returns whether it held.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs = 5000);
 

@@ -32,16 +32,7 @@ UsageMeter claudeMeter(const QString& label, double percent,
     return meter;
 }
 
-void writeFile(const QString& path, const QByteArray& text, bool executable = false) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(text);
-    file.close();
-    if (executable) {
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-}
+using mirrowisp::test::writeFile;
 
 void setModified(const QString& path, qint64 secondsSinceEpoch) {
     QFile file(path);
