@@ -7,7 +7,11 @@ packages=(
   # build
   build-essential cmake ninja-build ccache pkg-config clang lld clang-format git
   # Qt 6
-  qt6-base-dev qt6-base-dev-tools qt6-declarative-dev libgl-dev
+  qt6-base-dev qt6-base-dev-tools qt6-declarative-dev libgl-dev qt6-svg-dev
+  # the island's views at run time (QML modules) and its X11 window plumbing
+  qml6-module-qtquick qml6-module-qtquick-shapes qml6-module-qtquick-layouts qml6-module-qtquick-window
+  qml6-module-qtquick-controls qml6-module-qtquick-templates qml6-module-qtqml-workerscript
+  libxcb-shape0-dev libxcb-xinput-dev
   # libraries
   libsqlite3-dev
   # tests and benchmarks
@@ -16,6 +20,8 @@ packages=(
   tmux dbus dbus-daemon bsdutils coreutils nodejs
   # raising X11 windows, and its test under a virtual X server with a window manager
   libxcb1-dev libxcb-ewmh-dev xvfb openbox
+  # the island's window tests: a compositor for translucency, xdotool for the pointer, screenshots
+  xcompmgr xdotool x11-utils imagemagick
   # the hook tool's JSON (header-only)
   nlohmann-json3-dev
 )

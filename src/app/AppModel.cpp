@@ -151,6 +151,20 @@ void AppModel::announce(const BluetoothAudioDevice& device) {
     play(SoundCue::connected);
 }
 
+void AppModel::setLiveEvent(const std::optional<CalendarItem>& event) {
+    if (event != liveEvent_) {
+        liveEvent_ = event;
+        Q_EMIT liveEventChanged();
+    }
+}
+
+void AppModel::setNowPlaying(const std::optional<NowPlayingTrack>& track) {
+    if (track != nowPlaying_) {
+        nowPlaying_ = track;
+        Q_EMIT nowPlayingChanged();
+    }
+}
+
 void AppModel::flash(const TransientActivity& activity, double seconds) {
     transientTimer_.stop();
     const bool sameLevel = transient_ && transient_->isLevel() && transient_->kind == activity.kind;

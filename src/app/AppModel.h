@@ -3,7 +3,9 @@
 #include "agents/AgentStore.h"
 #include "app/TransientActivity.h"
 #include "bridge/BridgeServer.h"
+#include "media/NowPlayingTrack.h"
 #include "usage/UsageTracker.h"
+#include "widgets/CalendarItem.h"
 
 #include <QJsonObject>
 #include <QObject>
@@ -70,7 +72,14 @@ public:
     // monitor both report a connection, so a repeat within 6 s stays silent.
     void announce(const BluetoothAudioDevice& device);
 
+    // What the calendar and the players report; nothing until those services feed them.
+    const std::optional<CalendarItem>& liveEvent() const { return liveEvent_; }
+    void setLiveEvent(const std::optional<CalendarItem>& event);
+    const std::optional<NowPlayingTrack>& nowPlaying() const { return nowPlaying_; }
+    void setNowPlaying(const std::optional<NowPlayingTrack>& track);
+
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
+    NotchPresenter* notch() const { return notch_; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
     // The hook connection pass, and how the agents' real locations are found before the first one;
     // the app wires both to the installer and the login-shell probe.
@@ -84,6 +93,8 @@ public:
 Q_SIGNALS:
     void bridgeErrorChanged();
     void transientChanged();
+    void liveEventChanged();
+    void nowPlayingChanged();
 
 private:
     void startBridge();
@@ -106,6 +117,8 @@ private:
         Timestamp at = 0;
     };
     std::optional<Announced> lastAnnounced_;
+    std::optional<CalendarItem> liveEvent_;
+    std::optional<NowPlayingTrack> nowPlaying_;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void()> connectionPass_;
