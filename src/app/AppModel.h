@@ -39,6 +39,7 @@ class AppModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString bridgeError READ bridgeErrorText NOTIFY bridgeErrorChanged)
     Q_PROPERTY(qint64 transientID READ transientID NOTIFY transientChanged)
+    Q_PROPERTY(bool isEditingText READ isEditingText WRITE setIsEditingText NOTIFY isEditingTextChanged)
 
 public:
     AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock,
@@ -78,6 +79,15 @@ public:
     const std::optional<NowPlayingTrack>& nowPlaying() const { return nowPlaying_; }
     void setNowPlaying(const std::optional<NowPlayingTrack>& track);
 
+    // A text field on the island has the keyboard: typing holds the island open.
+    bool isEditingText() const { return isEditingText_; }
+    void setIsEditingText(bool editing) {
+        if (editing != isEditingText_) {
+            isEditingText_ = editing;
+            Q_EMIT isEditingTextChanged();
+        }
+    }
+
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
     NotchPresenter* notch() const { return notch_; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
@@ -94,6 +104,7 @@ Q_SIGNALS:
     void bridgeErrorChanged();
     void transientChanged();
     void liveEventChanged();
+    void isEditingTextChanged();
     void nowPlayingChanged();
 
 private:
@@ -119,6 +130,7 @@ private:
     std::optional<Announced> lastAnnounced_;
     std::optional<CalendarItem> liveEvent_;
     std::optional<NowPlayingTrack> nowPlaying_;
+    bool isEditingText_ = false;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void()> connectionPass_;
