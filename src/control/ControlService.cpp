@@ -139,9 +139,10 @@ QString ControlService::Jump(const QString& sessionID) {
         QDBusConnection bus = connection();
         TerminalDrivers::Tools tools = TerminalDrivers::Tools::system();
         tools.konsole = std::make_shared<KonsoleDBusFocus>();
-        tools.windows = std::make_shared<X11WindowFocus>();
+        auto windows = std::make_shared<X11WindowFocus>();
+        tools.windows = windows;
         TerminalJumper::jump(
-            *session, {},
+            *session, TerminalJumper::windowActivation(windows),
             [request, bus](const QString& outcome) mutable { bus.send(request.createReply(outcome)); },
             tools);
         return {};

@@ -77,4 +77,72 @@ bool X11WindowFocus::activateWindowOf(qint32 pid) {
     return found != XCB_WINDOW_NONE && activate(x, found);
 }
 
+namespace {
+
+QString folded(const QString& text) {
+    QString out;
+    for (QChar c : text) {
+        if (c.isLetterOrNumber()) {
+            out.append(c.toLower());
+        }
+    }
+    return out;
+}
+
+// WM_CLASS holds two NUL-terminated strings, the instance and the class.
+QStringList windowClasses(xcb_connection_t* connection, xcb_window_t window) {
+    const xcb_get_property_cookie_t cookie =
+        xcb_get_property(connection, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 256);
+    xcb_get_property_reply_t* reply = xcb_get_property_reply(connection, cookie, nullptr);
+    QStringList classes;
+    if (reply != nullptr) {
+        const QByteArray bytes(static_cast<const char*>(xcb_get_property_value(reply)),
+                               xcb_get_property_value_length(reply));
+        for (const QByteArray& part : bytes.split('\0')) {
+            if (!part.isEmpty()) {
+                classes.append(QString::fromUtf8(part));
+            }
+        }
+        free(reply);
+    }
+    return classes;
+}
+
+} // namespace
+
+bool X11WindowFocus::classMatches(const QString& windowClass, const QString& appID) {
+    const QString cls = folded(windowClass);
+    const QString id = folded(appID);
+    const QString last = folded(appID.section(QLatin1Char('.'), -1));
+    if (cls.isEmpty() || id.isEmpty()) {
+        return false;
+    }
+    // "org.gnome.Terminal" ends in "gnometerminal"; a short class such as "st" must match whole.
+    return cls == id || cls == last || (cls.size() >= 5 && id.endsWith(cls));
+}
+
+bool X11WindowFocus::activateApplication(const QString& appID) {
+    Ewmh x(display_);
+    if (!x.ready || appID.isEmpty()) {
+        return false;
+    }
+    xcb_ewmh_get_windows_reply_t clients{};
+    if (xcb_ewmh_get_client_list_reply(&x.ewmh, xcb_ewmh_get_client_list(&x.ewmh, x.screen), &clients,
+                                       nullptr) == 0) {
+        return false;
+    }
+    xcb_window_t found = XCB_WINDOW_NONE;
+    // The list runs oldest first; the newest window of the application is the likeliest one in use.
+    for (uint32_t i = clients.windows_len; i > 0 && found == XCB_WINDOW_NONE; --i) {
+        for (const QString& cls : windowClasses(x.connection, clients.windows[i - 1])) {
+            if (classMatches(cls, appID)) {
+                found = clients.windows[i - 1];
+                break;
+            }
+        }
+    }
+    xcb_ewmh_get_windows_reply_wipe(&clients);
+    return found != XCB_WINDOW_NONE && activate(x, found);
+}
+
 } // namespace mirrowisp

@@ -15,6 +15,11 @@ public:
     explicit X11WindowFocus(QString display = {});
     bool activateWindow(quint32 windowID) override;
     bool activateWindowOf(qint32 pid) override;
+    bool activateApplication(const QString& appID) override;
+
+    // Whether a window class ("gnome-terminal-server", "Gnome-terminal") names the application with
+    // this desktop id ("org.gnome.Terminal"): ids are reverse-domain, classes are not.
+    static bool classMatches(const QString& windowClass, const QString& appID);
 
 private:
     QString display_;

@@ -27,6 +27,11 @@ public:
     virtual bool activateWindow(quint32 windowID) = 0;
     // The top-level window whose `_NET_WM_PID` is `pid`.
     virtual bool activateWindowOf(qint32 pid) = 0;
+    // A top-level window of the application with this desktop id (matched by its window class).
+    virtual bool activateApplication(const QString& appID) {
+        Q_UNUSED(appID);
+        return false;
+    }
 };
 
 namespace TerminalDrivers {

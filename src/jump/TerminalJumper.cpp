@@ -33,6 +33,12 @@ QString outcomeOfActivation(const std::optional<QString>& appID, const Target& t
 
 } // namespace
 
+Activate windowActivation(std::shared_ptr<WindowFocus> windows) {
+    return [windows = std::move(windows)](const std::optional<QString>& appID, const Target&) {
+        return windows && appID && !appID->isEmpty() && windows->activateApplication(*appID);
+    };
+}
+
 std::optional<QString> appID(const ProcessContext& context) {
     if (context.terminalBundleID && !context.terminalBundleID->isEmpty()) {
         return context.terminalBundleID;

@@ -6,6 +6,7 @@
 
 #include <QString>
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace mirrowisp {
@@ -37,6 +38,9 @@ struct Focus {
 // Raises the application of a target (the given desktop id, or the agent's own app); true if
 // something was raised. The app wires the window system's activation; without one nothing is.
 using Activate = std::function<bool(const std::optional<QString>& appID, const Target& target)>;
+
+// Activation through a window system: the target's application window, when its id is known.
+Activate windowActivation(std::shared_ptr<WindowFocus> windows);
 
 // What a jump reports: a driver name from `Focus`, "activated" or "none".
 using Done = std::function<void(const QString& outcome)>;

@@ -52,12 +52,16 @@ protected:
 
     // A top-level window that says it belongs to `pid`, once the window manager manages it. A window
     // mapped while the manager is still starting can be missed, so it is mapped again until taken.
-    std::optional<xcb_window_t> managedWindow(uint32_t pid) {
+    std::optional<xcb_window_t> managedWindow(uint32_t pid, const QByteArray& wmClass = {}) {
         const xcb_window_t id = xcb_generate_id(connection);
         xcb_screen_t* root = ewmh.screens[screen];
         xcb_create_window(connection, XCB_COPY_FROM_PARENT, id, root->root, 0, 0, 200, 100, 0,
                           XCB_WINDOW_CLASS_INPUT_OUTPUT, root->root_visual, 0, nullptr);
         xcb_ewmh_set_wm_pid(&ewmh, id, pid);
+        if (!wmClass.isEmpty()) {
+            xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+                                static_cast<uint32_t>(wmClass.size()), wmClass.constData());
+        }
         // Like a terminal, the window takes keyboard input (WM_HINTS with the input hint set).
         const uint32_t hints[9] = {1, 1, 0, 0, 0, 0, 0, 0, 0};
         xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, 32,
@@ -124,5 +128,39 @@ TEST_F(X11WindowFocusTest, RaisesAWindowByItsIDOrByTheProcessThatOwnsIt) {
     EXPECT_TRUE(raises([&] { return focus.activateWindowOf(4101); }, *terminal));
 
     EXPECT_FALSE(focus.activateWindowOf(999999)) << "no window of that process";
+    EXPECT_FALSE(focus.activateApplication(QStringLiteral("org.kde.konsole"))) << "no window of that app";
     EXPECT_FALSE(X11WindowFocus(QStringLiteral(":4999")).activateWindow(*other)) << "no such display";
+}
+
+TEST_F(X11WindowFocusTest, RaisesAnApplicationByItsDesktopID) {
+    const auto gnome = managedWindow(4201, QByteArray("gnome-terminal-server\0Gnome-terminal\0", 38));
+    const auto kitty = managedWindow(4202, QByteArray("kitty\0kitty\0", 12));
+    ASSERT_TRUE(gnome && kitty) << "openbox did not manage the test windows";
+
+    X11WindowFocus focus(display);
+    auto raises = [&](const QString& appID, xcb_window_t expected) {
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            if (focus.activateApplication(appID) &&
+                test::waitUntil([&] { return active() == expected; }, 1500)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(raises(QStringLiteral("org.gnome.Terminal"), *gnome));
+    EXPECT_TRUE(raises(QStringLiteral("kitty"), *kitty));
+    EXPECT_FALSE(focus.activateApplication(QStringLiteral("org.kde.konsole")));
+}
+
+TEST(X11WindowClass, MatchesDesktopIDsWithoutConfusingSimilarTerminals) {
+    EXPECT_TRUE(
+        X11WindowFocus::classMatches(QStringLiteral("Gnome-terminal"), QStringLiteral("org.gnome.Terminal")));
+    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("org.wezfurlong.wezterm"),
+                                             QStringLiteral("org.wezfurlong.wezterm")));
+    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("Code"), QStringLiteral("code")));
+    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("konsole"), QStringLiteral("org.kde.konsole")));
+    EXPECT_FALSE(
+        X11WindowFocus::classMatches(QStringLiteral("xfce4-terminal"), QStringLiteral("org.gnome.Terminal")));
+    EXPECT_FALSE(X11WindowFocus::classMatches(QStringLiteral("st"), QStringLiteral("org.gnome.Terminal")));
+    EXPECT_FALSE(X11WindowFocus::classMatches(QString(), QStringLiteral("kitty")));
 }
