@@ -8,8 +8,12 @@
 #include "base/UserDefaults.h"
 #include "control/ControlService.h"
 #include "control/CtlClient.h"
+#include "control/KonsoleDBusFocus.h"
+#include "control/X11WindowFocus.h"
 #include "integration/AgentEnvironment.h"
 #include "integration/HookInstaller.h"
+#include "island/IslandShell.h"
+#include "jump/TerminalJumper.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -26,8 +30,19 @@ namespace mirrowisp {
 
 namespace {
 
+// The island is an X11 window (its input shape and global pointer have no Wayland counterpart):
+// on a Wayland desktop it runs through XWayland.
 bool hasDisplay() {
-    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    return !qEnvironmentVariableIsEmpty("DISPLAY");
+}
+
+// A click on a session row: the drivers, then the terminal's window.
+void jumpTo(const AgentSession& session) {
+    TerminalDrivers::Tools tools = TerminalDrivers::Tools::system();
+    tools.konsole = std::make_shared<KonsoleDBusFocus>();
+    auto windows = std::make_shared<X11WindowFocus>();
+    tools.windows = windows;
+    TerminalJumper::jump(session, TerminalJumper::windowActivation(windows), {}, tools);
 }
 
 // Blocks the quit signals in every thread and delivers them through a descriptor the event loop
@@ -74,6 +89,9 @@ int runMirrowisp(int argc, char** argv) {
         qputenv("QT_NO_GLIB", "1");
     }
     const bool gui = hasDisplay();
+    if (gui && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
     std::unique_ptr<QCoreApplication> app;
     if (gui) {
         app = std::make_unique<QGuiApplication>(argc, argv);
@@ -112,6 +130,11 @@ int runMirrowisp(int argc, char** argv) {
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
+    std::unique_ptr<IslandShell> island;
+    if (gui) {
+        island = std::make_unique<IslandShell>(model, jumpTo);
+        island->start();
+    }
     ControlService control(
         model, {[&model, &defaults, isInstalled] {
                     return QString::fromUtf8(
@@ -123,7 +146,11 @@ int runMirrowisp(int argc, char** argv) {
                     auto error = AgentConnector::setConnected(defaults, agent, connect);
                     model.agents().refreshCodexApproval();
                     return error;
-                }});
+                },
+                island ? std::function<QString()>([&island] {
+                    return QString::fromUtf8(QJsonDocument(island->toJson()).toJson(QJsonDocument::Indented));
+                })
+                       : std::function<QString()>()});
     control.registerOn(QDBusConnection::sessionBus());
     if (gui) {
         // Coming back to the app is a good moment to put back hooks an agent's update removed.
@@ -136,6 +163,7 @@ int runMirrowisp(int argc, char** argv) {
     }
 
     const int status = QCoreApplication::exec();
+    island.reset();
     model.stop();
     if (signalFD >= 0) {
         signalNotifier.reset();

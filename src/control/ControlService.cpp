@@ -125,6 +125,17 @@ QString ControlService::Usage() {
     return QString::fromUtf8(QJsonDocument(model_.usage().toJson()).toJson(QJsonDocument::Indented));
 }
 
+QString ControlService::Island() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    if (!agentActions_.islandJson) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("no island: the app runs without a display"));
+        return {};
+    }
+    return agentActions_.islandJson();
+}
+
 QString ControlService::Jump(const QString& sessionID) {
     if (!callerIsThisUser()) {
         return {};

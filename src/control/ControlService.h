@@ -29,6 +29,8 @@ public:
         std::function<QString()> agentsJson;
         // Answers an error text, or nothing on success.
         std::function<std::optional<QString>(const QString& kind, bool connect)> setConnected;
+        // Each island's state as JSON; absent when the app runs without a display.
+        std::function<QString()> islandJson;
     };
 
     ControlService(AppModel& model, AgentActions agentActions, QObject* parent = nullptr);
@@ -47,6 +49,7 @@ public Q_SLOTS:
     void Hide(const QString& sessionID);
     QString Agents();
     QString Usage();
+    QString Island();
     // Brings the session's terminal tab, pane or editor to the front; answers which driver did it,
     // "activated" or "none".
     QString Jump(const QString& sessionID);

@@ -28,6 +28,7 @@ const char* const usage = R"(usage: mirrowisp ctl COMMAND
   hide SESSION-ID
   jump SESSION-ID                       bring the session's terminal to the front; prints the driver
   usage                                 the agents' usage meters and the Claude usage state
+  island                                each island's state as JSON
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
 )";
@@ -100,6 +101,8 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Sessions"), {}, true};
     } else if (command == QLatin1StringView("usage") && args.isEmpty()) {
         call = Call{QStringLiteral("Usage"), {}, true};
+    } else if (command == QLatin1StringView("island") && args.isEmpty()) {
+        call = Call{QStringLiteral("Island"), {}, true};
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
     } else if (command == QLatin1StringView("allow") && oneSubject) {

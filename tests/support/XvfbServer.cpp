@@ -2,6 +2,9 @@
 
 #include <QDeadlineTimer>
 #include <QThread>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <xcb/xcb.h>
 
 namespace mirrowisp::test {

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+namespace mirrowisp {
+
+class NotchWindowController;
+
+// What an island's views may ask of its controller: the buttons that close it, the menus that hold
+// it open, the tab a click opens. A thin forwarder, so the controller stays free of QML concerns.
+class IslandControls : public QObject {
+    Q_OBJECT
+
+public:
+    explicit IslandControls(NotchWindowController& controller, QObject* parent = nullptr);
+
+    Q_INVOKABLE void closeIsland();
+    Q_INVOKABLE void open(const QString& tab);
+    Q_INVOKABLE void menuOpened();
+    Q_INVOKABLE void menuClosed();
+    Q_INVOKABLE void setPopupShown(bool shown);
+
+private:
+    QPointer<NotchWindowController> controller_;
+};
+
+} // namespace mirrowisp

@@ -1,0 +1,270 @@
+#include "island/IslandShell.h"
+
+#include "app/AppModel.h"
+#include "app/Preferences.h"
+#include "base/Clock.h"
+#include "base/Log.h"
+#include "island/AgentsViewModel.h"
+#include "island/CodexApprovalNotice.h"
+#include "island/DecisionCardActions.h"
+#include "island/DecisionCardModel.h"
+#include "island/IslandControls.h"
+#include "island/IslandUsageModel.h"
+#include "island/IslandWindow.h"
+#include "island/MarkdownModel.h"
+#include "island/NotchAnimation.h"
+#include "island/NotchManager.h"
+#include "island/NotchRootModel.h"
+#include "island/NotchShapeItem.h"
+#include "island/NotchWindowController.h"
+#include "island/QtScreenSource.h"
+#include "island/TimerDelayedTasks.h"
+#include "island/X11KeyGrab.h"
+#include "island/XInputPointerMonitor.h"
+
+#include <QJsonObject>
+#include <QQmlContext>
+#include <QQmlEngine>
+#include <QQuickItem>
+
+namespace mirrowisp {
+
+namespace {
+
+const char* const rootModelProperty = "mirrowispRootModel";
+
+// Far off every screen: where the pointer "is" once it left the island and nothing reports it.
+const QPointF nowhere(-1e6, -1e6);
+
+QJsonObject sizeJson(QSizeF size) {
+    return {{QStringLiteral("width"), size.width()}, {QStringLiteral("height"), size.height()}};
+}
+
+// The island's visible buttons by name with their global rectangles, so scripts can press them.
+void collectButtons(QQuickItem* item, const QPoint& origin, QJsonArray& out) {
+    if (item == nullptr || !item->isVisible() || item->opacity() <= 0) {
+        return;
+    }
+    if (item->objectName().endsWith(QLatin1StringView("Button"))) {
+        const QRectF rect = item->mapRectToScene(item->boundingRect()).translated(origin);
+        out.append(QJsonObject{{QStringLiteral("name"), item->objectName()},
+                               {QStringLiteral("x"), rect.x()},
+                               {QStringLiteral("y"), rect.y()},
+                               {QStringLiteral("width"), rect.width()},
+                               {QStringLiteral("height"), rect.height()}});
+    }
+    for (QQuickItem* child : item->childItems()) {
+        collectButtons(child, origin, out);
+    }
+}
+
+} // namespace
+
+IslandShell::IslandShell(AppModel& app, Jump jump, QObject* parent)
+    : QObject(parent), app_(app), jump_(std::move(jump)) {
+    connect(&app_.prefs(), &Preferences::islandStyleChanged, this, &IslandShell::glassChanged);
+}
+
+IslandShell::~IslandShell() {
+    app_.setNotch(nullptr);
+    // Windows (and the views bound to the models below) go before the models.
+    manager_.reset();
+}
+
+void IslandShell::registerTypes() {
+    static bool registered = false;
+    if (registered) {
+        return;
+    }
+    registered = true;
+    qmlRegisterType<NotchShapeItem>("Mirrowisp", 1, 0, "NotchShape");
+    qmlRegisterType<MarkdownModel>("Mirrowisp", 1, 0, "MarkdownModel");
+    qmlRegisterSingletonType<NotchAnimation>("Mirrowisp", 1, 0, "NotchAnimation",
+                                             [](QQmlEngine*, QJSEngine*) -> QObject* { return new NotchAnimation; });
+}
+
+bool IslandShell::glass() const {
+    return app_.prefs().islandStyleRaw() == QLatin1StringView("glass");
+}
+
+void IslandShell::start() {
+    registerTypes();
+    screens_ = std::make_unique<QtScreenSource>();
+    tasks_ = std::make_unique<TimerDelayedTasks>();
+    cardActions_ = std::make_unique<DecisionCardActions>(app_.agents(), DecisionCardActions::timerSchedule(), [this] {
+        if (manager_) {
+            manager_->closeAutomaticallyOpened();
+        }
+    });
+    // Codex has no desktop app on Linux: the notice always points at the terminal.
+    codexNotice_ = std::make_unique<CodexApprovalNotice>(app_.agents(), CodexHookApproval::AppLookup{});
+    agents_ = std::make_unique<AgentsViewModel>(app_.agents(), *cardActions_, *codexNotice_, SystemClock::shared(),
+                                                jump_);
+    usage_ = std::make_unique<IslandUsageModel>(app_.usage());
+    monitor_ = std::make_unique<XInputPointerMonitor>();
+    if (!monitor_->isAvailable()) {
+        logLine(QStringLiteral("Mirrowisp: no global pointer (%1); the island follows the pointer over itself only")
+                    .arg(monitor_->error()));
+    }
+    keys_ = std::make_unique<X11KeyGrab>();
+
+    const IslandPanelFactory makePanel = [this](const NotchScreen&,
+                                                NotchViewModel& model) -> std::unique_ptr<IslandPanel> {
+        auto window = std::make_unique<IslandWindow>();
+        auto* content = new NotchRootModel(app_, model, SystemClock::shared(), window.get());
+        window->setProperty(rootModelProperty, QVariant::fromValue<QObject*>(content));
+        QQmlContext* context = window->rootContext();
+        context->setContextProperty(QStringLiteral("island"), &model);
+        context->setContextProperty(QStringLiteral("content"), content);
+        context->setContextProperty(QStringLiteral("agents"), agents_.get());
+        context->setContextProperty(QStringLiteral("usage"), usage_.get());
+        context->setContextProperty(QStringLiteral("shell"), this);
+        IslandWindow* raw = window.get();
+        connect(raw, &IslandWindow::escapePressed, this, [this] { manager_->handleEscape(); });
+        connect(raw, &IslandWindow::keyboardFocusLost, this, [this] { app_.setIsEditingText(false); });
+        if (!monitor_->isAvailable()) {
+            connect(raw, &IslandWindow::pointerMoved, this,
+                    [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
+            connect(raw, &IslandWindow::pointerPressed, this, [this](QPoint at, Qt::MouseButton button) {
+                if (button == Qt::LeftButton) {
+                    pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDown), at);
+                }
+            });
+            connect(raw, &IslandWindow::pointerLeft, this,
+                    [this] { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), nowhere); });
+        }
+        return window;
+    };
+    manager_ = std::make_unique<NotchManager>(*screens_, IslandEnvironment{app_.prefs(), app_, *tasks_, pointer_},
+                                              makePanel);
+    connect(manager_.get(), &NotchManager::controllersChanged, this, &IslandShell::attachViews);
+    app_.setNotch(manager_.get());
+
+    connect(monitor_.get(), &XInputPointerMonitor::moved, this,
+            [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
+    connect(monitor_.get(), &XInputPointerMonitor::leftPressed, this,
+            [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDown), at); });
+    connect(monitor_.get(), &XInputPointerMonitor::leftDragged, this,
+            [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDragged), at); });
+    connect(keys_.get(), &X11KeyGrab::pressed, this, &IslandShell::permissionKey);
+    for (auto changed : {&QAbstractItemModel::modelReset, &QAbstractItemModel::rowsInserted,
+                         &QAbstractItemModel::rowsRemoved}) {
+        connect(agents_.get(), changed, this, &IslandShell::updateKeyGrab);
+    }
+    connect(agents_.get(), &QAbstractItemModel::dataChanged, this, &IslandShell::updateKeyGrab);
+
+    manager_->start();
+    attachViews();
+}
+
+void IslandShell::attachViews() {
+    attached_.removeAll(nullptr);
+    for (NotchWindowController* controller : manager_->controllers()) {
+        auto* window = dynamic_cast<IslandWindow*>(controller->panel());
+        if (window == nullptr || attached_.contains(window)) {
+            continue;
+        }
+        window->rootContext()->setContextProperty(QStringLiteral("controller"),
+                                                  new IslandControls(*controller, window));
+        connect(&controller->model(), &NotchViewModel::isOpenChanged, this, &IslandShell::updateKeyGrab);
+        connect(&controller->model(), &NotchViewModel::tabChanged, this, &IslandShell::updateKeyGrab);
+        if (const auto errors = window->setContent(QUrl(QStringLiteral("qrc:/island/qml/NotchRootView.qml")))) {
+            logLine(QStringLiteral("Mirrowisp: the island's views did not load: ") +
+                    errors->join(QStringLiteral("; ")));
+        }
+        attached_.append(window);
+    }
+}
+
+void IslandShell::pointerEvent(int kind, QPointF global) {
+    pointer_.setPosition(global);
+    manager_->handleMouse(static_cast<IslandMouseEvent>(kind), global);
+    updateKeyGrab();
+}
+
+QString IslandShell::firstPermissionID() const {
+    for (int row = 0; row < agents_->rowCount(); ++row) {
+        const QModelIndex at = agents_->index(row);
+        if (agents_->data(at, AgentsViewModel::DecisionKindRole).toString() == QLatin1StringView("permission")) {
+            return agents_->data(at, AgentsViewModel::DecisionIDRole).toString();
+        }
+    }
+    return {};
+}
+
+void IslandShell::updateKeyGrab() {
+    if (!keys_ || !manager_) {
+        return;
+    }
+    bool wanted = false;
+    for (NotchWindowController* controller : manager_->controllers()) {
+        const NotchViewModel& model = controller->model();
+        wanted = wanted || (model.isOpen() && model.tab() == NotchTab::agents && controller->isPointerOver(12));
+    }
+    keys_->setGrabbed(wanted && !firstPermissionID().isEmpty());
+}
+
+void IslandShell::permissionKey(const QString& key) {
+    const QString id = firstPermissionID();
+    auto* card = qobject_cast<DecisionCardModel*>(id.isEmpty() ? nullptr : agents_->card(id));
+    if (card == nullptr) {
+        return;
+    }
+    if (key == QLatin1StringView("y")) {
+        card->allow();
+    } else if (key == QLatin1StringView("n")) {
+        card->deny();
+    }
+}
+
+void IslandShell::setTextFieldFocused(bool focused) {
+    app_.setIsEditingText(focused);
+}
+
+void IslandShell::focusTextField(QQuickItem* field) {
+    if (field == nullptr) {
+        return;
+    }
+    if (auto* window = qobject_cast<IslandWindow*>(field->window())) {
+        window->requestKeyboardFocus();
+    }
+    field->forceActiveFocus(Qt::MouseFocusReason);
+}
+
+QJsonArray IslandShell::toJson() const {
+    QJsonArray islands;
+    if (!manager_) {
+        return islands;
+    }
+    for (NotchWindowController* controller : manager_->controllers()) {
+        const NotchViewModel& model = controller->model();
+        QJsonArray secondaries;
+        for (const QString& key : model.secondaryKeys()) {
+            secondaries.append(key);
+        }
+        QJsonObject island{
+            {QStringLiteral("screen"), controller->screen().name},
+            {QStringLiteral("displayID"), static_cast<qint64>(controller->screenID())},
+            {QStringLiteral("isOpen"), model.isOpen()},
+            {QStringLiteral("isHovering"), model.isHovering()},
+            {QStringLiteral("tab"), model.tabName()},
+            {QStringLiteral("openedAutomatically"), model.openedAutomatically()},
+            {QStringLiteral("closedSize"), sizeJson(model.closedSize())},
+            {QStringLiteral("targetSize"), sizeJson(model.targetSize())},
+            {QStringLiteral("secondaries"), secondaries},
+        };
+        auto* window = dynamic_cast<IslandWindow*>(controller->panel());
+        if (window != nullptr) {
+            if (auto* content = qobject_cast<NotchRootModel*>(window->property(rootModelProperty).value<QObject*>())) {
+                island.insert(QStringLiteral("content"), content->animationKey());
+            }
+            QJsonArray buttons;
+            collectButtons(window->contentItem(), window->position(), buttons);
+            island.insert(QStringLiteral("buttons"), buttons);
+        }
+        islands.append(island);
+    }
+    return islands;
+}
+
+} // namespace mirrowisp

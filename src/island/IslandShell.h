@@ -1,0 +1,82 @@
+#pragma once
+
+#include "island/PointerSource.h"
+
+#include <QJsonArray>
+#include <QObject>
+#include <QPointer>
+#include <functional>
+#include <memory>
+
+class QQuickItem;
+
+namespace mirrowisp {
+
+class AgentSession;
+class AgentsViewModel;
+class AppModel;
+class CodexApprovalNotice;
+class DecisionCardActions;
+class IslandUsageModel;
+class IslandWindow;
+class NotchManager;
+class NotchWindowController;
+class QtScreenSource;
+class TimerDelayedTasks;
+class X11KeyGrab;
+class XInputPointerMonitor;
+
+// The islands as the running app has them: one window per chosen screen with its QML views, fed by
+// the global pointer, the permission keys and the app's state. Made only when there is a display.
+class IslandShell : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool glass READ glass NOTIFY glassChanged)
+
+public:
+    using Jump = std::function<void(const AgentSession&)>;
+
+    IslandShell(AppModel& app, Jump jump, QObject* parent = nullptr);
+    ~IslandShell() override;
+
+    // Registers the view types, builds the islands and starts following screens and the pointer.
+    void start();
+    NotchManager& manager() { return *manager_; }
+
+    // Each island's state, for `mirrowisp ctl island`.
+    QJsonArray toJson() const;
+
+    bool glass() const;
+    // A card's text field took or lost the keyboard: typing holds the island open.
+    Q_INVOKABLE void setTextFieldFocused(bool focused);
+    // Gives the island's window the keyboard and the field the focus, on a click into it.
+    Q_INVOKABLE void focusTextField(QQuickItem* field);
+
+    // The QML types every island view uses; safe to call more than once.
+    static void registerTypes();
+
+Q_SIGNALS:
+    void glassChanged();
+
+private:
+    void attachViews();
+    void pointerEvent(int kind, QPointF global);
+    void updateKeyGrab();
+    void permissionKey(const QString& key);
+    QString firstPermissionID() const;
+
+    AppModel& app_;
+    Jump jump_;
+    PointerTracker pointer_;
+    std::unique_ptr<QtScreenSource> screens_;
+    std::unique_ptr<TimerDelayedTasks> tasks_;
+    std::unique_ptr<DecisionCardActions> cardActions_;
+    std::unique_ptr<CodexApprovalNotice> codexNotice_;
+    std::unique_ptr<AgentsViewModel> agents_;
+    std::unique_ptr<IslandUsageModel> usage_;
+    std::unique_ptr<NotchManager> manager_;
+    std::unique_ptr<XInputPointerMonitor> monitor_;
+    std::unique_ptr<X11KeyGrab> keys_;
+    QList<QPointer<IslandWindow>> attached_;
+};
+
+} // namespace mirrowisp

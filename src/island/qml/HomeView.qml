@@ -1,0 +1,80 @@
+import QtQuick
+import Mirrowisp
+
+// The home tab until its widgets arrive: the day, the agents at a glance, and their limits.
+Item {
+    id: home
+    implicitHeight: 120
+
+    property date now: new Date()
+    Timer {
+        // Only while the panel is open: the tab is unloaded when the island closes.
+        interval: 15000
+        running: home.visible
+        repeat: true
+        onTriggered: home.now = new Date()
+    }
+
+    Column {
+        id: day
+        anchors.left: parent.left
+        anchors.leftMargin: 8
+        anchors.top: parent.top
+        anchors.topMargin: 8
+        spacing: 2
+        Text {
+            text: Qt.formatDate(home.now, "dddd")
+            color: Qt.rgba(1, 1, 1, 0.55)
+            font.pixelSize: 12
+            font.weight: Font.DemiBold
+        }
+        Text {
+            text: Qt.formatDate(home.now, "d MMMM")
+            color: "white"
+            font.pixelSize: 22
+            font.weight: Font.Bold
+        }
+        Text {
+            text: Qt.formatTime(home.now, "hh:mm")
+            color: Qt.rgba(1, 1, 1, 0.7)
+            font.pixelSize: 13
+            font.features: { "tnum": 1 }
+        }
+    }
+
+    Rectangle {
+        id: summary
+        anchors.left: day.right
+        anchors.leftMargin: 24
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.topMargin: 6
+        height: 104
+        radius: 14
+        color: Qt.rgba(1, 1, 1, 0.06)
+
+        Column {
+            anchors.fill: parent
+            anchors.margins: 12
+            spacing: 10
+            Row {
+                spacing: 8
+                SymbolIcon { name: "sparkles"; size: 13; color: "white"; anchors.verticalCenter: parent.verticalCenter }
+                Text {
+                    text: agents.summary
+                    color: "white"
+                    font.pixelSize: 12.5
+                    font.weight: Font.DemiBold
+                    elide: Text.ElideRight
+                    width: summary.width - 60
+                }
+            }
+            UsageMeters { compact: false }
+        }
+        MouseArea {
+            anchors.fill: parent
+            cursorShape: Qt.PointingHandCursor
+            onClicked: island.selectTabNamed("agents")
+        }
+    }
+}

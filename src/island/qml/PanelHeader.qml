@@ -1,0 +1,56 @@
+import QtQuick
+import Mirrowisp
+
+// Tabs on the left, the agents' usage meters on the right; the middle stays clear for the notch.
+Item {
+    id: header
+
+    Row {
+        id: tabs
+        anchors.left: parent.left
+        anchors.verticalCenter: parent.verticalCenter
+        spacing: 4
+        Repeater {
+            model: content.tabs
+            delegate: Rectangle {
+                id: tabButton
+                required property string modelData
+                readonly property bool selected: island.tab === modelData
+                readonly property int badge: content.badges[modelData] || 0
+                width: tabRow.width + 16
+                height: 24
+                radius: 12
+                color: selected ? Qt.rgba(1, 1, 1, 0.16) : (tabMouse.containsMouse ? Qt.rgba(1, 1, 1, 0.08) : "transparent")
+                Row {
+                    id: tabRow
+                    anchors.centerIn: parent
+                    spacing: 5
+                    SymbolIcon {
+                        anchors.verticalCenter: parent.verticalCenter
+                        name: tabButton.modelData === "home" ? "house.fill"
+                            : tabButton.modelData === "agents" ? "sparkles" : "tray.fill"
+                        color: tabButton.selected ? "white" : Qt.rgba(1, 1, 1, 0.6)
+                        size: 12
+                    }
+                    Badge {
+                        anchors.verticalCenter: parent.verticalCenter
+                        count: tabButton.badge
+                        visible: tabButton.badge > 0
+                    }
+                }
+                MouseArea {
+                    id: tabMouse
+                    anchors.fill: parent
+                    hoverEnabled: true
+                    onClicked: island.selectTabNamed(tabButton.modelData)
+                }
+            }
+        }
+    }
+
+    UsageMeters {
+        anchors.right: parent.right
+        anchors.verticalCenter: parent.verticalCenter
+        compact: true
+    }
+}

@@ -1,0 +1,186 @@
+// The island's looks in the states a person meets most, rendered by the real window under Xvfb with
+// a compositor and written as PNG files (scripts/screenshots.sh copies them for the README). Each
+// state is also checked for what must be true of the picture: the island is drawn, the desktop shows
+// through everywhere else, and the open panel grows to what it holds.
+#include "app/AppModel.h"
+#include "app/Preferences.h"
+#include "base/UserDefaults.h"
+#include "island/IslandShell.h"
+#include "island/NotchManager.h"
+#include "island/NotchViewModel.h"
+#include "island/NotchWindowController.h"
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPixmap>
+#include <QProcess>
+#include <QScreen>
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+
+namespace {
+
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
+
+ClaudeProbeRunner noClaude() {
+    return {[] { return std::optional<QString>(); }, [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }};
+}
+
+class IslandScreenshots : public testing::Test {
+protected:
+    IslandScreenshots()
+        : defaults(home.path() + text("/defaults.json")), prefs(defaults, login),
+          model(prefs, defaults, SystemClock::shared(), noClaude()), shell(model, {}) {}
+
+    void SetUp() override {
+        model.start();
+        shell.start();
+        ASSERT_FALSE(shell.manager().controllers().isEmpty());
+        controller = shell.manager().controllers().first();
+        frame = controller->screen().frame;
+    }
+
+    void TearDown() override {
+        for (auto& tool : tools) {
+            tool->kill();
+            tool->waitForFinished(3000);
+        }
+        model.stop();
+    }
+
+    // An agent's hook event through the real tool; decisions keep it waiting.
+    void send(const QJsonObject& event) {
+        auto tool = std::make_unique<QProcess>();
+        tool->start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), text("claude")});
+        tool->write(QJsonDocument(event).toJson(QJsonDocument::Compact));
+        tool->closeWriteChannel();
+        tools.push_back(std::move(tool));
+    }
+
+    static QJsonObject event(const char* name, const char* session, QJsonObject extra = {}) {
+        extra.insert(text("hook_event_name"), text(name));
+        extra.insert(text("session_id"), text(session));
+        if (!extra.contains(text("cwd"))) {
+            extra.insert(text("cwd"), text("/home/dev/mirrowisp"));
+        }
+        return extra;
+    }
+
+    // Waits for the outline to settle at the model's target size, then grabs the island's frame.
+    QImage settle(const char* name) {
+        const NotchViewModel& island = controller->model();
+        EXPECT_TRUE(test::waitUntil([&] { return island.targetSize().width() > 0; }, 3000));
+        // The springs settle within a second; rendering is asynchronous, so let it finish.
+        QElapsedTimer quiet;
+        quiet.start();
+        test::waitUntil([&] { return quiet.elapsed() > 1200; }, 3000);
+        const QRect area(frame.center().x() - 410, frame.top(), 820, 560);
+        QImage image = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height())
+                           .toImage();
+        const QString dir = qEnvironmentVariable("MIRROWISP_SCREENSHOT_DIR", text(MIRROWISP_SCREENSHOT_DIR));
+        QDir().mkpath(dir);
+        EXPECT_TRUE(image.save(dir + QLatin1Char('/') + text(name) + text(".png"))) << name;
+        return image;
+    }
+
+    // How far down the island's black reaches at the centre line: its drawn height.
+    static int drawnHeight(const QImage& image) {
+        int y = 0;
+        while (y < image.height() && qGray(image.pixel(image.width() / 2, y)) < 40) {
+            ++y;
+        }
+        return y;
+    }
+
+    // The desktop shows through the window's transparent corners.
+    static bool desktopShowsAt(const QImage& image, int x, int y) { return qGray(image.pixel(x, y)) > 60; }
+
+    test::TemporaryHome home;
+    UserDefaults defaults;
+    test::NoLaunchAtLogin login;
+    Preferences prefs;
+    AppModel model;
+    IslandShell shell;
+    NotchWindowController* controller = nullptr;
+    QRect frame;
+    std::vector<std::unique_ptr<QProcess>> tools;
+};
+
+} // namespace
+
+TEST_F(IslandScreenshots, ClosedIdleAndWorkingIslands) {
+    const QImage idle = settle("closed-idle");
+    const int notchHeight = static_cast<int>(controller->model().notchSize().height());
+    EXPECT_NEAR(drawnHeight(idle), notchHeight, 2) << "the idle island is the notch";
+    EXPECT_TRUE(desktopShowsAt(idle, 20, 20)) << "the window's transparent area is not see-through";
+    EXPECT_TRUE(desktopShowsAt(idle, 410, 300));
+
+    send(event("UserPromptSubmit", "work-1", {{text("prompt"), text("Tidy the island's layout code")}}));
+    send(event("PreToolUse", "work-1",
+               {{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("make")}}}}));
+    ASSERT_TRUE(test::waitUntil([&] { return controller->model().closedSize().width() > 200; }, 5000))
+        << "a working session did not grow the wings";
+    const QImage working = settle("closed-working");
+    // Wings stand out left and right of the notch.
+    const int row = notchHeight / 2;
+    EXPECT_LT(qGray(working.pixel(410 - 100, row)), 60);
+    EXPECT_LT(qGray(working.pixel(410 + 100, row)), 60);
+}
+
+TEST_F(IslandScreenshots, VolumeTransientWidensTheIsland) {
+    model.flash(TransientActivity::levelChange(TransientActivity::Case::volume, 0.6), 60);
+    ASSERT_TRUE(test::waitUntil([&] { return controller->model().closedSize().width() > 400; }, 5000));
+    const QImage volume = settle("transient-volume");
+    EXPECT_LT(qGray(volume.pixel(410 - 180, 10)), 60) << "the wide volume wing is drawn";
+}
+
+TEST_F(IslandScreenshots, CardsForAPermissionTwoQuestionsAndAPlan) {
+    send(event("PermissionRequest", "perm-1",
+               {{text("tool_name"), text("Bash")},
+                {text("tool_input"), QJsonObject{{text("command"), text("rm -rf build && cmake --preset ci")},
+                                                 {text("description"), text("Rebuild from scratch")}}}}));
+    ASSERT_TRUE(test::waitUntil([&] { return controller->model().isOpen(); }, 10000));
+    const QImage permission = settle("card-permission");
+    EXPECT_GT(drawnHeight(permission), 150) << "the panel did not grow around the card";
+    EXPECT_TRUE(desktopShowsAt(permission, 10, 540));
+
+    const QJsonArray questions{
+        QJsonObject{{text("question"), text("Which database should the cache use?")},
+                    {text("header"), text("Storage")},
+                    {text("multiSelect"), false},
+                    {text("options"), QJsonArray{QJsonObject{{text("label"), text("SQLite")}},
+                                                 QJsonObject{{text("label"), text("Redis")}}}}},
+        QJsonObject{{text("question"), text("Which platforms must it support?")},
+                    {text("header"), text("Targets")},
+                    {text("multiSelect"), true},
+                    {text("options"), QJsonArray{QJsonObject{{text("label"), text("Linux")}},
+                                                 QJsonObject{{text("label"), text("BSD")}},
+                                                 QJsonObject{{text("label"), text("WSL")}}}}}};
+    send(event("PermissionRequest", "ask-1",
+               {{text("tool_name"), text("AskUserQuestion")}, {text("tool_input"), QJsonObject{{text("questions"), questions}}}}));
+    // Hide the permission session so the question's card leads the list.
+    ASSERT_TRUE(test::waitUntil([&] { return model.agents().findSession(text("claude:ask-1")) != nullptr; }, 10000));
+    model.agents().dismiss(text("claude:perm-1"));
+    const QImage question = settle("card-question");
+    EXPECT_GT(drawnHeight(question), 200);
+
+    const QString plan = text(
+        "# Cache the island's layout\n\nMeasure once, then reuse the sizes.\n\n## Steps\n\n"
+        "1. Add a `LayoutCache` keyed by tab\n2. Invalidate on **font** changes\n   - and on screen scale\n\n"
+        "```cpp\nauto size = cache.value(tab);\n```\n\n> Keep the dead band at half a point.\n");
+    send(event("PermissionRequest", "plan-1",
+               {{text("tool_name"), text("ExitPlanMode")}, {text("tool_input"), QJsonObject{{text("plan"), plan}}}}));
+    ASSERT_TRUE(test::waitUntil([&] { return model.agents().findSession(text("claude:plan-1")) != nullptr; }, 10000));
+    model.agents().dismiss(text("claude:ask-1"));
+    const QImage planned = settle("card-plan");
+    EXPECT_GT(drawnHeight(planned), 200);
+}
