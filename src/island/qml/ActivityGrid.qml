@@ -16,7 +16,7 @@ Item {
 
     // Runs only while someone asked for it and it can be seen.
     readonly property bool animating: running && visible && Window.visibility !== Window.Hidden
-    property real phase: 0
+    property real phase
 
     implicitWidth: columns * dotSize + (columns - 1) * spacing
     implicitHeight: rows * dotSize + (rows - 1) * spacing

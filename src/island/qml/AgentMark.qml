@@ -54,7 +54,7 @@ Item {
         width: root.width * 0.56
         height: width
         layer.enabled: true
-        layer.samples: 8
+        layer.samples: 4
         ShapePath {
             strokeWidth: -1
             fillColor: root.accent

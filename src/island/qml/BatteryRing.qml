@@ -21,7 +21,7 @@ Item {
     Shape {
         anchors.fill: parent
         layer.enabled: true
-        layer.samples: 8
+        layer.samples: 4
 
         ShapePath {
             strokeColor: root.trackColor

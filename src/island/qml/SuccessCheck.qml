@@ -9,7 +9,7 @@ Item {
     property color color: Qt.rgba(0.2, 0.84, 0.42, 1)
     property bool animated: true
     property int duration: 420
-    property real progress: animated ? 0 : 1
+    property real progress: 1
 
     implicitWidth: size
     implicitHeight: size
@@ -28,7 +28,7 @@ Item {
     Shape {
         anchors.fill: parent
         layer.enabled: true
-        layer.samples: 8
+        layer.samples: 4
 
         ShapePath {
             strokeColor: root.color
@@ -57,15 +57,15 @@ Item {
             fillColor: "transparent"
             capStyle: ShapePath.RoundCap
             joinStyle: ShapePath.RoundJoin
-            startX: 4.9 * k
+            startX: 4.6 * k
             startY: 8.3 * k
             PathLine {
-                x: (4.9 + (7.1 - 4.9) * tickPath.first) * tickPath.k
-                y: (8.3 + (10.5 - 8.3) * tickPath.first) * tickPath.k
+                x: (4.6 + (7.0 - 4.6) * tickPath.first) * tickPath.k
+                y: (8.3 + (10.7 - 8.3) * tickPath.first) * tickPath.k
             }
             PathLine {
-                x: (7.1 + (11.2 - 7.1) * tickPath.second) * tickPath.k
-                y: (10.5 + (5.7 - 10.5) * tickPath.second) * tickPath.k
+                x: (7.0 + (11.6 - 7.0) * tickPath.second) * tickPath.k
+                y: (10.7 + (5.5 - 10.7) * tickPath.second) * tickPath.k
             }
         }
     }

@@ -13,7 +13,7 @@ Item {
     property real minimumLevel: 0.18
 
     readonly property bool animating: playing && visible && Window.visibility !== Window.Hidden
-    property real phase: 0
+    property real phase
 
     implicitWidth: bars * barWidth + (bars - 1) * spacing
     implicitHeight: 14
