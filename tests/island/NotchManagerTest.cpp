@@ -42,12 +42,16 @@ TEST_F(NotchManagerTest, TheDisplayChoicePicksTheScreens) {
     world.prefs.setDisplayChoice(DisplayChoice::main);
     EXPECT_EQ(islandScreens(), QList<quint32>{1});
 
+    manager.controller(1)->model().setTab(NotchTab::agents);
     manager.setEnabled(false);
     manager.rebuild();
     EXPECT_TRUE(manager.controllers().isEmpty());
     EXPECT_EQ(manager.primaryController(), nullptr);
     manager.openAgentsAutomatically();
     EXPECT_FALSE(manager.isAnyIslandOpen());
+    manager.setEnabled(true);
+    manager.rebuild();
+    EXPECT_EQ(manager.controller(1)->model().tab(), NotchTab::home) << "islands come back fresh";
 }
 
 TEST_F(NotchManagerTest, AnOpenIslandSurvivesARearrangement) {
@@ -141,7 +145,7 @@ TEST_F(NotchManagerTest, ShowBrieflyClosesOnlyAnIslandNobodyTookOver) {
     world.tasks.advance(5); // the island is gone; its delayed close must not reach it
 }
 
-TEST_F(NotchManagerTest, EveryIslandSeesThePointerAndEscape) {
+TEST_F(NotchManagerTest, EveryIslandSeesThePointerEscapeAndTheKeyboard) {
     world.prefs.setDisplayChoice(DisplayChoice::allDisplays);
     manager.start();
     world.pointer.setPosition({1920 + 960, 10});
@@ -155,13 +159,9 @@ TEST_F(NotchManagerTest, EveryIslandSeesThePointerAndEscape) {
     EXPECT_TRUE(manager.handleEscape());
     EXPECT_FALSE(manager.isAnyIslandOpen());
     EXPECT_FALSE(manager.handleEscape());
-}
 
-TEST_F(NotchManagerTest, TypingMeansAnIslandHoldsTheKeyboard) {
-    world.prefs.setDisplayChoice(DisplayChoice::allDisplays);
-    manager.start();
     EXPECT_FALSE(manager.isTyping());
-    world.panelFor(2)->keyboard = true;
+    world.panelFor(3)->keyboard = true;
     EXPECT_TRUE(manager.isTyping());
 }
 
@@ -171,17 +171,6 @@ TEST_F(NotchManagerTest, ScreensSharingAnIdShareAnIsland) {
     screens.set({makeScreen(0, 0), makeScreen(0, 1920)});
     EXPECT_EQ(islandScreens(), QList<quint32>{0});
     EXPECT_EQ(world.panels.size(), 4u);
-}
-
-TEST_F(NotchManagerTest, ReEnablingStartsWithFreshIslands) {
-    manager.start();
-    manager.controller(1)->model().setTab(NotchTab::agents);
-    manager.setEnabled(false);
-    manager.rebuild();
-    manager.setEnabled(true);
-    manager.rebuild();
-    ASSERT_NE(manager.controller(1), nullptr);
-    EXPECT_EQ(manager.controller(1)->model().tab(), NotchTab::home);
 }
 
 } // namespace
