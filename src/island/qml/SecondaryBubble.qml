@@ -49,6 +49,6 @@ Item {
     }
     Component {
         id: meeting
-        CalendarGlyph { width: 12; height: 12 }
+        CalendarGlyph { size: 12; day: new Date().getDate() }
     }
 }

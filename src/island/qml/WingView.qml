@@ -13,7 +13,7 @@ Item {
 
     opacity: collapsed ? 0 : 1
     // Collapsing eases in quickly; coming back springs out.
-    readonly property int motionDuration: collapsed ? 160 : NotchAnimation.duration("wingReturn")
+    readonly property int motionDuration: NotchAnimation.duration(collapsed ? "wingCollapse" : "wingReturn")
     transform: [
         Scale {
             origin.x: wingView.width / 2
@@ -28,7 +28,7 @@ Item {
             Behavior on x { NumberAnimation { duration: wingView.motionDuration; easing: wingView.motionCurve } }
         }
     ]
-    readonly property var motionCurve: collapsed ? NotchAnimation.easeIn() : NotchAnimation.curve("wingReturn")
+    readonly property var motionCurve: NotchAnimation.curve(collapsed ? "wingCollapse" : "wingReturn")
     Behavior on opacity { NumberAnimation { duration: wingView.motionDuration } }
 
     Item {
@@ -75,11 +75,25 @@ Item {
 
     Component {
         id: symbolView
-        SymbolIcon {
-            name: wingView.wing.symbol || ""
-            color: wingView.wing.color || "white"
-            size: wingView.wing.size || 12
-            wiggle: !!wingView.wing.wiggle
+        Loader {
+            sourceComponent: wingView.wing.wiggle ? wiggling : still
+            Component {
+                id: still
+                SymbolIcon {
+                    name: wingView.wing.symbol || ""
+                    color: wingView.wing.color || "white"
+                    size: wingView.wing.size || 12
+                }
+            }
+            Component {
+                id: wiggling
+                WiggleSymbol {
+                    name: wingView.wing.symbol || ""
+                    color: wingView.wing.color || "white"
+                    size: wingView.wing.size || 12
+                    running: !wingView.collapsed
+                }
+            }
         }
     }
     Component {
@@ -98,7 +112,7 @@ Item {
                 visible: !!wingView.wing.text
                 text: wingView.wing.text || ""
                 color: "white"
-                font.pixelSize: 11
+                font.pixelSize: wingView.wing.size || 11
                 font.weight: Font.DemiBold
                 font.features: { "tnum": 1 }
                 anchors.verticalCenter: parent.verticalCenter
@@ -122,7 +136,7 @@ Item {
     }
     Component {
         id: calendarView
-        CalendarGlyph {}
+        CalendarGlyph { size: 16; day: new Date().getDate() }
     }
     Component {
         id: waveformView
