@@ -15,46 +15,63 @@ SessionRowModel::SessionRowModel(AgentStore& store, const Clock& clock, AgentSes
           &AgentSession::pendingChanged}) {
         connect(&session, signal, this, &SessionRowModel::changed);
     }
+    // Leaving the store blanks the row, so the row hears about it.
+    connect(&store_, &AgentStore::sessionsChanged, this, &SessionRowModel::changed);
+}
+
+AgentSession* SessionRowModel::live() const {
+    // A hidden session leaves the store at once but is deleted only later; it shows nothing meanwhile.
+    AgentSession* session = store_.findSession(sessionId_);
+    return session && session == session_.data() ? session : nullptr;
 }
 
 QString SessionRowModel::projectName() const {
-    return session_ ? session_->projectName() : QString();
+    const AgentSession* s = live();
+    return s ? s->projectName() : QString();
 }
 
 QString SessionRowModel::subtitle() const {
-    return session_ ? SessionRowText::subtitle(*session_) : QString();
+    const AgentSession* s = live();
+    return s ? SessionRowText::subtitle(*s) : QString();
 }
 
 QString SessionRowModel::activityLine() const {
-    return session_ ? SessionRowText::activityLine(*session_) : QString();
+    const AgentSession* s = live();
+    return s ? SessionRowText::activityLine(*s) : QString();
 }
 
 QString SessionRowModel::badge() const {
-    return session_ ? SessionRowText::badgeName(SessionRowText::badge(*session_)) : QString();
+    const AgentSession* s = live();
+    return s ? SessionRowText::badgeName(SessionRowText::badge(*s)) : QString();
 }
 
 bool SessionRowModel::showsSubagents() const {
-    return session_ && SessionRowText::subagentCount(*session_).has_value();
+    const AgentSession* s = live();
+    return s && SessionRowText::subagentCount(*s).has_value();
 }
 
 qint64 SessionRowModel::subagentCount() const {
-    return session_ ? SessionRowText::subagentCount(*session_).value_or(0) : 0;
+    const AgentSession* s = live();
+    return s ? SessionRowText::subagentCount(*s).value_or(0) : 0;
 }
 
 bool SessionRowModel::approvesInHost() const {
-    return session_ && SessionRowText::approvesInHost(*session_);
+    const AgentSession* s = live();
+    return s && SessionRowText::approvesInHost(*s);
 }
 
 QString SessionRowModel::approveInHostText() const {
-    return session_ ? QStringLiteral("Approve this in ") + SessionRowText::hostName(*session_) : QString();
+    const AgentSession* s = live();
+    return s ? QStringLiteral("Approve this in ") + SessionRowText::hostName(*s) : QString();
 }
 
 QString SessionRowModel::ago() const {
-    return session_ ? SessionRowText::ago(session_->updatedAt(), clock_.now()) : QString();
+    const AgentSession* s = live();
+    return s ? SessionRowText::ago(s->updatedAt(), clock_.now()) : QString();
 }
 
 void SessionRowModel::hide() {
-    if (session_) {
+    if (live()) {
         store_.dismiss(sessionId_);
     }
 }

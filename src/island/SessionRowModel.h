@@ -49,6 +49,8 @@ Q_SIGNALS:
     void changed();
 
 private:
+    AgentSession* live() const;
+
     AgentStore& store_;
     const Clock& clock_;
     QPointer<AgentSession> session_;
