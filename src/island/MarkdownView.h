@@ -35,9 +35,9 @@ size_t qHash(const Block& block, size_t seed = 0);
 // The blocks of a text, in one pass over its lines.
 QList<Block> blocks(const QString& markdown);
 
-// Inline Markdown (bold, italics, code, links, backslash escapes) as the small HTML subset a QML Text
-// in StyledText format draws. Every other character is escaped, so the agent's text never becomes
-// markup. Markers without their partner stay as typed.
+// Inline Markdown (bold, italics, code, links, backslash escapes) as the small HTML subset that both a
+// StyledText Text and a RichText TextEdit draw. Every other character is escaped, so the agent's text never
+// becomes markup. Markers without their partner stay as typed.
 QString inlineHtml(const QString& text);
 
 // The text escaped for StyledText with its white space kept.

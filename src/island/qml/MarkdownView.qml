@@ -91,7 +91,7 @@ Column {
                         font.pointSize: root.points(12)
                     }
                     InlineText {
-                        width: parent.width - parent.leftPadding - bulletMarker.width - parent.spacing
+                        width: block.width - block.indent * 14 - bulletMarker.implicitWidth - 6
                         text: block.html
                     }
                 }
