@@ -35,7 +35,7 @@ TEST(MarkdownBlocks, ParagraphsJoinLinesAndBlankLinesSplitThem) {
 }
 
 TEST(MarkdownBlocks, FencesKeepTheirLinesAsWritten) {
-    EXPECT_EQ(parse("intro\n```swift\n  # not a heading\n\n- nor a bullet\n```\nafter"),
+    EXPECT_EQ(parse("intro\n```sh\n  # not a heading\n\n- nor a bullet\n```\nafter"),
               (QList<Block>{Block::paragraph(text("intro")),
                             Block::code(text("  # not a heading\n\n- nor a bullet")),
                             Block::paragraph(text("after"))}));
