@@ -1,0 +1,142 @@
+#include "island/DecisionCardModel.h"
+
+#include "CardStoreFixture.h"
+
+#include <QSignalSpy>
+
+using namespace mirrowisp;
+
+namespace {
+
+const QJsonObject bashInput{{QStringLiteral("command"), QStringLiteral("make test")}};
+
+} // namespace
+
+class DecisionCardModelTest : public test::CardStoreFixture {};
+
+TEST_F(DecisionCardModelTest, PermissionCardShowsTheAgentAndTool) {
+    Waiting waiting = request(
+        AgentKind::claude, "s1", "Bash", bashInput,
+        {{text("permission_suggestions"), QJsonArray{QJsonObject{{text("type"), text("addRules")}}}}});
+    DecisionCardModel card(actions, waiting.id);
+    EXPECT_EQ(card.kind(), text("permission"));
+    EXPECT_EQ(card.title(), text("Claude Code wants to use Bash"));
+    EXPECT_EQ(card.summary(), text("make test"));
+    EXPECT_TRUE(card.hasDetail());
+    EXPECT_EQ(card.detail(), text("make test"));
+    EXPECT_TRUE(card.hasAlwaysAllowSuggestion());
+
+    Waiting other = request(AgentKind::gemini, "s2", "mcp__server__lookup", {});
+    DecisionCardModel geminiCard(actions, other.id);
+    EXPECT_EQ(geminiCard.title(), text("Gemini CLI wants to use lookup"));
+    EXPECT_FALSE(geminiCard.hasAlwaysAllowSuggestion());
+}
+
+TEST_F(DecisionCardModelTest, EachPermissionButtonReachesTheTool) {
+    const QJsonObject rules{
+        {text("permission_suggestions"), QJsonArray{QJsonObject{{text("type"), text("addRules")}}}}};
+    Waiting denied = request(AgentKind::claude, "s1", "Bash", bashInput);
+    Waiting allowed = request(AgentKind::claude, "s1", "Bash", bashInput);
+    Waiting always = request(AgentKind::claude, "s1", "Bash", bashInput, rules);
+    Waiting handedBack = request(AgentKind::claude, "s1", "Bash", bashInput);
+
+    DecisionCardModel(actions, denied.id).deny();
+    EXPECT_EQ(decisionOf(denied),
+              (QJsonObject{{text("behavior"), text("deny")},
+                           {text("message"), text("The user denied this from Mirrowisp.")}}));
+    DecisionCardModel(actions, allowed.id).allow();
+    EXPECT_EQ(decisionOf(allowed), (QJsonObject{{text("behavior"), text("allow")}}));
+    DecisionCardModel(actions, always.id).alwaysAllow();
+    EXPECT_EQ(decisionOf(always)[text("updatedPermissions")], rules[text("permission_suggestions")]);
+
+    DecisionCardModel last(actions, handedBack.id);
+    QSignalSpy pending(&last, &DecisionCardModel::isPendingChanged);
+    last.terminal();
+    const std::optional<QJsonObject> reply = handedBack.tool->reply();
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_FALSE(reply->contains(text("stdout"))) << "handing back gives the empty reply, never a denial";
+    EXPECT_FALSE(last.isPending());
+    EXPECT_EQ(pending.count(), 1);
+}
+
+TEST_F(DecisionCardModelTest, DenySendsTheSameMessageWhateverTheAgent) {
+    Waiting codex = request(AgentKind::codex, "c1", "Bash", bashInput);
+    Waiting opencode = request(AgentKind::opencode, "o1", "Write", {{text("file_path"), text("/tmp/a")}});
+    DecisionCardModel(actions, codex.id).deny();
+    DecisionCardModel(actions, opencode.id).deny();
+    EXPECT_EQ(decisionOf(codex)[text("message")], text("The user denied this from Mirrowisp."));
+    EXPECT_EQ(decisionOf(opencode)[text("message")], text("The user denied this from Mirrowisp."));
+}
+
+TEST_F(DecisionCardModelTest, KeepPlanningFirstRevealsTheBoxThenSends) {
+    Waiting empty =
+        request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("# Plan\n- step")}});
+    DecisionCardModel card(actions, empty.id);
+    EXPECT_EQ(card.kind(), text("plan"));
+    EXPECT_EQ(card.markdown(), text("# Plan\n- step"));
+    EXPECT_EQ(card.keepPlanningTitle(), text("Keep planning"));
+
+    QSignalSpy feedback(&card, &DecisionCardModel::showFeedbackChanged);
+    card.keepPlanning(text("ignored on the first press"));
+    EXPECT_TRUE(card.showFeedback());
+    EXPECT_EQ(card.keepPlanningTitle(), text("Send feedback"));
+    EXPECT_EQ(feedback.count(), 1);
+    EXPECT_TRUE(empty.tool->stillWaiting()) << "the first press only opens the box";
+
+    card.keepPlanning(text(" \n "));
+    EXPECT_EQ(decisionOf(empty), (QJsonObject{{text("behavior"), text("deny")},
+                                              {text("message"), text("The user wants to keep planning.")}}));
+
+    Waiting written = request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("x")}});
+    DecisionCardModel second(actions, written.id);
+    second.keepPlanning();
+    second.keepPlanning(text("  Split the migration first.\n"));
+    EXPECT_EQ(decisionOf(written)[text("message")], text("Split the migration first."));
+}
+
+TEST_F(DecisionCardModelTest, ApproveAndApproveWithAutoEdit) {
+    Waiting plain = request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("x")}});
+    Waiting autoEdit = request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("y")}});
+    DecisionCardModel(actions, plain.id).approve();
+    EXPECT_EQ(decisionOf(plain), (QJsonObject{{text("behavior"), text("allow")}}));
+    DecisionCardModel(actions, autoEdit.id).approveAutoEdit();
+    EXPECT_EQ(decisionOf(autoEdit)[text("updatedPermissions")][0][text("mode")], text("acceptEdits"));
+}
+
+TEST_F(DecisionCardModelTest, TheLastAnsweredCardClosesTheIslandAQuarterSecondLater) {
+    Waiting first = request(AgentKind::claude, "s1", "Bash", bashInput);
+    Waiting second = request(AgentKind::codex, "s2", "Bash", bashInput);
+
+    DecisionCardModel(actions, first.id).allow();
+    EXPECT_TRUE(scheduled.empty()) << "a second session still waits, so the island stays";
+
+    DecisionCardModel(actions, second.id).deny();
+    ASSERT_EQ(scheduled.size(), 1u);
+    EXPECT_EQ(closes, 0) << "the close waits for its delay";
+    EXPECT_EQ(runScheduled(), std::vector<double>{0.25});
+    EXPECT_EQ(closes, 1);
+}
+
+TEST_F(DecisionCardModelTest, AButtonOnADecisionThatWentAwayDoesNothing) {
+    Waiting gone = request(AgentKind::claude, "s1", "Bash", bashInput);
+    Waiting stays = request(AgentKind::claude, "s2", "Bash", bashInput);
+    DecisionCardModel card(actions, gone.id);
+    store.dismiss(AgentSession::makeID(AgentKind::claude, text("s1")));
+    ASSERT_TRUE(gone.tool->reply().has_value()) << "hiding the session answers its tool";
+    EXPECT_FALSE(card.isPending());
+
+    for (auto press :
+         {&DecisionCardModel::allow, &DecisionCardModel::deny, &DecisionCardModel::alwaysAllow,
+          &DecisionCardModel::terminal, &DecisionCardModel::approve, &DecisionCardModel::approveAutoEdit}) {
+        (card.*press)();
+    }
+    card.keepPlanning();
+    card.keepPlanning(text("late"));
+    EXPECT_TRUE(scheduled.empty());
+    EXPECT_TRUE(stays.tool->stillWaiting()) << "another decision is never answered in its place";
+
+    DecisionCardModel never(actions, text("no-such-id"));
+    EXPECT_TRUE(never.kind().isEmpty());
+    never.allow();
+    EXPECT_TRUE(stays.tool->stillWaiting());
+}
