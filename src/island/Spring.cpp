@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace mirrowisp {
 
@@ -9,6 +10,18 @@ namespace {
 constexpr double step = 0.001;   // one millisecond
 constexpr double horizon = 10.0; // no spring of the island rings longer than this
 } // namespace
+
+double Spring::angularFrequency() const {
+    return 2 * std::numbers::pi / response;
+}
+
+double Spring::stiffness() const {
+    return angularFrequency() * angularFrequency();
+}
+
+double Spring::damping() const {
+    return 4 * std::numbers::pi * dampingFraction / response;
+}
 
 double Spring::value(double t) const {
     if (t <= 0 || response <= 0) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <numbers>
+// Kept free of <numbers>: moc reads this header through the animation object and cannot parse it.
 
 namespace mirrowisp {
 
@@ -12,9 +12,9 @@ struct Spring {
     double dampingFraction = 1.0;
     double delay = 0; // seconds before it starts
 
-    double stiffness() const { return angularFrequency() * angularFrequency(); }
-    double damping() const { return 4 * std::numbers::pi * dampingFraction / response; }
-    double angularFrequency() const { return 2 * std::numbers::pi / response; }
+    double stiffness() const;
+    double damping() const;
+    double angularFrequency() const;
 
     // Where the spring stands `t` seconds after it started (the delay not counted).
     double value(double t) const;
