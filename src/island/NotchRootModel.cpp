@@ -35,9 +35,11 @@ NotchRootModel::NotchRootModel(AppModel& app, NotchViewModel& model, const Clock
     });
     connect(&store, &AgentStore::hasUnseenFinishChanged, this, &NotchRootModel::scheduleRefresh);
     connect(&app_.prefs(), &Preferences::shelfEnabledChanged, this, &NotchRootModel::scheduleRefresh);
-    connect(&model_, &NotchViewModel::isOpenChanged, this, &NotchRootModel::scheduleRefresh);
-    connect(&model_, &NotchViewModel::isHoveringChanged, this, &NotchRootModel::scheduleRefresh);
-    connect(&model_, &NotchViewModel::notchSizeChanged, this, &NotchRootModel::scheduleRefresh);
+    // The island's own state changes one at a time and its size is hit-tested right after, so
+    // those are evaluated at once.
+    connect(&model_, &NotchViewModel::isOpenChanged, this, &NotchRootModel::refresh);
+    connect(&model_, &NotchViewModel::isHoveringChanged, this, &NotchRootModel::refresh);
+    connect(&model_, &NotchViewModel::notchSizeChanged, this, &NotchRootModel::refresh);
     connect(&model_, &NotchViewModel::notchSizeChanged, this, &NotchRootModel::layoutChanged);
     // Bubbles stand beside the island, so they follow both what is written and how wide it is.
     connect(&model_, &NotchViewModel::secondariesChanged, this, &NotchRootModel::updateBubbles);

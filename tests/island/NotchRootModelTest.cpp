@@ -175,7 +175,6 @@ TEST_F(NotchRootModelTest, BubblesVanishWhileOpenAndReturnOnlyWhenTheirKeysChang
 
     QSignalSpy writes(&model, &NotchViewModel::secondariesChanged);
     model.setIsOpen(true);
-    test::drainMainQueue();
     EXPECT_TRUE(writtenBubbles().isEmpty());
     EXPECT_TRUE(island.bubbles().isEmpty());
     app.setNowPlaying(track(false));
@@ -196,8 +195,7 @@ TEST_F(NotchRootModelTest, HoverGrowsTheClosedIslandAndMovesTheBubbles) {
     NotchRootModel& island = appear();
     EXPECT_EQ(model.closedSize(), QSizeF(268, 32));
     model.setIsHovering(true);
-    test::drainMainQueue();
-    EXPECT_EQ(model.closedSize(), QSizeF(180 + 88 + 18, 32 + 5));
+    EXPECT_EQ(model.closedSize(), QSizeF(180 + 88 + 18, 32 + 5)) << "at once, for hit testing";
     EXPECT_EQ(island.contentKind(), QStringLiteral("music"));
     model.setNotchSize({200, 30});
     test::drainMainQueue();
