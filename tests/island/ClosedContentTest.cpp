@@ -144,12 +144,3 @@ TEST_F(ClosedContentTest, BubblesStandBesideAgentsAndMeetingsOnlyForLiveThings) 
     EXPECT_TRUE(bubbleKeys(ClosedContent::music(track(true))).isEmpty());
     EXPECT_TRUE(bubbleKeys(ClosedContent()).isEmpty());
 }
-
-TEST(SecondaryActivity, KeysNameTheCaseAndForAgentsTheKindAndWhetherItWaits) {
-    EXPECT_EQ(SecondaryActivity::music().key(), QStringLiteral("music"));
-    EXPECT_EQ(SecondaryActivity::meeting().key(), QStringLiteral("meeting"));
-    EXPECT_EQ(SecondaryActivity::forAgent(AgentKind::opencode, true).key(),
-              QStringLiteral("agent-opencode-true"));
-    EXPECT_EQ(SecondaryActivity::forAgent(AgentKind::claude, false).key(),
-              QStringLiteral("agent-claude-false"));
-}

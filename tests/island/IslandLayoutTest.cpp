@@ -33,24 +33,10 @@ TEST(IslandLayout, ClosedSizeGrowsByBothWingsAndByTheHover) {
     EXPECT_EQ(IslandLayout::closedSize(transient(Transient::volume), notch, false), QSizeF(424, 32));
     EXPECT_EQ(IslandLayout::closedSize(ClosedContent::music(playing()), notch, true),
               QSizeF(180 + 88 + 18, 32 + 5));
+    EXPECT_EQ(IslandLayout::closedSize(transient(Transient::trialEnding), notch, false).width(), 424);
+    EXPECT_EQ(IslandLayout::closedSize(transient(Transient::battery), notch, false).width(), 268);
     EXPECT_EQ(IslandLayout::closedSize(ClosedContent(), notch, true), QSizeF(198, 37))
         << "an idle island still grows under the pointer";
-}
-
-TEST(IslandLayout, WingsAreWideOnlyForLevelsAndTheTrialNotice) {
-    for (Transient wide :
-         {Transient::volume, Transient::brightness, Transient::keyboardBrightness, Transient::trialEnding}) {
-        EXPECT_EQ(IslandLayout::wingWidth(transient(wide)), 118) << static_cast<int>(wide);
-    }
-    for (Transient narrow : {Transient::battery, Transient::bluetooth, Transient::calendar,
-                             Transient::agentDone, Transient::shelfAdded, Transient::updated}) {
-        EXPECT_EQ(IslandLayout::wingWidth(transient(narrow)), 40) << static_cast<int>(narrow);
-    }
-    EXPECT_EQ(
-        IslandLayout::wingWidth(ClosedContent::attention(QStringLiteral("claude:a"), AgentKind::claude)), 40);
-    EXPECT_EQ(IslandLayout::wingWidth(ClosedContent::working({AgentKind::claude}, 1)), 40);
-    EXPECT_EQ(IslandLayout::wingWidth(ClosedContent::meeting({})), 40);
-    EXPECT_EQ(IslandLayout::wingWidth(ClosedContent()), 0);
 }
 
 TEST(IslandLayout, OpeningTabFollowsTheContentThenAnUnseenFinish) {

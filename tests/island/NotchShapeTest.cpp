@@ -74,10 +74,7 @@ TEST(NotchShape, AZeroWidthRectGivesADegenerateClosedPath) {
     EXPECT_EQ(path.boundingRect().width(), 0);
 }
 
-TEST(NotchShape, RadiiByStateAndTheGlassFraction) {
-    EXPECT_EQ(NotchShape::radii(false, false), (NotchShape::Radii{6, 10}));
-    EXPECT_EQ(NotchShape::radii(false, true), (NotchShape::Radii{6, 13}));
-    EXPECT_EQ(NotchShape::radii(true, true), (NotchShape::Radii{14, 36}));
+TEST(NotchShape, GlassFractionFallsBackToWholeAndItsStopKeepsSomeGlass) {
     EXPECT_DOUBLE_EQ(IslandBackground::notchFraction(180, 668), 180.0 / 668);
     EXPECT_EQ(IslandBackground::notchFraction(180, 0), 1);
     EXPECT_EQ(IslandBackground::gradientStop(IslandBackground::notchFraction(180, 180)), 0.9);

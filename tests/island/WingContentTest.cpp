@@ -81,8 +81,6 @@ TEST(WingContent, AgentContentsShowMarksAStackAndACountOnlyWhenOneKindHidesSever
     EXPECT_EQ(wings.left.agents, QList<AgentKind>{AgentKind::codex});
     EXPECT_EQ(wings.right.symbol, QStringLiteral("hand.raised.fill"));
     EXPECT_EQ(wings.right.color, WingColors::orange());
-    EXPECT_EQ(wings.right.size, 12);
-    EXPECT_EQ(wings.right.weight, QStringLiteral("semibold"));
     EXPECT_TRUE(wings.right.wiggle);
     EXPECT_EQ(wings.right.identity, QStringLiteral("trail-attention-codex:x"));
 
@@ -100,25 +98,16 @@ TEST(WingContent, AgentContentsShowMarksAStackAndACountOnlyWhenOneKindHidesSever
         WingContent::make(ClosedContent::transient(TransientActivity::agentDone(AgentKind::amp, {}), 2), now);
     EXPECT_EQ(wings.left.agents, QList<AgentKind>{AgentKind::amp});
     EXPECT_EQ(wings.right.kind, Kind::successCheck);
-    EXPECT_EQ(wings.right.frame, QSizeF(16, 16));
     EXPECT_EQ(wings.right.color, QColor::fromRgbF(0.2f, 0.84f, 0.42f));
 }
 
-TEST(WingContent, LevelsShowABarAndMutedVolumeIsEmpty) {
+TEST(WingContent, MutedVolumeShowsAnEmptyBarAndNoLevelOverfillsIt) {
     WingContent wings = wingsOf(TransientActivity::levelChange(Transient::volume, 0.6, true));
     EXPECT_EQ(wings.left.symbol, QStringLiteral("speaker.slash"));
     EXPECT_EQ(wings.right.kind, Kind::levelBar);
     EXPECT_EQ(wings.right.level, 0);
-    EXPECT_EQ(wings.right.frame, QSizeF(78, 5));
-    wings = wingsOf(TransientActivity::levelChange(Transient::volume, 0.6, false));
-    EXPECT_EQ(wings.left.symbol, QStringLiteral("speaker.wave.3"));
-    EXPECT_EQ(wings.right.level, 0.6);
-    wings = wingsOf(TransientActivity::levelChange(Transient::brightness, 0.3));
-    EXPECT_EQ(wings.left.symbol, QStringLiteral("sun.max"));
-    EXPECT_EQ(wings.right.color, WingColors::yellow());
-    wings = wingsOf(TransientActivity::levelChange(Transient::keyboardBrightness, 1.4));
-    EXPECT_EQ(wings.left.symbol, QStringLiteral("light.max"));
-    EXPECT_EQ(wings.right.level, 1) << "a level never overfills its bar";
+    EXPECT_EQ(wingsOf(TransientActivity::levelChange(Transient::volume, 0.6, false)).right.level, 0.6);
+    EXPECT_EQ(wingsOf(TransientActivity::levelChange(Transient::keyboardBrightness, 1.4)).right.level, 1);
 }
 
 TEST(WingContent, BatteryTextIsGreenWhileChargingAndRedAtTwentyOrBelow) {
@@ -142,8 +131,6 @@ TEST(WingContent, BluetoothShowsARingWhenABatteryIsKnownElseACheck) {
     EXPECT_EQ(wings.left.kind, Kind::artwork);
     EXPECT_EQ(wings.left.symbol, QStringLiteral("airpodspro"));
     EXPECT_EQ(wings.right.symbol, QStringLiteral("checkmark"));
-    EXPECT_EQ(wings.right.weight, QStringLiteral("bold"));
-    EXPECT_EQ(wings.right.size, 11);
 
     device.batteryLeft = 70;
     device.batteryRight = 40;
@@ -158,39 +145,13 @@ TEST(WingContent, BluetoothShowsARingWhenABatteryIsKnownElseACheck) {
     EXPECT_EQ(WingContent::deviceSymbol(QStringLiteral("WH-1000")), QStringLiteral("headphones"));
 }
 
-TEST(WingContent, ShelfTrialAndUpdateNotices) {
-    TransientActivity shelf = ofCase(Transient::shelfAdded);
-    shelf.count = 3;
-    EXPECT_EQ(wingsOf(shelf).left.symbol, QStringLiteral("tray.and.arrow.down.fill"));
-    EXPECT_EQ(wingsOf(shelf).right.text, QStringLiteral("+3"));
-
-    TransientActivity trial = ofCase(Transient::trialEnding);
-    trial.count = 1;
-    EXPECT_EQ(wingsOf(trial).left.symbol, QStringLiteral("key.fill"));
-    EXPECT_EQ(wingsOf(trial).right.text, QStringLiteral("1 day left"));
-    EXPECT_EQ(wingsOf(trial).right.color, WingColors::yellow());
-    trial.count = 5;
-    EXPECT_EQ(wingsOf(trial).right.text, QStringLiteral("5 days left"));
-
-    TransientActivity updated = ofCase(Transient::updated);
-    updated.text = QStringLiteral("2.4.1");
-    EXPECT_EQ(wingsOf(updated).left.symbol, QStringLiteral("arrow.down.circle.fill"));
-    EXPECT_EQ(wingsOf(updated).right.text, QStringLiteral("2.4.1"));
-    EXPECT_EQ(wingsOf(updated).right.color, WingColors::green());
+TEST(WingContent, TrialNoticeSaysDayOrDays) {
+    EXPECT_EQ(WingContent::daysLeft(1), QStringLiteral("1 day left"));
+    EXPECT_EQ(WingContent::daysLeft(5), QStringLiteral("5 days left"));
+    EXPECT_EQ(WingContent::daysLeft(0), QStringLiteral("0 days left"));
 }
 
-TEST(WingContent, MusicAndNothingAndTheMapForTheViews) {
-    NowPlayingTrack track;
-    track.isPlaying = true;
-    const WingContent music = WingContent::make(ClosedContent::music(track), now);
-    EXPECT_EQ(music.left.kind, Kind::artwork);
-    EXPECT_EQ(music.right.kind, Kind::waveform);
-    EXPECT_TRUE(music.right.palette);
-
-    const WingContent none = WingContent::make(ClosedContent(), now);
-    EXPECT_EQ(none.left.kind, Kind::none);
-    EXPECT_EQ(none.right.identity, QStringLiteral("trail-none"));
-
+TEST(WingContent, TheMapForTheViewsCarriesKindIdentityAgentsAndBar) {
     const QVariantMap map =
         WingContent::make(ClosedContent::working({AgentKind::codex, AgentKind::claude}, 2), now)
             .left.toVariantMap();
@@ -198,7 +159,6 @@ TEST(WingContent, MusicAndNothingAndTheMapForTheViews) {
     EXPECT_EQ(map.value(QStringLiteral("identity")).toString(), QStringLiteral("lead-working-codexclaude-2"));
     EXPECT_EQ(map.value(QStringLiteral("agents")).toStringList(),
               (QStringList{QStringLiteral("codex"), QStringLiteral("claude")}));
-    EXPECT_EQ(map.value(QStringLiteral("agent")).toString(), QStringLiteral("codex"));
     const QVariantMap bar =
         wingsOf(TransientActivity::levelChange(Transient::brightness, 0.5)).right.toVariantMap();
     EXPECT_EQ(bar.value(QStringLiteral("kind")).toString(), QStringLiteral("levelBar"));
