@@ -7,6 +7,9 @@
 
 namespace mirrowisp {
 
+class ClosedContent;
+struct IslandInputs;
+
 // A bubble beside the closed island.
 struct SecondaryActivity {
     enum class Case { agent, music, meeting };
@@ -20,6 +23,10 @@ struct SecondaryActivity {
     static SecondaryActivity forAgent(AgentKind agent, bool needsUser) {
         return {Case::agent, agent, needsUser};
     }
+
+    // The bubbles beside `primary`: a live meeting, then playing music, when the wings show an
+    // agent; music beside a meeting; nothing otherwise. At most two, the first stands left.
+    static QList<SecondaryActivity> resolveAll(const IslandInputs& inputs, const ClosedContent& primary);
 
     // Stable identity of what the bubble shows: "music", "meeting", "agent-claude-true".
     QString key() const;

@@ -1,0 +1,248 @@
+#include "island/NotchRootModel.h"
+
+#include "app/AppModel.h"
+#include "app/Preferences.h"
+#include "base/UserDefaults.h"
+#include "island/NotchViewModel.h"
+#include "support/TestSupport.h"
+
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace mirrowisp;
+
+namespace {
+
+QString text(const char* s) {
+    return QString::fromUtf8(s);
+}
+
+// One island over a real application model; agent events arrive as the bridge delivers them.
+class NotchRootModelTest : public testing::Test {
+protected:
+    NotchRootModelTest()
+        : defaults(home.path() + QStringLiteral("/d.json")), prefs(defaults, login),
+          app(prefs, defaults, clock, noClaude()), model(1, {180, 32}, true) {}
+
+    ~NotchRootModelTest() override {
+        root.reset();
+        for (int fd : toolEnds) {
+            ::close(fd);
+        }
+    }
+
+    static ClaudeProbeRunner noClaude() {
+        return {[] { return std::optional<QString>(); },
+                [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }};
+    }
+
+    NotchRootModel& appear() {
+        root = std::make_unique<NotchRootModel>(app, model, clock);
+        return *root;
+    }
+
+    // Sends one hook event; the tool's end stays open, so a permission request keeps waiting.
+    void send(AgentKind agent, const char* event, const char* sessionID, QJsonObject extra = {}) {
+        clock.advance(1);
+        extra.insert(text("hook_event_name"), text(event));
+        extra.insert(text("session_id"), text(sessionID));
+        int fds[2];
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+        toolEnds.push_back(fds[1]);
+        app.route(BridgeConnection::make({QStringLiteral("r%1").arg(toolEnds.size()),
+                                          agent,
+                                          QJsonDocument(extra).toJson(QJsonDocument::Compact),
+                                          true,
+                                          {}},
+                                         fds[0]));
+        test::drainMainQueue();
+    }
+    void askPermission(AgentKind agent, const char* sessionID) {
+        send(agent, "PermissionRequest", sessionID,
+             {{text("tool_name"), text("Bash")},
+              {text("tool_input"), QJsonObject{{text("command"), text("make")}}}});
+    }
+
+    static NowPlayingTrack track(bool playing, const char* title = "Song") {
+        NowPlayingTrack t;
+        t.title = text(title);
+        t.isPlaying = playing;
+        return t;
+    }
+    CalendarItem meetingIn(double seconds) const {
+        return {text("ev1"), text("Planning"), clock.now() + seconds, clock.now() + 3600, {}};
+    }
+    QStringList writtenBubbles() const { return model.secondaryKeys(); }
+
+    test::TemporaryHome home;
+    UserDefaults defaults;
+    test::NoLaunchAtLogin login;
+    Preferences prefs;
+    test::ManualClock clock;
+    AppModel app;
+    NotchViewModel model;
+    std::unique_ptr<NotchRootModel> root;
+    std::vector<int> toolEnds;
+};
+
+} // namespace
+
+TEST_F(NotchRootModelTest, FirstAppearanceWritesSizeBubblesAndTabThenFollowsHoverAndNotch) {
+    app.setLiveEvent(meetingIn(600));
+    app.setNowPlaying(track(true));
+    NotchRootModel& island = appear();
+    EXPECT_EQ(island.contentKind(), QStringLiteral("meeting"));
+    EXPECT_EQ(island.animationKey(), QStringLiteral("meeting-ev1"));
+    EXPECT_EQ(island.wingWidth(), 40);
+    EXPECT_EQ(model.closedSize(), QSizeF(268, 32));
+    EXPECT_EQ(writtenBubbles(), QStringList{QStringLiteral("music")});
+    EXPECT_EQ(model.primaryTab(), NotchTab::home);
+    EXPECT_EQ(island.rightWing().value(QStringLiteral("text")).toString(), QStringLiteral("10m"));
+
+    model.setIsHovering(true);
+    EXPECT_EQ(model.closedSize(), QSizeF(268 + 18, 32 + 5)) << "at once, for hit testing";
+    model.setNotchSize({200, 30});
+    EXPECT_EQ(model.closedSize(), QSizeF(200 + 88 + 18, 35));
+    EXPECT_EQ(island.spacerWidth(), 188);
+}
+
+TEST_F(NotchRootModelTest, ATransientCoversAWaitingPermissionAndItComesBack) {
+    NotchRootModel& island = appear();
+    askPermission(AgentKind::claude, "s1");
+    EXPECT_EQ(island.contentKind(), QStringLiteral("attention"));
+    EXPECT_EQ(island.animationKey(), QStringLiteral("attention-claude:s1"));
+    EXPECT_EQ(model.primaryTab(), NotchTab::agents);
+    EXPECT_EQ(island.badges().value(QStringLiteral("agents")).toInt(), 1);
+    EXPECT_EQ(island.rightWing().value(QStringLiteral("symbol")).toString(),
+              QStringLiteral("hand.raised.fill"));
+
+    model.setAnimation(QStringLiteral("hover"));
+    QSignalSpy content(&island, &NotchRootModel::contentChanged);
+    app.flash(TransientActivity::levelChange(TransientActivity::Case::volume, 0.5), 1.6);
+    test::drainMainQueue();
+    EXPECT_EQ(island.contentKind(), QStringLiteral("transient"));
+    EXPECT_EQ(model.animation(), QStringLiteral("activity"));
+    EXPECT_EQ(model.closedSize(), QSizeF(424, 32));
+    EXPECT_EQ(model.primaryTab(), std::nullopt);
+    EXPECT_EQ(content.count(), 1);
+    app.agents().setHasUnseenFinish(true);
+    test::drainMainQueue();
+    EXPECT_EQ(model.primaryTab(), NotchTab::agents) << "an unseen finish points the opening at agents";
+
+    clock.advance(2);
+    app.expireTransient(clock.now());
+    test::drainMainQueue();
+    EXPECT_EQ(island.animationKey(), QStringLiteral("attention-claude:s1"));
+    EXPECT_EQ(model.closedSize(), QSizeF(268, 32));
+    EXPECT_EQ(model.primaryTab(), NotchTab::agents);
+}
+
+TEST_F(NotchRootModelTest, FollowsSessionsAsTheyComeChangeAndEnd) {
+    NotchRootModel& island = appear();
+    EXPECT_EQ(island.contentKind(), QStringLiteral("none"));
+    EXPECT_EQ(model.closedSize(), QSizeF(180, 32));
+
+    send(AgentKind::claude, "UserPromptSubmit", "a");
+    EXPECT_EQ(island.animationKey(), QStringLiteral("working-claude-1"));
+    send(AgentKind::claude, "UserPromptSubmit", "b");
+    EXPECT_EQ(island.animationKey(), QStringLiteral("working-claude-2"));
+    EXPECT_EQ(island.rightWing().value(QStringLiteral("text")).toString(), QStringLiteral("2"));
+    send(AgentKind::codex, "UserPromptSubmit", "c");
+    EXPECT_EQ(island.animationKey(), QStringLiteral("working-codexclaude-3"));
+    send(AgentKind::claude, "PreToolUse", "a", {{text("tool_name"), text("Read")}});
+    EXPECT_EQ(island.animationKey(), QStringLiteral("working-claudecodex-3"))
+        << "the session that moved last leads";
+
+    send(AgentKind::codex, "SessionEnd", "c");
+    send(AgentKind::claude, "SessionEnd", "b");
+    EXPECT_EQ(island.animationKey(), QStringLiteral("working-claude-1"));
+    send(AgentKind::claude, "SessionEnd", "a");
+    EXPECT_EQ(island.contentKind(), QStringLiteral("none"));
+    EXPECT_EQ(model.closedSize(), QSizeF(180, 32));
+}
+
+TEST_F(NotchRootModelTest, BubblesVanishWhileOpenAndReturnOnlyWhenTheirKeysChange) {
+    app.setLiveEvent(meetingIn(-60));
+    app.setNowPlaying(track(true));
+    NotchRootModel& island = appear();
+    send(AgentKind::claude, "UserPromptSubmit", "a");
+    EXPECT_EQ(island.contentKind(), QStringLiteral("working"));
+    EXPECT_EQ(writtenBubbles(), (QStringList{QStringLiteral("meeting"), QStringLiteral("music")}));
+    const QVariantList bubbles = island.bubbles();
+    ASSERT_EQ(bubbles.size(), 2);
+    const QVariantMap left = bubbles[0].toMap();
+    EXPECT_EQ(left.value(QStringLiteral("identity")).toString(), QStringLiteral("left-meeting"));
+    EXPECT_EQ(left.value(QStringLiteral("side")).toString(), QStringLiteral("left"));
+    EXPECT_EQ(left.value(QStringLiteral("x")).toDouble(), -134 - 6 - 30);
+    EXPECT_EQ(bubbles[1].toMap().value(QStringLiteral("x")).toDouble(), 134 + 6);
+
+    QSignalSpy writes(&model, &NotchViewModel::secondariesChanged);
+    model.setIsOpen(true);
+    EXPECT_TRUE(writtenBubbles().isEmpty());
+    EXPECT_TRUE(island.bubbles().isEmpty());
+    app.setNowPlaying(track(false));
+    test::drainMainQueue();
+    EXPECT_EQ(writes.count(), 1) << "while open the list stays empty";
+
+    model.setIsOpen(false);
+    test::drainMainQueue();
+    EXPECT_EQ(writtenBubbles(), QStringList{QStringLiteral("meeting")});
+    EXPECT_EQ(writes.count(), 2);
+    app.setLiveEvent(meetingIn(-30)); // the same meeting, moved
+    send(AgentKind::codex, "UserPromptSubmit", "b");
+    EXPECT_EQ(writes.count(), 2) << "same keys, no write";
+}
+
+TEST_F(NotchRootModelTest, AMeetingTurnsHomeToTheCalendarAndCountsDownWithoutWakingAnIdleIsland) {
+    prefs.setHomeWidgetSelection(text("reminders"));
+    NotchRootModel& island = appear();
+    EXPECT_FALSE(island.isLabelRefreshArmed()) << "an idle island keeps no timer";
+
+    app.setLiveEvent(meetingIn(90));
+    test::drainMainQueue();
+    EXPECT_EQ(prefs.homeWidgetSelection(), text("calendar"));
+    EXPECT_EQ(model.primaryTab(), NotchTab::home);
+    EXPECT_EQ(island.rightWing().value(QStringLiteral("text")).toString(), QStringLiteral("2m"));
+    EXPECT_TRUE(island.isLabelRefreshArmed());
+
+    QSignalSpy wings(&island, &NotchRootModel::wingsChanged);
+    clock.advance(45);
+    island.refresh();
+    EXPECT_EQ(island.rightWing().value(QStringLiteral("text")).toString(), QStringLiteral("1m"));
+    EXPECT_EQ(wings.count(), 1);
+    clock.advance(10);
+    island.refresh();
+    EXPECT_EQ(wings.count(), 1) << "the same label does not redraw";
+    clock.advance(60);
+    island.refresh();
+    EXPECT_EQ(island.rightWing().value(QStringLiteral("text")).toString(), QStringLiteral("now"));
+    EXPECT_FALSE(island.isLabelRefreshArmed()) << "a started meeting has nothing left to count";
+
+    app.setLiveEvent(std::nullopt);
+    test::drainMainQueue();
+    EXPECT_EQ(island.contentKind(), QStringLiteral("none"));
+    EXPECT_EQ(prefs.homeWidgetSelection(), text("calendar"));
+}
+
+TEST_F(NotchRootModelTest, TabsFollowTheShelfSettingAndBadgesCountWaitingDecisions) {
+    prefs.setShelfEnabled(false);
+    NotchRootModel& island = appear();
+    EXPECT_EQ(island.tabs(), (QStringList{QStringLiteral("home"), QStringLiteral("agents")}));
+    QSignalSpy tabs(&island, &NotchRootModel::tabsChanged);
+    prefs.setShelfEnabled(true);
+    test::drainMainQueue();
+    EXPECT_EQ(island.tabs(),
+              (QStringList{QStringLiteral("home"), QStringLiteral("agents"), QStringLiteral("shelf")}));
+    EXPECT_EQ(tabs.count(), 1);
+
+    askPermission(AgentKind::claude, "s1");
+    askPermission(AgentKind::claude, "s1");
+    askPermission(AgentKind::codex, "s2");
+    EXPECT_EQ(island.badges().value(QStringLiteral("agents")).toInt(), 3);
+    EXPECT_EQ(island.badges().value(QStringLiteral("home")).toInt(), 0);
+    island.setShelfCount(2);
+    EXPECT_EQ(island.badges().value(QStringLiteral("shelf")).toInt(), 2);
+}
