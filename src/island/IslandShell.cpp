@@ -16,6 +16,7 @@
 #include "island/NotchManager.h"
 #include "island/NotchRootModel.h"
 #include "island/NotchShapeItem.h"
+#include "island/NotchViewModel.h"
 #include "island/NotchWindowController.h"
 #include "island/QtScreenSource.h"
 #include "island/TimerDelayedTasks.h"
@@ -147,10 +148,7 @@ void IslandShell::start() {
     connect(monitor_.get(), &XInputPointerMonitor::leftDragged, this,
             [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDragged), at); });
     connect(keys_.get(), &X11KeyGrab::pressed, this, &IslandShell::permissionKey);
-    for (auto changed : {&QAbstractItemModel::modelReset, &QAbstractItemModel::rowsInserted,
-                         &QAbstractItemModel::rowsRemoved}) {
-        connect(agents_.get(), changed, this, &IslandShell::updateKeyGrab);
-    }
+    connect(agents_.get(), &QAbstractItemModel::modelReset, this, &IslandShell::updateKeyGrab);
     connect(agents_.get(), &QAbstractItemModel::dataChanged, this, &IslandShell::updateKeyGrab);
 
     manager_->start();

@@ -64,6 +64,9 @@ void NotchShapeItem::paint(QPainter* painter) {
     underlay.setColorAt((1 + stop) / 2, Qt::black);
     underlay.setColorAt(1, Qt::transparent);
     painter->fillPath(outline, underlay);
+    // No blur behind windows on X11: a dark, mostly opaque material keeps the panel's text readable
+    // over any desktop, and the black tint goes over it as it would over a blurred backdrop.
+    painter->fillPath(outline, QColor(28, 28, 30, 200));
     QColor tint(Qt::black);
     tint.setAlphaF(static_cast<float>(glassTintOpacity));
     painter->fillPath(outline, tint);

@@ -26,7 +26,7 @@ Rectangle {
             Text {
                 text: notice.title
                 color: "white"
-                font.pixelSize: 12.5
+                font.pixelSize: 13
                 font.weight: Font.DemiBold
             }
         }
@@ -34,7 +34,7 @@ Rectangle {
             width: parent.width
             text: notice.text
             color: Qt.rgba(1, 1, 1, 0.7)
-            font.pixelSize: 11.5
+            font.pixelSize: 12
             wrapMode: Text.Wrap
         }
     }

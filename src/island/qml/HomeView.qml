@@ -38,7 +38,6 @@ Item {
             text: Qt.formatTime(home.now, "hh:mm")
             color: Qt.rgba(1, 1, 1, 0.7)
             font.pixelSize: 13
-            font.features: { "tnum": 1 }
         }
     }
 
@@ -63,7 +62,7 @@ Item {
                 Text {
                     text: agents.summary
                     color: "white"
-                    font.pixelSize: 12.5
+                    font.pixelSize: 13
                     font.weight: Font.DemiBold
                     elide: Text.ElideRight
                     width: summary.width - 60

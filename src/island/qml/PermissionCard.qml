@@ -35,7 +35,7 @@ CardFrame {
                 width: parent.width - 16
                 text: permission.actions ? permission.actions.detail : ""
                 color: Qt.rgba(1, 1, 1, 0.8)
-                font.pixelSize: 11.5
+                font.pixelSize: 12
                 font.family: "monospace"
                 wrapMode: Text.WrapAnywhere
                 maximumLineCount: 8

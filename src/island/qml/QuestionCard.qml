@@ -27,7 +27,7 @@ CardFrame {
                     visible: text !== ""
                     text: questionView.modelData.header
                     color: Qt.rgba(1, 1, 1, 0.5)
-                    font.pixelSize: 10.5
+                    font.pixelSize: 11
                     font.weight: Font.DemiBold
                     font.capitalization: Font.AllUppercase
                 }
@@ -35,7 +35,7 @@ CardFrame {
                     width: parent.width
                     text: questionView.modelData.text
                     color: "white"
-                    font.pixelSize: 12.5
+                    font.pixelSize: 13
                     wrapMode: Text.Wrap
                 }
                 FlowOptions {

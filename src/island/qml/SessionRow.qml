@@ -79,7 +79,7 @@ Rectangle {
             width: parent.width
             text: row.activity
             color: Qt.rgba(1, 1, 1, 0.7)
-            font.pixelSize: 11.5
+            font.pixelSize: 12
             elide: Text.ElideRight
             maximumLineCount: 1
         }
@@ -116,15 +116,14 @@ Rectangle {
             Text {
                 text: row.subagents
                 color: Qt.rgba(1, 1, 1, 0.6)
-                font.pixelSize: 10.5
-                font.features: { "tnum": 1 }
+                font.pixelSize: 11
             }
         }
         Text {
             anchors.verticalCenter: parent.verticalCenter
             text: row.age
             color: Qt.rgba(1, 1, 1, 0.45)
-            font.pixelSize: 10.5
+            font.pixelSize: 11
         }
         Item {
             width: 18

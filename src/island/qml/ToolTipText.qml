@@ -18,7 +18,7 @@ Rectangle {
         anchors.centerIn: parent
         text: tip.text
         color: "white"
-        font.pixelSize: 10.5
+        font.pixelSize: 11
     }
     Timer {
         interval: 600

@@ -23,7 +23,7 @@ Row {
                 anchors.verticalCenter: parent.verticalCenter
                 text: agentRow.modelData.emptyText
                 color: Qt.rgba(1, 1, 1, 0.5)
-                font.pixelSize: 10.5
+                font.pixelSize: 11
             }
             Repeater {
                 model: agentRow.modelData.meters
@@ -37,14 +37,13 @@ Row {
                         Text {
                             text: meter.modelData.label
                             color: Qt.rgba(1, 1, 1, 0.6)
-                            font.pixelSize: 9.5
+                            font.pixelSize: 10
                         }
                         Text {
                             text: meter.modelData.value
                             color: "white"
-                            font.pixelSize: 9.5
+                            font.pixelSize: 10
                             font.weight: Font.DemiBold
-                            font.features: { "tnum": 1 }
                         }
                     }
                     LevelBar {

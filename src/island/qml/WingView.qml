@@ -114,7 +114,6 @@ Item {
                 color: "white"
                 font.pixelSize: wingView.wing.size || 11
                 font.weight: Font.DemiBold
-                font.features: { "tnum": 1 }
                 anchors.verticalCenter: parent.verticalCenter
             }
             ActivityGrid { running: wingView.visible && !wingView.collapsed; anchors.verticalCenter: parent.verticalCenter }
@@ -129,9 +128,8 @@ Item {
         Text {
             text: wingView.wing.text || ""
             color: wingView.wing.color || "white"
-            font.pixelSize: 11.5
+            font.pixelSize: 12
             font.weight: Font.DemiBold
-            font.features: { "tnum": 1 }
         }
     }
     Component {
