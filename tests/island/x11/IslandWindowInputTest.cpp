@@ -1,0 +1,130 @@
+// Where clicks on the island's panel land under a real X server, window manager and compositor:
+// on the island inside its input region, on the window beneath everywhere else.
+#include "TestIsland.h"
+#include "X11Desktop.h"
+
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+using namespace mirrowisp::test;
+
+namespace {
+
+class IslandWindowInputTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(desktop.ready());
+        ASSERT_FALSE(island.loadErrors.has_value())
+            << island.loadErrors->join(QLatin1Char('\n')).toStdString();
+        // An ordinary window filling the space under the panel, like a terminal the user works in.
+        const auto opened = desktop.openWindow(QRect(100, 0, 1700, 1000));
+        ASSERT_TRUE(opened.has_value());
+        beneath = *opened;
+        QObject::connect(island.window.get(), &IslandWindow::pointerPressed,
+                         [this](QPoint global, Qt::MouseButton) { islandPresses.push_back(global); });
+    }
+
+    // Clicks at `global` and says who got it: the island, the window beneath, or neither in time.
+    enum class Receiver { island, beneath, nobody };
+    Receiver clickAt(QPoint global) {
+        const int before = island.presses();
+        if (!test::clickAt(global)) {
+            return Receiver::nobody;
+        }
+        Receiver receiver = Receiver::nobody;
+        waitUntil([&] {
+            if (island.presses() > before) {
+                receiver = Receiver::island;
+            } else if (!desktop.takePresses(beneath).empty()) {
+                receiver = Receiver::beneath;
+            }
+            return receiver != Receiver::nobody;
+        });
+        return receiver;
+    }
+
+    static QRect global(QRect local) { return local.translated(islandFrame.topLeft()); }
+
+    X11Desktop desktop;
+    TestIsland island;
+    xcb_window_t beneath = XCB_WINDOW_NONE;
+    std::vector<QPoint> islandPresses;
+};
+
+TEST_F(IslandWindowInputTest, ClickInsideTheRegionReachesTheIslandAtItsPosition) {
+    island.window->setInputRegion(global(pillRect));
+    ASSERT_TRUE(island.showOn(desktop));
+
+    const QPoint target = global(pillRect).center();
+    EXPECT_EQ(clickAt(target), Receiver::island);
+    EXPECT_EQ(island.lastPress(), target - islandFrame.topLeft());
+    ASSERT_EQ(islandPresses.size(), 1u);
+    EXPECT_EQ(islandPresses.front(), target);
+}
+
+TEST_F(IslandWindowInputTest, ClickOutsideTheRegionButInsideThePanelReachesTheWindowBeneath) {
+    island.window->setInputRegion(global(pillRect));
+    ASSERT_TRUE(island.showOn(desktop));
+
+    EXPECT_EQ(clickAt(islandFrame.topLeft() + QPoint(100, 300)), Receiver::beneath);
+    EXPECT_EQ(clickAt(global(pillRect).bottomRight() + QPoint(1, 1)), Receiver::beneath);
+    EXPECT_EQ(island.presses(), 0);
+    EXPECT_TRUE(islandPresses.empty());
+}
+
+TEST_F(IslandWindowInputTest, ChangingTheRegionMovesWhereClicksLand) {
+    const QRect top = global(pillRect);
+    const QRect lower = global(QRect(100, 300, 300, 150));
+    island.window->setInputRegion(top);
+    ASSERT_TRUE(island.showOn(desktop));
+    EXPECT_EQ(clickAt(lower.center()), Receiver::beneath);
+
+    island.window->setInputRegion(lower);
+    EXPECT_EQ(clickAt(lower.center()), Receiver::island);
+    EXPECT_EQ(clickAt(top.center()), Receiver::beneath);
+
+    // Two separate rectangles both take clicks; the panel between them does not.
+    island.window->setInputRegion(QRegion(top) + QRegion(lower));
+    EXPECT_EQ(clickAt(top.center()), Receiver::island);
+    EXPECT_EQ(clickAt(lower.center()), Receiver::island);
+    EXPECT_EQ(clickAt(QPoint(top.center().x(), 250)), Receiver::beneath);
+}
+
+TEST_F(IslandWindowInputTest, AnEmptyRegionLetsEveryClickThrough) {
+    ASSERT_TRUE(island.showOn(desktop));
+    EXPECT_EQ(clickAt(global(pillRect).center()), Receiver::beneath);
+    EXPECT_EQ(clickAt(islandFrame.center()), Receiver::beneath);
+
+    island.window->setInputRegion(global(pillRect));
+    EXPECT_EQ(clickAt(global(pillRect).center()), Receiver::island);
+    island.window->setInputRegion({});
+    EXPECT_EQ(clickAt(global(pillRect).center()), Receiver::beneath);
+}
+
+TEST_F(IslandWindowInputTest, TheRegionSetBeforeShowingHoldsAfterTheWindowIsShownAgain) {
+    island.window->setInputRegion(global(pillRect));
+    ASSERT_TRUE(island.showOn(desktop));
+    island.window->hide();
+    ASSERT_TRUE(waitUntil([&] { return !desktop.managed(island.id()); }));
+    ASSERT_TRUE(island.showOn(desktop));
+
+    EXPECT_EQ(clickAt(global(pillRect).center()), Receiver::island);
+    EXPECT_EQ(clickAt(islandFrame.topLeft() + QPoint(100, 300)), Receiver::beneath);
+}
+
+TEST_F(IslandWindowInputTest, TheRegionFollowsThePanelWhenItsFrameChanges) {
+    island.window->setInputRegion(global(pillRect));
+    ASSERT_TRUE(island.showOn(desktop));
+
+    // The panel moves 200 to the right while the region stays where it is on the screen: a shape
+    // left in the panel's old coordinates would now sit 200 to the right of it.
+    const QRect moved = islandFrame.translated(200, 0);
+    island.window->setFrame(moved);
+    ASSERT_TRUE(desktop.settle());
+    const QRect region = global(pillRect);
+    EXPECT_EQ(clickAt(region.topRight() + QPoint(100, 20)), Receiver::beneath);
+    EXPECT_EQ(clickAt(region.topLeft() + QPoint(5, 20)), Receiver::island);
+    EXPECT_EQ(island.lastPress(), region.topLeft() + QPoint(5, 20) - moved.topLeft());
+}
+
+} // namespace

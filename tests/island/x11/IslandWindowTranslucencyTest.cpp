@@ -1,0 +1,46 @@
+// The panel is see-through around what the view draws, under a compositing manager. The screenshot
+// is kept beside the test program (screenshots/island-translucency.png) for a person to look at.
+#include "TestIsland.h"
+#include "X11Desktop.h"
+
+#include <QImage>
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+using namespace mirrowisp::test;
+
+namespace {
+
+bool near(QRgb pixel, QRgb wanted) {
+    return std::abs(qRed(pixel) - qRed(wanted)) < 24 && std::abs(qGreen(pixel) - qGreen(wanted)) < 24 &&
+           std::abs(qBlue(pixel) - qBlue(wanted)) < 24;
+}
+
+TEST(IslandWindowTranslucencyTest, ShowsTheDesktopAroundTheDrawnShape) {
+    X11Desktop desktop;
+    ASSERT_TRUE(desktop.ready());
+    constexpr QRgb green = 0x30a050;
+    ASSERT_TRUE(desktop.openWindow(QRect(100, 0, 1700, 1000), green).has_value());
+    TestIsland island;
+    ASSERT_FALSE(island.loadErrors.has_value());
+    ASSERT_TRUE(island.showOn(desktop));
+
+    const QString path = screenshotPath(QStringLiteral("island-translucency.png"));
+    const QPoint pill = pillRect.translated(islandFrame.topLeft()).center();
+    // A point of the panel far from anything the view draws.
+    const QPoint clear = islandFrame.topLeft() + QPoint(60, 400);
+    QImage shot;
+    // The compositor paints on its own schedule: grab until the pill is on screen.
+    const bool painted = waitUntil(
+        [&] {
+            shot = grabScreen(path) ? QImage(path) : QImage();
+            return !shot.isNull() && near(shot.pixel(pill), 0xff0000);
+        },
+        20000);
+    ASSERT_TRUE(painted) << "no red pill in " << path.toStdString();
+    EXPECT_TRUE(near(shot.pixel(clear), green)) << std::hex << shot.pixel(clear);
+    EXPECT_TRUE(near(shot.pixel(islandFrame.topLeft() + QPoint(5, 5)), green));
+    EXPECT_TRUE(near(shot.pixel(islandFrame.bottomRight() - QPoint(5, 5)), green));
+}
+
+} // namespace
