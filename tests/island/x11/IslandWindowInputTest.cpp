@@ -4,6 +4,7 @@
 #include "X11Desktop.h"
 
 #include <gtest/gtest.h>
+#include <xcb/shape.h>
 
 using namespace mirrowisp;
 using namespace mirrowisp::test;
@@ -125,6 +126,68 @@ TEST_F(IslandWindowInputTest, TheRegionFollowsThePanelWhenItsFrameChanges) {
     EXPECT_EQ(clickAt(region.topRight() + QPoint(100, 20)), Receiver::beneath);
     EXPECT_EQ(clickAt(region.topLeft() + QPoint(5, 20)), Receiver::island);
     EXPECT_EQ(island.lastPress(), region.topLeft() + QPoint(5, 20) - moved.topLeft());
+}
+
+TEST_F(IslandWindowInputTest, ReportsThePointerItGetsInGlobalCoordinates) {
+    // Where no global monitor works these are all the controller hears, so they must be right.
+    std::vector<QPoint> moves;
+    int leaves = 0;
+    QObject::connect(island.window.get(), &IslandWindow::pointerMoved, [&](QPoint p) { moves.push_back(p); });
+    QObject::connect(island.window.get(), &IslandWindow::pointerLeft, [&] { ++leaves; });
+    island.window->setInputRegion(global(pillRect));
+    ASSERT_TRUE(moveTo(islandFrame.topLeft() + QPoint(50, 300)));
+    ASSERT_TRUE(island.showOn(desktop));
+
+    const QPoint inside = global(pillRect).center();
+    ASSERT_TRUE(moveTo(inside));
+    EXPECT_TRUE(waitUntil([&] { return !moves.empty() && moves.back() == inside; }));
+    ASSERT_TRUE(moveTo(inside + QPoint(40, 6)));
+    EXPECT_TRUE(waitUntil([&] { return moves.back() == inside + QPoint(40, 6); }));
+    EXPECT_EQ(leaves, 0);
+
+    // Leaving the region is leaving the window, though the pointer is still inside the panel.
+    ASSERT_TRUE(moveTo(islandFrame.topLeft() + QPoint(50, 300)));
+    EXPECT_TRUE(waitUntil([&] { return leaves == 1; }));
+}
+
+TEST_F(IslandWindowInputTest, WritesTheShapeOnlyWhenTheRegionChanges) {
+    island.window->setInputRegion(global(pillRect));
+    ASSERT_TRUE(island.showOn(desktop));
+    xcb_connection_t* connection = desktop.connection();
+    const uint8_t shapeNotify =
+        xcb_get_extension_data(connection, &xcb_shape_id)->first_event + XCB_SHAPE_NOTIFY;
+    xcb_shape_select_input(connection, island.id(), 1);
+    const XcbReply<xcb_get_input_focus_reply_t> roundTrip(
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+
+    // The server tells every shape request it carries out, with the new shape's extents.
+    std::vector<QRect> notified;
+    const auto collect = [&] {
+        while (xcb_generic_event_t* raw = xcb_poll_for_event(connection)) {
+            const XcbReply<xcb_generic_event_t> event(raw);
+            const auto* shape = reinterpret_cast<const xcb_shape_notify_event_t*>(event.get());
+            if ((event->response_type & 0x7f) == shapeNotify && shape->shape_kind == XCB_SHAPE_SK_INPUT &&
+                shape->affected_window == island.id()) {
+                notified.push_back(
+                    QRect(shape->extents_x, shape->extents_y, shape->extents_width, shape->extents_height));
+            }
+        }
+    };
+
+    const QRect lower(100, 300, 300, 150);
+    island.window->setInputRegion(global(pillRect));
+    island.window->setInputRegion(global(lower));
+    island.window->setInputRegion(global(lower));
+    island.window->setInputRegion(global(lower));
+    island.window->setInputRegion(global(pillRect));
+    island.window->setInputRegion({});
+    island.window->setInputRegion({});
+    ASSERT_TRUE(waitUntil([&] {
+        collect();
+        return !notified.empty() && notified.back().isEmpty();
+    }));
+    // Requests from one client are carried out in order: nothing repeated can still be on its way.
+    EXPECT_EQ(notified, (std::vector<QRect>{lower, pillRect, QRect()}));
 }
 
 } // namespace
