@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "island/X11PanelHints.h"
+#include "island/XcbReply.h"
 
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -22,6 +23,12 @@ xcb_connection_t* xcbConnection() {
 
 xcb_window_t rootWindow(xcb_connection_t* connection) {
     return xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+}
+
+xcb_window_t inputFocus(xcb_connection_t* connection) {
+    const XcbReply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    return focus ? focus->focus : xcb_window_t{XCB_WINDOW_NONE};
 }
 
 // The shape is set in device pixels; a rectangle that falls between pixels keeps them all.
@@ -104,7 +111,16 @@ void IslandWindow::hide() {
 }
 
 bool IslandWindow::hasKeyboardFocus() const {
-    return isActive();
+    if (!isVisible()) {
+        return false;
+    }
+    xcb_connection_t* connection = xcbConnection();
+    if (connection == nullptr || handle() == nullptr) {
+        return isActive();
+    }
+    // Asked of the server: the toolkit waits a moment for a focus that might come back before it
+    // calls a window inactive, and sees a new focus only once its event has been read.
+    return inputFocus(connection) == static_cast<xcb_window_t>(winId());
 }
 
 void IslandWindow::requestKeyboardFocus() {
@@ -127,8 +143,7 @@ void IslandWindow::requestKeyboardFocus() {
 }
 
 void IslandWindow::releaseKeyboardFocus() {
-    const bool active = isActive();
-    if (!wantsKeyboard_ && !active) {
+    if (!wantsKeyboard_ && !isActive()) {
         return;
     }
     wantsKeyboard_ = false;
@@ -138,8 +153,13 @@ void IslandWindow::releaseKeyboardFocus() {
     if (connection == nullptr || handle() == nullptr) {
         return;
     }
-    X11PanelHints::setAcceptsFocus(connection, static_cast<xcb_window_t>(winId()), false);
-    if (!active) {
+    // The field gives up its focus too: no cursor blinks where typing no longer goes.
+    if (QQuickItem* item = activeFocusItem(); item != nullptr && item != contentItem()) {
+        item->setFocus(false);
+    }
+    const auto window = static_cast<xcb_window_t>(winId());
+    X11PanelHints::setAcceptsFocus(connection, window, false);
+    if (inputFocus(connection) != window) {
         return;
     }
     if (previous != XCB_WINDOW_NONE) {
@@ -199,7 +219,12 @@ bool IslandWindow::event(QEvent* event) {
     default:
         break;
     }
-    return QQuickView::event(event);
+    const bool handled = QQuickView::event(event);
+    if (event->type() == QEvent::MouseButtonPress) {
+        // A press on a field that already had the focus changes no focus item, yet asks for the keyboard.
+        onActiveFocusItemChanged();
+    }
+    return handled;
 }
 
 void IslandWindow::prepareNativeWindow() {
@@ -229,7 +254,8 @@ void IslandWindow::applyInputShape() {
 
 void IslandWindow::onActiveFocusItemChanged() {
     const QQuickItem* item = activeFocusItem();
-    if (item != nullptr && item->flags().testFlag(QQuickItem::ItemAcceptsInputMethod) && !isActive()) {
+    if (item != nullptr && item->flags().testFlag(QQuickItem::ItemAcceptsInputMethod) &&
+        !hasKeyboardFocus()) {
         requestKeyboardFocus();
     }
 }
