@@ -129,6 +129,15 @@ TEST_F(IslandWindowManagerTest, ATextFieldTakesTheKeyboardAndGivesItBack) {
     island.window->releaseKeyboardFocus();
     EXPECT_TRUE(waitUntil([&] { return desktop.activeWindow() == terminal && inputFocus() == terminal; }));
     EXPECT_TRUE(waitUntil([&] { return !island.window->hasKeyboardFocus(); }));
+
+    // The field asks again when clicked again.
+    ASSERT_TRUE(clickAt(fieldRect.translated(islandFrame.topLeft()).center()));
+    ASSERT_TRUE(waitUntil([&] { return island.window->hasKeyboardFocus(); }));
+    // Two quick clicks on the field select a word; End puts the cursor back after the text.
+    ASSERT_TRUE(
+        xdotool({QStringLiteral("key"), QStringLiteral("End"), QStringLiteral("type"), QStringLiteral("!")}));
+    EXPECT_TRUE(waitUntil([&] { return island.typed() == QStringLiteral("allow once!"); }))
+        << island.typed().toStdString();
 }
 
 TEST_F(IslandWindowManagerTest, ClickingAnotherWindowTakesTheKeyboardBack) {
@@ -150,6 +159,23 @@ TEST_F(IslandWindowManagerTest, ClickingAnotherWindowTakesTheKeyboardBack) {
     ASSERT_TRUE(waitUntil([&] { return island.presses() == 1; }));
     ASSERT_TRUE(desktop.settle());
     EXPECT_EQ(inputFocus(), terminal);
+}
+
+TEST_F(IslandWindowManagerTest, HidingWhileTypingGivesTheKeyboardBack) {
+    const xcb_window_t terminal = focusedTerminal();
+    ASSERT_NE(terminal, XCB_WINDOW_NONE);
+    ASSERT_TRUE(island.showOn(desktop));
+    island.window->requestKeyboardFocus();
+    ASSERT_TRUE(waitUntil([&] { return inputFocus() == island.id(); }));
+
+    island.window->hide();
+    EXPECT_TRUE(waitUntil([&] { return desktop.activeWindow() == terminal && inputFocus() == terminal; }));
+    EXPECT_FALSE(island.window->hasKeyboardFocus());
+
+    // Shown again, it leaves the keyboard alone as before.
+    ASSERT_TRUE(island.showOn(desktop));
+    EXPECT_EQ(inputFocus(), terminal);
+    EXPECT_FALSE(island.window->hasKeyboardFocus());
 }
 
 } // namespace
