@@ -75,6 +75,16 @@ bool XInputPointerMonitor::open(const QString& display) {
         return false;
     }
 
+    // XWayland (21.1 and later) names itself through an extension of its own.
+    static constexpr char xwaylandExtension[] = "XWAYLAND";
+    const XcbReply<xcb_query_extension_reply_t> xwayland(xcb_query_extension_reply(
+        connection_, xcb_query_extension(connection_, sizeof(xwaylandExtension) - 1, xwaylandExtension),
+        nullptr));
+    xwayland_ = xwayland && xwayland->present != 0;
+    if (xwayland_) {
+        logLine(QStringLiteral("Mirrowisp: XWayland reports the pointer over the app's own windows only"));
+    }
+
     struct {
         xcb_input_event_mask_t head;
         uint32_t bits;

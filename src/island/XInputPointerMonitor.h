@@ -13,9 +13,11 @@ namespace mirrowisp {
 // The pointer anywhere on the screen, over any client's window: XInput 2 raw motion and button events
 // selected on the root window over a connection of its own. Raw events carry no position, so after
 // each burst the pointer is queried once and the signals carry that position, in Qt's global
-// coordinates. Where XInput 2 is missing or the display cannot be reached (XWayland only reports the
-// pointer over the app's own windows) `isAvailable()` is false and nothing is emitted: the island
-// window's own pointer signals are then all there is.
+// coordinates: a press read in the same burst as later motion reports where the pointer is now.
+// Raw events come from devices only, so a pointer warped by a program (XWarpPointer) goes unseen
+// until it moves again. Where XInput 2 is missing or the display cannot be reached `isAvailable()`
+// is false and nothing is emitted; under XWayland raw events only cover the app's own windows. The
+// island window's own pointer signals are then what the controller has.
 class XInputPointerMonitor final : public QObject {
     Q_OBJECT
 public:
@@ -26,6 +28,9 @@ public:
     XInputPointerMonitor& operator=(const XInputPointerMonitor&) = delete;
 
     bool isAvailable() const { return connection_ != nullptr; }
+    // Whether the server reports the pointer over every window: false under XWayland, where the
+    // compositor shows X clients the pointer only over their own windows.
+    bool coversWholeScreen() const { return isAvailable() && !xwayland_; }
     // Why the monitor is unavailable; empty when it works.
     const QString& error() const { return error_; }
 
@@ -50,6 +55,7 @@ private:
     uint32_t root_ = 0;
     uint8_t xinputOpcode_ = 0;
     bool leftHeld_ = false;
+    bool xwayland_ = false;
     QString error_;
 };
 

@@ -15,6 +15,7 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(desktop.ready());
         ASSERT_TRUE(monitor.isAvailable()) << monitor.error().toStdString();
+        ASSERT_TRUE(monitor.coversWholeScreen());
         QObject::connect(&monitor, &XInputPointerMonitor::moved, [this](QPoint p) { moves.push_back(p); });
         QObject::connect(&monitor, &XInputPointerMonitor::leftPressed,
                          [this](QPoint p) { presses.push_back(p); });
@@ -92,6 +93,7 @@ TEST_F(XInputPointerMonitorTest, TellsOtherButtonsApartAndLeavesTheWheelOut) {
 TEST(XInputPointerMonitorUnavailableTest, IsUnavailableWithoutAnXServer) {
     XInputPointerMonitor monitor(QStringLiteral(":65000"));
     EXPECT_FALSE(monitor.isAvailable());
+    EXPECT_FALSE(monitor.coversWholeScreen());
     EXPECT_FALSE(monitor.error().isEmpty());
 }
 
