@@ -20,7 +20,8 @@ TEST(IslandWindowTranslucencyTest, ShowsTheDesktopAroundTheDrawnShape) {
     X11Desktop desktop;
     ASSERT_TRUE(desktop.ready());
     constexpr QRgb green = 0x30a050;
-    ASSERT_TRUE(desktop.openWindow(QRect(100, 0, 1700, 1000), green).has_value());
+    const auto beneath = desktop.openWindow(QRect(100, 0, 1700, 1000), green);
+    ASSERT_TRUE(beneath.has_value());
     TestIsland island;
     ASSERT_FALSE(island.loadErrors.has_value());
     ASSERT_TRUE(island.showOn(desktop));
@@ -44,8 +45,17 @@ TEST(IslandWindowTranslucencyTest, ShowsTheDesktopAroundTheDrawnShape) {
         },
         20000);
     ASSERT_FALSE(shot.isNull()) << "no screenshot at " << path.toStdString();
-    EXPECT_TRUE(painted) << std::hex << "pill " << shot.pixel(pill) << ", clear " << shot.pixel(clear)
-                         << ", corners " << shot.pixel(corners[0]) << " " << shot.pixel(corners[1]);
+    const auto desktopOf = [&](xcb_window_t window) {
+        const auto values = desktop.property32(window, "_NET_WM_DESKTOP");
+        return values.empty() ? -1 : static_cast<int64_t>(values.front());
+    };
+    const auto current = desktop.property32(desktop.root(), "_NET_CURRENT_DESKTOP");
+    EXPECT_TRUE(painted) << "desktop " << (current.empty() ? -1 : static_cast<int64_t>(current.front()))
+                         << ", beneath on " << desktopOf(*beneath) << ", managed "
+                         << desktop.managed(*beneath) << ", at " << desktop.geometryOf(*beneath).x() << ","
+                         << desktop.geometryOf(*beneath).y() << std::hex << "; pill " << shot.pixel(pill)
+                         << ", clear " << shot.pixel(clear) << ", corners " << shot.pixel(corners[0]) << " "
+                         << shot.pixel(corners[1]);
 }
 
 } // namespace
