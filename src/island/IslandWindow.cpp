@@ -97,9 +97,8 @@ void IslandWindow::setInputRegion(const QRegion& region) {
 }
 
 void IslandWindow::show() {
-    create();
-    prepareNativeWindow();
-    shapeAfterMap_ = true;
+    // The hints are written from the show event, which comes before the map, so they hold also when
+    // something shows the window through QWindow.
     QQuickView::show();
 }
 
@@ -199,6 +198,10 @@ bool IslandWindow::event(QEvent* event) {
         }
         break;
     }
+    case QEvent::Show:
+        prepareNativeWindow();
+        shapeAfterMap_ = true;
+        break;
     case QEvent::Expose:
         // Some managers (openbox) copy the input shape onto their frame only when it changes after
         // they took the window; the shape set before mapping is sent again once it is on screen.
@@ -232,12 +235,10 @@ void IslandWindow::prepareNativeWindow() {
     if (connection == nullptr || handle() == nullptr) {
         return;
     }
+    // Only ever called before the window is mapped: managers read the state and desktop when they
+    // take a window, drop them when it is withdrawn, and must not see them rewritten in between.
     const auto window = static_cast<xcb_window_t>(winId());
-    // Managers only read the state and desktop when they take a window, and must not see them
-    // rewritten while it is mapped.
-    if (!isVisible()) {
-        X11PanelHints::apply(connection, window);
-    }
+    X11PanelHints::apply(connection, window);
     X11PanelHints::setAcceptsFocus(connection, window, wantsKeyboard_);
     applyInputShape();
 }
