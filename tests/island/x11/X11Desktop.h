@@ -92,6 +92,11 @@ public:
         for (xcb_window_t window : windows_) {
             xcb_destroy_window(connection_, window);
         }
+        // The next test's connection may be handed the same window ids: the manager must have let go
+        // of these first, or it takes a new window for the old one and puts it where that one was.
+        if (screen_ != nullptr && !windows_.empty()) {
+            settle();
+        }
         xcb_disconnect(connection_);
     }
     X11Desktop(const X11Desktop&) = delete;
