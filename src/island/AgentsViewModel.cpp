@@ -68,10 +68,17 @@ QVariant AgentsViewModel::data(const QModelIndex& index, int role) const {
 }
 
 QHash<int, QByteArray> AgentsViewModel::roleNames() const {
-    return {{SessionKeyRole, "sessionKey"}, {AgentRole, "agent"},         {ProjectRole, "project"},
-            {SubtitleRole, "subtitle"},     {ActivityRole, "activity"},   {AgeRole, "age"},
-            {BadgeRole, "badge"},           {SubagentsRole, "subagents"}, {HostLineRole, "hostLine"},
-            {DecisionIDRole, "decisionID"}, {DecisionKindRole, "decisionKind"}};
+    return {{SessionKeyRole, "sessionKey"},
+            {AgentRole, "agent"},
+            {ProjectRole, "project"},
+            {SubtitleRole, "subtitle"},
+            {ActivityRole, "activity"},
+            {AgeRole, "age"},
+            {BadgeRole, "badge"},
+            {SubagentsRole, "subagents"},
+            {HostLineRole, "hostLine"},
+            {DecisionIDRole, "decisionID"},
+            {DecisionKindRole, "decisionKind"}};
 }
 
 AgentsViewModel::Row AgentsViewModel::rowFor(const AgentSession& session) const {
@@ -111,17 +118,17 @@ void AgentsViewModel::watch(AgentSession& session) {
         return;
     }
     // Any change of what a row shows: one rebuild per turn of the event loop covers them all.
-    for (auto changed : {&AgentSession::statusChanged, &AgentSession::activityChanged, &AgentSession::pendingChanged,
-                         &AgentSession::updatedAtChanged, &AgentSession::cwdChanged,
-                         &AgentSession::activeSubagentsChanged, &AgentSession::lastPromptChanged,
-                         &AgentSession::lastMessageChanged, &AgentSession::toolDetailChanged,
-                         &AgentSession::contextChanged}) {
+    for (auto changed :
+         {&AgentSession::statusChanged, &AgentSession::activityChanged, &AgentSession::pendingChanged,
+          &AgentSession::updatedAtChanged, &AgentSession::cwdChanged, &AgentSession::activeSubagentsChanged,
+          &AgentSession::lastPromptChanged, &AgentSession::lastMessageChanged,
+          &AgentSession::toolDetailChanged, &AgentSession::contextChanged}) {
         connect(&session, changed, this, &AgentsViewModel::scheduleRebuild, Qt::UniqueConnection);
     }
     watched_.insert(&session, connect(&session, &QObject::destroyed, this, [this, key = &session] {
-                        watched_.remove(key);
-                        scheduleRebuild();
-                    }));
+        watched_.remove(key);
+        scheduleRebuild();
+    }));
 }
 
 void AgentsViewModel::rebuild() {
@@ -133,9 +140,9 @@ void AgentsViewModel::rebuild() {
         working += session->status().isWorking() ? 1 : 0;
         waiting += session->needsUser() ? 1 : 0;
     }
-    const bool sameRows = rows.size() == rows_.size() &&
-                          std::equal(rows.begin(), rows.end(), rows_.begin(),
-                                     [](const Row& a, const Row& b) { return a.key == b.key; });
+    const bool sameRows =
+        rows.size() == rows_.size() && std::equal(rows.begin(), rows.end(), rows_.begin(),
+                                                  [](const Row& a, const Row& b) { return a.key == b.key; });
     if (sameRows) {
         for (size_t i = 0; i < rows.size(); ++i) {
             if (!(rows[i] == rows_[i])) {
@@ -152,14 +159,17 @@ void AgentsViewModel::rebuild() {
 
     QStringList parts;
     if (working > 0) {
-        parts.append(working == 1 ? QStringLiteral("1 agent working") : QStringLiteral("%1 agents working").arg(working));
+        parts.append(working == 1 ? QStringLiteral("1 agent working")
+                                  : QStringLiteral("%1 agents working").arg(working));
     }
     if (waiting > 0) {
-        parts.append(waiting == 1 ? QStringLiteral("1 needs you") : QStringLiteral("%1 need you").arg(waiting));
+        parts.append(waiting == 1 ? QStringLiteral("1 needs you")
+                                  : QStringLiteral("%1 need you").arg(waiting));
     }
-    QString summary = parts.isEmpty() ? (rows_.empty() ? QStringLiteral("No agents running")
-                                                       : QStringLiteral("%1 sessions, all quiet").arg(rows_.size()))
-                                      : parts.join(QStringLiteral(" · "));
+    QString summary = parts.isEmpty()
+                          ? (rows_.empty() ? QStringLiteral("No agents running")
+                                           : QStringLiteral("%1 sessions, all quiet").arg(rows_.size()))
+                          : parts.join(QStringLiteral(" · "));
     if (rows_.size() == 1 && parts.isEmpty()) {
         summary = QStringLiteral("1 session, quiet");
     }

@@ -14,8 +14,15 @@ DecisionCardModel::DecisionCardModel(const DecisionCardActions& actions, QString
     // A decision's kind never changes, so the card reads it once.
     decision_ = decision->kind();
     kind_ = decision_.caseName();
-    title_ = permissionTitle(session->agent(), decision_.tool);
+    title_ = decision_.kind == DecisionKind::Case::question
+                 ? questionTitle(session->agent(), decision_.questions.size())
+                 : permissionTitle(session->agent(), decision_.tool);
     hasAlwaysAllowSuggestion_ = decision->hasAlwaysAllowSuggestion();
+}
+
+QString DecisionCardModel::questionTitle(AgentKind agent, qsizetype count) {
+    return AgentKinds::displayName(agent) +
+           (count > 1 ? QStringLiteral(" has %1 questions").arg(count) : QStringLiteral(" has a question"));
 }
 
 QString DecisionCardModel::permissionTitle(AgentKind agent, const QString& tool) {

@@ -52,6 +52,8 @@ public:
     bool isPending() const;
 
     static QString permissionTitle(AgentKind agent, const QString& tool);
+    // The question card's title: "Claude Code has a question", "… has 2 questions".
+    static QString questionTitle(AgentKind agent, qsizetype count);
 
     Q_INVOKABLE void allow();
     Q_INVOKABLE void alwaysAllow();

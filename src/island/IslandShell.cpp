@@ -80,8 +80,9 @@ void IslandShell::registerTypes() {
     registered = true;
     qmlRegisterType<NotchShapeItem>("Mirrowisp", 1, 0, "NotchShape");
     qmlRegisterType<MarkdownModel>("Mirrowisp", 1, 0, "MarkdownModel");
-    qmlRegisterSingletonType<NotchAnimation>("Mirrowisp", 1, 0, "NotchAnimation",
-                                             [](QQmlEngine*, QJSEngine*) -> QObject* { return new NotchAnimation; });
+    qmlRegisterSingletonType<NotchAnimation>(
+        "Mirrowisp", 1, 0, "NotchAnimation",
+        [](QQmlEngine*, QJSEngine*) -> QObject* { return new NotchAnimation; });
 }
 
 bool IslandShell::glass() const {
@@ -92,19 +93,21 @@ void IslandShell::start() {
     registerTypes();
     screens_ = std::make_unique<QtScreenSource>();
     tasks_ = std::make_unique<TimerDelayedTasks>();
-    cardActions_ = std::make_unique<DecisionCardActions>(app_.agents(), DecisionCardActions::timerSchedule(), [this] {
-        if (manager_) {
-            manager_->closeAutomaticallyOpened();
-        }
-    });
+    cardActions_ =
+        std::make_unique<DecisionCardActions>(app_.agents(), DecisionCardActions::timerSchedule(), [this] {
+            if (manager_) {
+                manager_->closeAutomaticallyOpened();
+            }
+        });
     // Codex has no desktop app on Linux: the notice always points at the terminal.
     codexNotice_ = std::make_unique<CodexApprovalNotice>(app_.agents(), CodexHookApproval::AppLookup{});
-    agents_ = std::make_unique<AgentsViewModel>(app_.agents(), *cardActions_, *codexNotice_, SystemClock::shared(),
-                                                jump_);
+    agents_ = std::make_unique<AgentsViewModel>(app_.agents(), *cardActions_, *codexNotice_,
+                                                SystemClock::shared(), jump_);
     usage_ = std::make_unique<IslandUsageModel>(app_.usage());
     monitor_ = std::make_unique<XInputPointerMonitor>();
     if (!monitor_->isAvailable()) {
-        logLine(QStringLiteral("Mirrowisp: no global pointer (%1); the island follows the pointer over itself only")
+        logLine(QStringLiteral(
+                    "Mirrowisp: no global pointer (%1); the island follows the pointer over itself only")
                     .arg(monitor_->error()));
     }
     keys_ = std::make_unique<X11KeyGrab>();
@@ -123,7 +126,9 @@ void IslandShell::start() {
         IslandWindow* raw = window.get();
         connect(raw, &IslandWindow::escapePressed, this, [this] { manager_->handleEscape(); });
         connect(raw, &IslandWindow::keyboardFocusLost, this, [this] { app_.setIsEditingText(false); });
-        if (!monitor_->isAvailable()) {
+        // Where the monitor does not see the whole screen (XWayland), the window's own pointer events
+        // and its leaving stand in for it.
+        if (!monitor_->coversWholeScreen()) {
             connect(raw, &IslandWindow::pointerMoved, this,
                     [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
             connect(raw, &IslandWindow::pointerPressed, this, [this](QPoint at, Qt::MouseButton button) {
@@ -136,8 +141,8 @@ void IslandShell::start() {
         }
         return window;
     };
-    manager_ = std::make_unique<NotchManager>(*screens_, IslandEnvironment{app_.prefs(), app_, *tasks_, pointer_},
-                                              makePanel);
+    manager_ = std::make_unique<NotchManager>(
+        *screens_, IslandEnvironment{app_.prefs(), app_, *tasks_, pointer_}, makePanel);
     connect(manager_.get(), &NotchManager::controllersChanged, this, &IslandShell::attachViews);
     app_.setNotch(manager_.get());
 
@@ -166,7 +171,10 @@ void IslandShell::attachViews() {
                                                   new IslandControls(*controller, window));
         connect(&controller->model(), &NotchViewModel::isOpenChanged, this, &IslandShell::updateKeyGrab);
         connect(&controller->model(), &NotchViewModel::tabChanged, this, &IslandShell::updateKeyGrab);
-        if (const auto errors = window->setContent(QUrl(QStringLiteral("qrc:/island/qml/NotchRootView.qml")))) {
+        // A card that grows the panel can bring it under a pointer that did not move.
+        connect(&controller->model(), &NotchViewModel::targetSizeChanged, this, &IslandShell::updateKeyGrab);
+        if (const auto errors =
+                window->setContent(QUrl(QStringLiteral("qrc:/island/qml/NotchRootView.qml")))) {
             logLine(QStringLiteral("Mirrowisp: the island's views did not load: ") +
                     errors->join(QStringLiteral("; ")));
         }
@@ -183,7 +191,8 @@ void IslandShell::pointerEvent(int kind, QPointF global) {
 QString IslandShell::firstPermissionID() const {
     for (int row = 0; row < agents_->rowCount(); ++row) {
         const QModelIndex at = agents_->index(row);
-        if (agents_->data(at, AgentsViewModel::DecisionKindRole).toString() == QLatin1StringView("permission")) {
+        if (agents_->data(at, AgentsViewModel::DecisionKindRole).toString() ==
+            QLatin1StringView("permission")) {
             return agents_->data(at, AgentsViewModel::DecisionIDRole).toString();
         }
     }
@@ -197,7 +206,8 @@ void IslandShell::updateKeyGrab() {
     bool wanted = false;
     for (NotchWindowController* controller : manager_->controllers()) {
         const NotchViewModel& model = controller->model();
-        wanted = wanted || (model.isOpen() && model.tab() == NotchTab::agents && controller->isPointerOver(12));
+        wanted =
+            wanted || (model.isOpen() && model.tab() == NotchTab::agents && controller->isPointerOver(12));
     }
     keys_->setGrabbed(wanted && !firstPermissionID().isEmpty());
 }
@@ -253,7 +263,8 @@ QJsonArray IslandShell::toJson() const {
         };
         auto* window = dynamic_cast<IslandWindow*>(controller->panel());
         if (window != nullptr) {
-            if (auto* content = qobject_cast<NotchRootModel*>(window->property(rootModelProperty).value<QObject*>())) {
+            if (auto* content =
+                    qobject_cast<NotchRootModel*>(window->property(rootModelProperty).value<QObject*>())) {
                 island.insert(QStringLiteral("content"), content->animationKey());
             }
             QJsonArray buttons;

@@ -10,7 +10,8 @@ namespace mirrowisp {
 namespace {
 
 // The lock modifiers (Caps Lock, Num Lock as Mod2) must not stop the keys from working.
-constexpr uint16_t lockCombinations[] = {0, XCB_MOD_MASK_LOCK, XCB_MOD_MASK_2, XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2};
+constexpr uint16_t lockCombinations[] = {0, XCB_MOD_MASK_LOCK, XCB_MOD_MASK_2,
+                                         XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2};
 
 } // namespace
 
@@ -34,13 +35,15 @@ X11KeyGrab::X11KeyGrab(const QString& display, QObject* parent) : QObject(parent
         for (int code = 0; code < count; ++code) {
             const xcb_keysym_t sym = perCode > 0 ? syms[code * perCode] : 0;
             if (sym == 'y' || sym == 'n') {
-                keys_.push_back({static_cast<uint8_t>(first + code), QString(QChar(static_cast<char16_t>(sym)))});
+                keys_.push_back(
+                    {static_cast<uint8_t>(first + code), QString(QChar(static_cast<char16_t>(sym)))});
             }
         }
         free(mapping);
     }
     connection_ = connection;
-    notifier_ = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection_), QSocketNotifier::Read);
+    notifier_ =
+        std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection_), QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &X11KeyGrab::readEvents);
 }
 

@@ -102,7 +102,7 @@ TEST(NotchShapeItem, PaintsSolidBlackOrGlassThatStaysBlackUnderTheNotch) {
     QImage glass = render();
     EXPECT_EQ(glass.pixelColor(100, 20).alpha(), 255) << "under the notch";
     const int side = glass.pixelColor(10, 20).alpha();
-    EXPECT_GT(side, 80) << "the tint keeps the glass dark";
-    EXPECT_LT(side, 200) << "towards the sides the glass shows through";
-    EXPECT_EQ(glass.pixelColor(10, 20).red(), 0);
+    EXPECT_GT(side, 150) << "the material keeps text on the glass readable";
+    EXPECT_LT(side, 255) << "towards the sides the desktop shows through";
+    EXPECT_LT(glass.pixelColor(10, 20).red(), 40) << "the glass stays dark";
 }

@@ -3,12 +3,12 @@
 #include "support/TestSupport.h"
 
 #include <QFile>
+#include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QScreen>
-#include <QGuiApplication>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
@@ -28,7 +28,8 @@ protected:
         env.remove(text("WAYLAND_DISPLAY"));
         env.remove(text("QT_QPA_PLATFORM"));
         for (const QString& name : env.keys()) {
-            if (name.startsWith(text("TMUX")) || name.startsWith(text("KITTY_")) || name == text("TERM_PROGRAM")) {
+            if (name.startsWith(text("TMUX")) || name.startsWith(text("KITTY_")) ||
+                name == text("TERM_PROGRAM")) {
                 env.remove(name);
             }
         }
@@ -85,8 +86,8 @@ protected:
 
     // A warp makes no raw motion, so the pointer lands one pixel short and steps in, as a mouse would.
     void pointerTo(int x, int y) {
-        xdotool({text("mousemove"), QString::number(x - 1), QString::number(y), text("mousemove_relative"), text("--"),
-                 text("1"), text("0")});
+        xdotool({text("mousemove"), QString::number(x - 1), QString::number(y), text("mousemove_relative"),
+                 text("--"), text("1"), text("0")});
     }
 
     bool becomes(const char* key, bool value, int timeoutMs = 5000) {
@@ -106,8 +107,8 @@ protected:
         for (const QJsonValue& value : island()[text("buttons")].toArray()) {
             const QJsonObject b = value.toObject();
             if (b[text("name")].toString() == text(name)) {
-                return QRect(b[text("x")].toInt(), b[text("y")].toInt(), b[text("width")].toInt(),
-                             b[text("height")].toInt());
+                return QRect(qRound(b[text("x")].toDouble()), qRound(b[text("y")].toDouble()),
+                             qRound(b[text("width")].toDouble()), qRound(b[text("height")].toDouble()));
             }
         }
         return std::nullopt;
@@ -120,11 +121,11 @@ protected:
         xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
         beneath = xcb_generate_id(connection);
         const uint32_t values[] = {screen->white_pixel, 1, XCB_EVENT_MASK_BUTTON_PRESS};
-        xcb_create_window(connection, XCB_COPY_FROM_PARENT, beneath, screen->root, static_cast<int16_t>(rect.x()),
-                          static_cast<int16_t>(rect.y()), static_cast<uint16_t>(rect.width()),
-                          static_cast<uint16_t>(rect.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-                          screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK,
-                          values);
+        xcb_create_window(connection, XCB_COPY_FROM_PARENT, beneath, screen->root,
+                          static_cast<int16_t>(rect.x()), static_cast<int16_t>(rect.y()),
+                          static_cast<uint16_t>(rect.width()), static_cast<uint16_t>(rect.height()), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
         xcb_map_window(connection, beneath);
         // Beneath the island: the island's window keeps above everything else.
         const uint32_t below[] = {XCB_STACK_MODE_BELOW};
@@ -152,11 +153,12 @@ protected:
     int presses = 0;
 };
 
-const QJsonObject permissionRequest{{text("hook_event_name"), text("PermissionRequest")},
-                                    {text("session_id"), text("island-1")},
-                                    {text("cwd"), text("/home/dev/site")},
-                                    {text("tool_name"), text("Bash")},
-                                    {text("tool_input"), QJsonObject{{text("command"), text("make deploy")}}}};
+const QJsonObject permissionRequest{
+    {text("hook_event_name"), text("PermissionRequest")},
+    {text("session_id"), text("island-1")},
+    {text("cwd"), text("/home/dev/site")},
+    {text("tool_name"), text("Bash")},
+    {text("tool_input"), QJsonObject{{text("command"), text("make deploy")}}}};
 
 const QByteArray allowReply =
     R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})";

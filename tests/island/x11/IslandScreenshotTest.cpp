@@ -21,6 +21,7 @@
 #include <QPixmap>
 #include <QProcess>
 #include <QScreen>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
@@ -32,7 +33,8 @@ QString text(const char* s) {
 }
 
 ClaudeProbeRunner noClaude() {
-    return {[] { return std::optional<QString>(); }, [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }};
+    return {[] { return std::optional<QString>(); },
+            [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }};
 }
 
 class IslandScreenshots : public testing::Test {
@@ -84,7 +86,8 @@ protected:
         quiet.start();
         test::waitUntil([&] { return quiet.elapsed() > 1200; }, 3000);
         const QRect area(frame.center().x() - 410, frame.top(), 820, 560);
-        QImage image = QGuiApplication::primaryScreen()->grabWindow(0, area.x(), area.y(), area.width(), area.height())
+        QImage image = QGuiApplication::primaryScreen()
+                           ->grabWindow(0, area.x(), area.y(), area.width(), area.height())
                            .toImage();
         const QString dir = qEnvironmentVariable("MIRROWISP_SCREENSHOT_DIR", text(MIRROWISP_SCREENSHOT_DIR));
         QDir().mkpath(dir);
@@ -92,17 +95,21 @@ protected:
         return image;
     }
 
-    // How far down the island's black reaches at the centre line: its drawn height.
-    static int drawnHeight(const QImage& image) {
-        int y = 0;
-        while (y < image.height() && qGray(image.pixel(image.width() / 2, y)) < 40) {
-            ++y;
-        }
-        return y;
+    // The compositor's plain grey desktop, as it shows through the window's transparent parts.
+    static bool isDesktop(QRgb pixel) {
+        return std::abs(qRed(pixel) - 128) < 12 && std::abs(qGreen(pixel) - 128) < 12 &&
+               std::abs(qBlue(pixel) - 128) < 12;
     }
+    static bool desktopShowsAt(const QImage& image, int x, int y) { return isDesktop(image.pixel(x, y)); }
 
-    // The desktop shows through the window's transparent corners.
-    static bool desktopShowsAt(const QImage& image, int x, int y) { return qGray(image.pixel(x, y)) > 60; }
+    // How far down the island reaches at the centre line: the lowest row that is not desktop.
+    static int drawnHeight(const QImage& image) {
+        int y = image.height() - 1;
+        while (y >= 0 && isDesktop(image.pixel(image.width() / 2, y))) {
+            --y;
+        }
+        return y + 1;
+    }
 
     test::TemporaryHome home;
     UserDefaults defaults;
@@ -126,21 +133,28 @@ TEST_F(IslandScreenshots, ClosedIdleAndWorkingIslands) {
 
     send(event("UserPromptSubmit", "work-1", {{text("prompt"), text("Tidy the island's layout code")}}));
     send(event("PreToolUse", "work-1",
-               {{text("tool_name"), text("Bash")}, {text("tool_input"), QJsonObject{{text("command"), text("make")}}}}));
+               {{text("tool_name"), text("Bash")},
+                {text("tool_input"), QJsonObject{{text("command"), text("make")}}}}));
     ASSERT_TRUE(test::waitUntil([&] { return controller->model().closedSize().width() > 200; }, 5000))
         << "a working session did not grow the wings";
     const QImage working = settle("closed-working");
     // Wings stand out left and right of the notch.
     const int row = notchHeight / 2;
-    EXPECT_LT(qGray(working.pixel(410 - 100, row)), 60);
-    EXPECT_LT(qGray(working.pixel(410 + 100, row)), 60);
+    EXPECT_FALSE(desktopShowsAt(working, 410 - 100, row));
+    EXPECT_FALSE(desktopShowsAt(working, 410 + 100, row));
+    EXPECT_TRUE(desktopShowsAt(working, 410 + 150, row));
 }
 
 TEST_F(IslandScreenshots, VolumeTransientWidensTheIsland) {
     model.flash(TransientActivity::levelChange(TransientActivity::Case::volume, 0.6), 60);
-    ASSERT_TRUE(test::waitUntil([&] { return controller->model().closedSize().width() > 400; }, 5000));
+    // The notch widened by two 118-wide wings and the gap between them.
+    const double notch = controller->model().notchSize().width();
+    ASSERT_TRUE(test::waitUntil(
+        [&] { return controller->model().closedSize().width() == notch + 2 * 118 + 8; }, 5000));
     const QImage volume = settle("transient-volume");
-    EXPECT_LT(qGray(volume.pixel(410 - 180, 10)), 60) << "the wide volume wing is drawn";
+    EXPECT_FALSE(desktopShowsAt(volume, 410 - static_cast<int>(notch / 2) - 100, 10))
+        << "the volume wing is not drawn";
+    EXPECT_TRUE(desktopShowsAt(volume, 410 - static_cast<int>(notch / 2) - 140, 10));
 }
 
 TEST_F(IslandScreenshots, CardsForAPermissionTwoQuestionsAndAPlan) {
@@ -166,9 +180,11 @@ TEST_F(IslandScreenshots, CardsForAPermissionTwoQuestionsAndAPlan) {
                                                  QJsonObject{{text("label"), text("BSD")}},
                                                  QJsonObject{{text("label"), text("WSL")}}}}}};
     send(event("PermissionRequest", "ask-1",
-               {{text("tool_name"), text("AskUserQuestion")}, {text("tool_input"), QJsonObject{{text("questions"), questions}}}}));
+               {{text("tool_name"), text("AskUserQuestion")},
+                {text("tool_input"), QJsonObject{{text("questions"), questions}}}}));
     // Hide the permission session so the question's card leads the list.
-    ASSERT_TRUE(test::waitUntil([&] { return model.agents().findSession(text("claude:ask-1")) != nullptr; }, 10000));
+    ASSERT_TRUE(
+        test::waitUntil([&] { return model.agents().findSession(text("claude:ask-1")) != nullptr; }, 10000));
     model.agents().dismiss(text("claude:perm-1"));
     const QImage question = settle("card-question");
     EXPECT_GT(drawnHeight(question), 200);
@@ -178,8 +194,10 @@ TEST_F(IslandScreenshots, CardsForAPermissionTwoQuestionsAndAPlan) {
         "1. Add a `LayoutCache` keyed by tab\n2. Invalidate on **font** changes\n   - and on screen scale\n\n"
         "```cpp\nauto size = cache.value(tab);\n```\n\n> Keep the dead band at half a point.\n");
     send(event("PermissionRequest", "plan-1",
-               {{text("tool_name"), text("ExitPlanMode")}, {text("tool_input"), QJsonObject{{text("plan"), plan}}}}));
-    ASSERT_TRUE(test::waitUntil([&] { return model.agents().findSession(text("claude:plan-1")) != nullptr; }, 10000));
+               {{text("tool_name"), text("ExitPlanMode")},
+                {text("tool_input"), QJsonObject{{text("plan"), plan}}}}));
+    ASSERT_TRUE(
+        test::waitUntil([&] { return model.agents().findSession(text("claude:plan-1")) != nullptr; }, 10000));
     model.agents().dismiss(text("claude:ask-1"));
     const QImage planned = settle("card-plan");
     EXPECT_GT(drawnHeight(planned), 200);
