@@ -170,6 +170,14 @@ void IslandShell::attachViews() {
         window->rootContext()->setContextProperty(QStringLiteral("controller"),
                                                   new IslandControls(*controller, window));
         connect(&controller->model(), &NotchViewModel::isOpenChanged, this, &IslandShell::updateKeyGrab);
+        // Looking at the agents tab is looking at what finished.
+        auto seen = [this, model = &controller->model()] {
+            if (model->isOpen() && model->tab() == NotchTab::agents) {
+                app_.agents().setHasUnseenFinish(false);
+            }
+        };
+        connect(&controller->model(), &NotchViewModel::isOpenChanged, this, seen);
+        connect(&controller->model(), &NotchViewModel::tabChanged, this, seen);
         connect(&controller->model(), &NotchViewModel::tabChanged, this, &IslandShell::updateKeyGrab);
         // A card that grows the panel can bring it under a pointer that did not move.
         connect(&controller->model(), &NotchViewModel::targetSizeChanged, this, &IslandShell::updateKeyGrab);
