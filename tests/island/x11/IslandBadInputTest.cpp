@@ -1,14 +1,8 @@
 // Hostile sessions through the real island window: long, right-to-left and emoji text, a hundred
 // sessions at once, a plan of a megabyte. The island must stay on the screen, keep answering, and
 // still answer the decision it shows.
-#include "app/AppModel.h"
-#include "app/Preferences.h"
-#include "base/UserDefaults.h"
-#include "island/IslandShell.h"
-#include "island/NotchManager.h"
+#include "InProcessIsland.h"
 #include "island/NotchViewModel.h"
-#include "island/NotchWindowController.h"
-#include "support/TestSupport.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -23,28 +17,10 @@ using namespace mirrowisp;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
-
-class IslandBadInput : public testing::Test {
+class IslandBadInput : public test::InProcessIsland {
 protected:
-    IslandBadInput()
-        : defaults(home.path() + text("/defaults.json")), prefs(defaults, login),
-          model(prefs, defaults, SystemClock::shared(),
-                {[] { return std::optional<QString>(); },
-                 [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }}),
-          shell(model, {}) {}
-
-    void SetUp() override {
-        model.start();
-        shell.start();
-        ASSERT_FALSE(shell.manager().controllers().isEmpty());
-        controller = shell.manager().controllers().first();
-    }
-
     void TearDown() override {
-        model.stop();
+        InProcessIsland::TearDown();
         for (int fd : peers) {
             ::close(fd);
         }
@@ -90,13 +66,6 @@ protected:
         EXPECT_GT(size.height(), controller->model().notchSize().height());
     }
 
-    test::TemporaryHome home;
-    UserDefaults defaults;
-    test::NoLaunchAtLogin login;
-    Preferences prefs;
-    AppModel model;
-    IslandShell shell;
-    NotchWindowController* controller = nullptr;
     std::vector<int> peers;
 };
 

@@ -2,14 +2,8 @@
 // a compositor and written as PNG files (scripts/screenshots.sh copies them for the README). Each
 // state is also checked for what must be true of the picture: the island is drawn, the desktop shows
 // through everywhere else, and the open panel grows to what it holds.
-#include "app/AppModel.h"
-#include "app/Preferences.h"
-#include "base/UserDefaults.h"
-#include "island/IslandShell.h"
-#include "island/NotchManager.h"
+#include "InProcessIsland.h"
 #include "island/NotchViewModel.h"
-#include "island/NotchWindowController.h"
-#include "support/TestSupport.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -28,26 +22,10 @@ using namespace mirrowisp;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
-
-ClaudeProbeRunner noClaude() {
-    return {[] { return std::optional<QString>(); },
-            [](const QString&) { return ClaudeUsageProbe::FetchResult{}; }};
-}
-
-class IslandScreenshots : public testing::Test {
+class IslandScreenshots : public test::InProcessIsland {
 protected:
-    IslandScreenshots()
-        : defaults(home.path() + text("/defaults.json")), prefs(defaults, login),
-          model(prefs, defaults, SystemClock::shared(), noClaude()), shell(model, {}) {}
-
     void SetUp() override {
-        model.start();
-        shell.start();
-        ASSERT_FALSE(shell.manager().controllers().isEmpty());
-        controller = shell.manager().controllers().first();
+        InProcessIsland::SetUp();
         frame = controller->screen().frame;
     }
 
@@ -56,7 +34,7 @@ protected:
             tool->kill();
             tool->waitForFinished(3000);
         }
-        model.stop();
+        InProcessIsland::TearDown();
     }
 
     // An agent's hook event through the real tool; decisions keep it waiting.
@@ -111,13 +89,6 @@ protected:
         return y + 1;
     }
 
-    test::TemporaryHome home;
-    UserDefaults defaults;
-    test::NoLaunchAtLogin login;
-    Preferences prefs;
-    AppModel model;
-    IslandShell shell;
-    NotchWindowController* controller = nullptr;
     QRect frame;
     std::vector<std::unique_ptr<QProcess>> tools;
 };
