@@ -69,9 +69,39 @@ Item {
 
             Loader {
                 id: panel
+                // Appears at once; on closing it fades back up into the notch for a moment.
+                property bool kept: island.isOpen
+                property real progress: 1
                 anchors.horizontalCenter: parent.horizontalCenter
-                active: island.isOpen
+                active: kept
                 sourceComponent: OpenPanel {}
+                opacity: progress
+                scale: 0.94 + 0.06 * progress
+                transformOrigin: Item.Top
+                transform: Translate { y: -8 * (1 - panel.progress) }
+
+                Connections {
+                    target: island
+                    function onIsOpenChanged() {
+                        if (island.isOpen) {
+                            removal.stop()
+                            panel.progress = 1
+                            panel.kept = true
+                        } else {
+                            removal.restart()
+                        }
+                    }
+                }
+                NumberAnimation {
+                    id: removal
+                    target: panel
+                    property: "progress"
+                    from: 1
+                    to: 0
+                    duration: NotchAnimation.duration("reveal")
+                    easing: NotchAnimation.curve("reveal")
+                    onFinished: panel.kept = false
+                }
             }
         }
     }
