@@ -21,7 +21,7 @@ packages=(
   # raising X11 windows, and its test under a virtual X server with a window manager
   libxcb1-dev libxcb-ewmh-dev xvfb openbox
   # the island's window tests: a compositor for translucency, xdotool for the pointer, screenshots
-  xcompmgr xdotool x11-utils imagemagick
+  xcompmgr xdotool x11-utils x11-xserver-utils imagemagick
   # the hook tool's JSON (header-only)
   nlohmann-json3-dev
 )

@@ -74,7 +74,17 @@ protected:
         return process.readAllStandardOutput();
     }
 
-    QJsonObject island() { return QJsonDocument::fromJson(ctl({text("island")})).array().first().toObject(); }
+    QJsonArray islands() { return QJsonDocument::fromJson(ctl({text("island")})).array(); }
+    QJsonObject island() { return islands().first().toObject(); }
+
+    // Splits the screen into monitors, or joins them again, as plugging a display in would.
+    void xrandr(const QStringList& arguments) {
+        QProcess process;
+        process.setProcessEnvironment(env);
+        process.start(text("xrandr"), arguments);
+        ASSERT_TRUE(process.waitForFinished(5000));
+        ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    }
 
     void xdotool(const QStringList& arguments) {
         QProcess process;
@@ -231,4 +241,29 @@ TEST_F(IslandApp, APermissionRequestOpensTheIslandByItselfAndIsAnsweredWithTheMo
     xdotool({text("key"), text("y")});
     ASSERT_TRUE(second->waitForFinished(10000));
     EXPECT_EQ(second->readAllStandardOutput(), allowReply);
+}
+
+TEST_F(IslandApp, ScreensComingAndGoingWhileTheIslandIsOpenKeepItWorking) {
+    writeSettings({{text("displayChoice"), text("allDisplays")}});
+    startApp();
+    ASSERT_EQ(islands().size(), 1);
+    auto tool = hook(permissionRequest);
+    ASSERT_TRUE(becomes("isOpen", true, 10000));
+
+    // A second display arrives: every display gets an island.
+    xrandr({text("--setmonitor"), text("left"), text("960/254x1080/286+0+0"), text("screen")});
+    xrandr({text("--setmonitor"), text("right"), text("960/254x1080/286+960+0"), text("none")});
+    EXPECT_TRUE(mirrowisp::test::waitUntil([&] { return islands().size() == 2; }, 10000))
+        << QJsonDocument(islands()).toJson().toStdString();
+
+    // It goes again: one island is left, and the waiting request is still answered.
+    xrandr({text("--delmonitor"), text("right")});
+    xrandr({text("--delmonitor"), text("left")});
+    EXPECT_TRUE(mirrowisp::test::waitUntil([&] { return islands().size() == 1; }, 10000));
+    const QJsonObject sessions = QJsonDocument::fromJson(ctl({text("sessions")})).array().first().toObject();
+    const QString id = sessions[text("pending")][0][text("id")].toString();
+    ASSERT_FALSE(id.isEmpty());
+    ctl({text("allow"), id});
+    ASSERT_TRUE(tool->waitForFinished(10000));
+    EXPECT_EQ(tool->readAllStandardOutput(), allowReply);
 }
