@@ -134,8 +134,11 @@ void AgentsViewModel::watch(AgentSession& session) {
 void AgentsViewModel::rebuild() {
     std::vector<Row> rows;
     int working = 0, waiting = 0;
-    for (AgentSession* session : store_.visibleSessions()) {
+    // Every session is watched, not only the shown ones: a change can bring a hidden one back.
+    for (const auto& session : store_.sessions()) {
         watch(*session);
+    }
+    for (AgentSession* session : store_.visibleSessions()) {
         rows.push_back(rowFor(*session));
         working += session->status().isWorking() ? 1 : 0;
         waiting += session->needsUser() ? 1 : 0;
