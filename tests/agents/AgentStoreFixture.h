@@ -5,6 +5,7 @@
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "support/TestSupport.h"
+#include "support/ToolEnd.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,24 +13,6 @@
 #include <vector>
 
 namespace mirrowisp::test {
-
-// What the waiting hook tool would see: the other end of the connection's socket.
-class ToolEnd {
-public:
-    explicit ToolEnd(int fd) : fd_(fd) {}
-    ~ToolEnd();
-    ToolEnd(const ToolEnd&) = delete;
-    ToolEnd& operator=(const ToolEnd&) = delete;
-    // True while the app has neither answered nor closed.
-    bool stillWaiting() const;
-    // The reply line, read to end of file; nothing if the app has not answered.
-    std::optional<QByteArray> replyLine();
-    // The `stdout` text of the reply, or nothing for the empty reply.
-    std::optional<QString> printed();
-
-private:
-    int fd_;
-};
 
 // A store over a temporary settings file and a hand-driven clock; events go in through real
 // connections over socket pairs, so each reply is read as the tool would read it.

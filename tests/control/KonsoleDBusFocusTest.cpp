@@ -16,10 +16,8 @@ namespace {
 class KonsoleFocusTest : public testing::Test {
 protected:
     void SetUp() override {
-        bus.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                                                  QStringLiteral("--print-address=1")});
-        ASSERT_TRUE(bus.waitForReadyRead(10000));
-        const QString address = QString::fromUtf8(bus.readLine()).trimmed();
+        const QString address = bus.address();
+        ASSERT_FALSE(address.isEmpty()) << "dbus-daemon did not start";
         QDBusConnection server = QDBusConnection::connectToBus(address, QStringLiteral("konsole-side"));
         ASSERT_TRUE(server.isConnected());
         ASSERT_TRUE(
@@ -33,8 +31,6 @@ protected:
     void TearDown() override {
         QDBusConnection::disconnectFromBus(QStringLiteral("app-side"));
         QDBusConnection::disconnectFromBus(QStringLiteral("konsole-side"));
-        bus.kill();
-        bus.waitForFinished();
     }
 
     // Runs the driver off the main thread, as the jump does, while the main loop answers for Konsole.
@@ -48,7 +44,7 @@ protected:
         return result.get();
     }
 
-    QProcess bus;
+    test::PrivateSessionBus bus;
     const QString service = QStringLiteral("org.kde.konsole-4242");
     KonsoleWindowStandIn first{{QStringLiteral("1"), QStringLiteral("2")}};
     KonsoleWindowStandIn second{{QStringLiteral("3"), QStringLiteral("14")}};

@@ -24,22 +24,9 @@ struct CtlResult {
 class Control : public testing::Test {
 protected:
     void SetUp() override {
-        bus.start(text("dbus-daemon"), {text("--session"), text("--nofork"), text("--print-address=1")});
-        ASSERT_TRUE(bus.waitForReadyRead(10000)) << "dbus-daemon did not start";
-        const QString address = QString::fromUtf8(bus.readLine()).trimmed();
-        env = QProcessEnvironment::systemEnvironment();
-        env.insert(text("DBUS_SESSION_BUS_ADDRESS"), address);
+        ASSERT_FALSE(bus.address().isEmpty()) << "dbus-daemon did not start";
+        env = mirrowisp::test::appEnvironment(bus.address());
         env.remove(text("DISPLAY"));
-        env.remove(text("WAYLAND_DISPLAY"));
-        // The hooks' terminal is whatever the test runs in: take the usual ones away.
-        for (const QString& name : env.keys()) {
-            if (name.startsWith(text("TMUX")) || name.startsWith(text("KITTY_")) ||
-                name.startsWith(text("WEZTERM_")) || name.startsWith(text("VSCODE_")) ||
-                name.startsWith(text("KONSOLE_")) || name == text("WINDOWID") ||
-                name == text("TERM_PROGRAM")) {
-                env.remove(name);
-            }
-        }
     }
 
     void TearDown() override {
@@ -47,8 +34,6 @@ protected:
             app.terminate();
             app.waitForFinished(5000);
         }
-        bus.kill();
-        bus.waitForFinished(5000);
     }
 
     void startApp() {
@@ -93,7 +78,7 @@ protected:
     }
 
     mirrowisp::test::TemporaryHome home;
-    QProcess bus;
+    mirrowisp::test::PrivateSessionBus bus;
     QProcess app;
     QProcessEnvironment env;
 };

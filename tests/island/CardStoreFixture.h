@@ -6,6 +6,7 @@
 #include "base/UserDefaults.h"
 #include "island/DecisionCardActions.h"
 #include "support/TestSupport.h"
+#include "support/ToolEnd.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -21,36 +22,6 @@ namespace mirrowisp::test {
 // waiting hook tool would. The cards' delayed close is collected rather than timed.
 class CardStoreFixture : public testing::Test {
 protected:
-    // The hook tool's end of one connection.
-    class ToolEnd {
-    public:
-        explicit ToolEnd(int fd) : fd_(fd) {}
-        ~ToolEnd() { ::close(fd_); }
-        ToolEnd(const ToolEnd&) = delete;
-        ToolEnd& operator=(const ToolEnd&) = delete;
-
-        bool stillWaiting() const {
-            pollfd p{fd_, POLLIN, 0};
-            return ::poll(&p, 1, 0) == 0;
-        }
-        // The reply line; nothing while the app has not answered.
-        std::optional<QJsonObject> reply() {
-            if (stillWaiting()) {
-                return std::nullopt;
-            }
-            QByteArray data;
-            char buffer[65536];
-            ssize_t n = 0;
-            while ((n = ::recv(fd_, buffer, sizeof buffer, 0)) > 0) {
-                data.append(buffer, n);
-            }
-            return QJsonDocument::fromJson(data).object();
-        }
-
-    private:
-        int fd_;
-    };
-
     struct Waiting {
         std::shared_ptr<BridgeConnection> connection;
         std::unique_ptr<ToolEnd> tool;

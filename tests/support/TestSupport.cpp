@@ -84,4 +84,33 @@ QString TemporaryHome::supportDir() const {
     return dir_.path() + QStringLiteral("/support");
 }
 
+PrivateSessionBus::PrivateSessionBus() {
+    daemon_.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                                  QStringLiteral("--print-address=1")});
+    if (daemon_.waitForReadyRead(10000)) {
+        address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
+    }
+}
+
+PrivateSessionBus::~PrivateSessionBus() {
+    daemon_.kill();
+    daemon_.waitForFinished(5000);
+}
+
+QProcessEnvironment appEnvironment(const QString& busAddress) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), busAddress);
+    env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    env.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    for (const QString& name : env.keys()) {
+        if (name.startsWith(QLatin1StringView("TMUX")) || name.startsWith(QLatin1StringView("KITTY_")) ||
+            name.startsWith(QLatin1StringView("WEZTERM_")) || name.startsWith(QLatin1StringView("VSCODE_")) ||
+            name.startsWith(QLatin1StringView("KONSOLE_")) || name == QLatin1StringView("WINDOWID") ||
+            name == QLatin1StringView("TERM_PROGRAM")) {
+            env.remove(name);
+        }
+    }
+    return env;
+}
+
 } // namespace mirrowisp::test

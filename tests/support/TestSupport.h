@@ -3,6 +3,7 @@
 #include "app/LaunchAtLogin.h"
 #include "base/Clock.h"
 
+#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -68,5 +69,23 @@ private:
     QByteArray oldHome_, oldConfig_, oldSupport_;
     bool hadHome_, hadConfig_, hadSupport_;
 };
+
+// A session bus of the test's own, stopped on destruction; empty address when it did not start.
+class PrivateSessionBus {
+public:
+    PrivateSessionBus();
+    ~PrivateSessionBus();
+    PrivateSessionBus(const PrivateSessionBus&) = delete;
+    PrivateSessionBus& operator=(const PrivateSessionBus&) = delete;
+    const QString& address() const { return address_; }
+
+private:
+    QProcess daemon_;
+    QString address_;
+};
+
+// The environment for the real app and its tools in a test: this bus, and none of the terminal
+// variables the test itself may run under, so the hooks see no terminal the drivers know.
+QProcessEnvironment appEnvironment(const QString& busAddress);
 
 } // namespace mirrowisp::test

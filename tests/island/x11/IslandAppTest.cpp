@@ -21,18 +21,8 @@ QString text(const char* s) {
 class IslandApp : public testing::Test {
 protected:
     void SetUp() override {
-        bus.start(text("dbus-daemon"), {text("--session"), text("--nofork"), text("--print-address=1")});
-        ASSERT_TRUE(bus.waitForReadyRead(10000)) << "dbus-daemon did not start";
-        env = QProcessEnvironment::systemEnvironment();
-        env.insert(text("DBUS_SESSION_BUS_ADDRESS"), QString::fromUtf8(bus.readLine()).trimmed());
-        env.remove(text("WAYLAND_DISPLAY"));
-        env.remove(text("QT_QPA_PLATFORM"));
-        for (const QString& name : env.keys()) {
-            if (name.startsWith(text("TMUX")) || name.startsWith(text("KITTY_")) ||
-                name == text("TERM_PROGRAM")) {
-                env.remove(name);
-            }
-        }
+        ASSERT_FALSE(bus.address().isEmpty()) << "dbus-daemon did not start";
+        env = mirrowisp::test::appEnvironment(bus.address());
         const QRect screen = QGuiApplication::primaryScreen()->geometry();
         centreX = screen.center().x();
     }
@@ -42,8 +32,6 @@ protected:
             app.terminate();
             app.waitForFinished(5000);
         }
-        bus.kill();
-        bus.waitForFinished(5000);
         if (beneath != 0 && connection != nullptr) {
             xcb_destroy_window(connection, beneath);
         }
@@ -154,7 +142,7 @@ protected:
     }
 
     mirrowisp::test::TemporaryHome home;
-    QProcess bus;
+    mirrowisp::test::PrivateSessionBus bus;
     QProcess app;
     QProcessEnvironment env;
     int centreX = 0;
