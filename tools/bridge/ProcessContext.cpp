@@ -1,6 +1,8 @@
 #include "ProcessContext.h"
 
+#include "CodexServer.h"
 #include "Json.h"
+#include "ProcFs.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +11,7 @@
 #include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 namespace bridge {
 
@@ -20,6 +23,7 @@ constexpr int kMaxAncestors = 64;
 constexpr int kMaxShellHops = 8;
 constexpr int kMaxVariables = 64;
 constexpr size_t kMaxValue = 1024;
+constexpr size_t kMaxEnvironment = 256 * 1024;
 
 // Variables a jump back to the agent's terminal, multiplexer or editor may need.
 // clang-format off
@@ -45,60 +49,17 @@ constexpr std::string_view kShells[] = {
     "sh", "bash", "dash", "zsh", "fish", "ksh", "mksh", "tcsh", "csh", "ash", "yash", "posh"};
 // clang-format on
 
-struct Process {
-    pid_t pid = 0;
-    pid_t ppid = 0;
-    pid_t session = 0;
-    int ttyNr = 0;
-    char comm[32] = {};
-};
-
-bool readProcess(pid_t pid, Process& out) {
-    char path[48];
-    std::snprintf(path, sizeof path, "/proc/%d/stat", pid);
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    char buf[512];
-    const ssize_t n = read(fd, buf, sizeof buf - 1);
-    close(fd);
-    if (n <= 0) {
-        return false;
-    }
-    buf[n] = '\0';
-    // The name may itself hold ") ", so the fields start after the last ')'.
-    const char* open = std::strchr(buf, '(');
-    const char* close = std::strrchr(buf, ')');
-    if (open == nullptr || close == nullptr || close < open) {
-        return false;
-    }
-    const auto nameLength = std::min(static_cast<size_t>(close - open - 1), sizeof out.comm - 1);
-    std::memcpy(out.comm, open + 1, nameLength);
-    out.comm[nameLength] = '\0';
-    char state = 0;
-    int ppid = 0;
-    int group = 0;
-    int session = 0;
-    int tty = 0;
-    if (std::sscanf(close + 1, " %c %d %d %d %d", &state, &ppid, &group, &session, &tty) != 5) {
-        return false;
-    }
-    out.pid = pid;
-    out.ppid = ppid;
-    out.session = session;
-    out.ttyNr = tty;
-    return true;
-}
-
 // Our ancestors, read from /proc only as far as someone asks.
 class Lineage {
 public:
-    // The ancestor `i` steps up: 0 is our parent. Null past the top or where /proc can't be read.
+    Lineage(const std::string& root, pid_t start) : root_(root), next_(start) {}
+
+    // The ancestor `i` steps up from the start: 0 is the start itself. Null past the top or where /proc
+    // can't be read.
     const Process* at(int i) {
         const auto wanted = static_cast<size_t>(i);
         while (count_ <= wanted) {
-            if (count_ == chain_.size() || next_ <= 0 || !readProcess(next_, chain_[count_])) {
+            if (count_ == chain_.size() || next_ <= 0 || !readProcess(root_, next_, chain_[count_])) {
                 return nullptr;
             }
             next_ = chain_[count_++].ppid;
@@ -106,10 +67,13 @@ public:
         return &chain_[wanted];
     }
 
+    const std::string& root() const { return root_; }
+
 private:
+    std::string root_;
     std::array<Process, kMaxAncestors> chain_{};
     size_t count_ = 0;
-    pid_t next_ = getppid();
+    pid_t next_;
 };
 
 bool isShell(const Process& p) {
@@ -172,14 +136,9 @@ std::string findTty(Lineage& lineage) {
             terminal = p->ttyNr;
         }
         if (p->ttyNr == terminal) {
-            for (int fd = 0; fd <= 2; ++fd) {
-                char link[48];
-                char target[256];
-                std::snprintf(link, sizeof link, "/proc/%d/fd/%d", p->pid, fd);
-                const ssize_t n = readlink(link, target, sizeof target);
-                if (n > 0 && static_cast<size_t>(n) < sizeof target &&
-                    isTerminalPath(std::string_view(target, static_cast<size_t>(n)))) {
-                    return std::string(target, static_cast<size_t>(n));
+            for (const char* fd : {"fd/0", "fd/1", "fd/2"}) {
+                if (std::string target = readLink(lineage.root(), p->pid, fd); isTerminalPath(target)) {
+                    return target;
                 }
             }
         }
@@ -272,11 +231,9 @@ void appendMember(std::string& out, std::string_view key, std::string_view value
     json::appendString(out, clip(value));
 }
 
-} // namespace
-
-void appendProcessContext(std::string& out, const char* const* environment) {
+// The context of the agent found at `lineage`'s start or above it, with the variables of `environment`.
+void appendContext(std::string& out, Lineage& lineage, const char* const* environment) {
     const auto get = [&](std::string_view name) { return variable(environment, name); };
-    Lineage lineage;
     out += '{';
     appendMember(out, "tty", findTty(lineage));
     if (const Process* agent = findAgent(lineage)) {
@@ -314,6 +271,54 @@ void appendProcessContext(std::string& out, const char* const* environment) {
         appendMember(out, "tmuxBinary", tmuxBinary(tmux, get("PATH")));
     }
     out += '}';
+}
+
+// The session's folder: the event's `cwd`, else ours, since Codex starts its hooks there.
+std::string sessionFolder(std::string_view event) {
+    if (const auto members = json::members(event)) {
+        if (const auto value = json::find(*members, "cwd")) {
+            if (auto cwd = json::string(*value)) {
+                return std::move(*cwd);
+            }
+        }
+    }
+    char here[4096];
+    return getcwd(here, sizeof here) != nullptr ? std::string(here) : std::string();
+}
+
+// Under Codex's background server, the UI that runs the session stands for the agent: its process,
+// terminal and variables. The server's own belong to whichever terminal started it, so when the UI
+// can't be told they are left out rather than pointing at the wrong terminal.
+void appendCodexContext(std::string& out, const std::string& root, pid_t server, std::string_view event) {
+    const pid_t ui =
+        codexTerminalUI(root, server, sessionFolder(event), socketPeers(socketsOf(root, server)));
+    if (ui == 0) {
+        out += "{\"agentPID\":" + std::to_string(server) + '}';
+        return;
+    }
+    std::string variables = readEntry(root, ui, "environ", kMaxEnvironment);
+    variables += '\0'; // a list cut at the limit still ends its last entry
+    std::vector<const char*> environment;
+    for (size_t start = 0, end = 0; (end = variables.find('\0', start)) != std::string::npos;
+         start = end + 1) {
+        environment.push_back(variables.data() + start);
+    }
+    environment.push_back(nullptr);
+    Lineage lineage(root, ui);
+    appendContext(out, lineage, environment.data());
+}
+
+} // namespace
+
+void appendProcessContext(std::string& out, const char* const* environment, std::string_view event) {
+    const std::string root = "/proc";
+    Lineage lineage(root, getppid());
+    if (const Process* agent = findAgent(lineage);
+        agent != nullptr && isCodexBackgroundServer(root, *agent)) {
+        appendCodexContext(out, root, agent->pid, event);
+        return;
+    }
+    appendContext(out, lineage, environment);
 }
 
 } // namespace bridge

@@ -101,7 +101,7 @@ std::string requestLine(AgentKind agent, std::string_view event, bool expectsRep
     line += ",\"payload\":\"";
     appendBase64(line, event);
     line += expectsReply ? "\",\"expectsReply\":true,\"context\":" : "\",\"expectsReply\":false,\"context\":";
-    appendProcessContext(line, environ);
+    appendProcessContext(line, environ, event);
     line += "}\n";
     return line;
 }
