@@ -37,3 +37,6 @@ install_npm() {
 }
 
 install_npm claude-code-2.1.197 @anthropic-ai/claude-code@2.1.197 claude
+# Codex copies itself (~400 MB) into ~/.codex/packages on every interactive run: its test gives it a
+# throwaway home and removes it afterwards. `--version` copies nothing.
+install_npm codex-0.169.0 @openai/codex@0.169.0 codex
