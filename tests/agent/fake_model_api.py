@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
-"""A loopback stand-in for the model provider's messages API, just enough to drive a real agent CLI.
+"""A loopback stand-in for the model providers' APIs, just enough to drive a real agent CLI.
 
 A conversation whose latest user text holds "Run this shell command: <command>" gets one Bash tool
 call for that command; the request that carries its tool_result gets a short closing text with
 stop_reason end_turn. Every other request (titles, topics, quota checks) gets a short plain text.
+
+`POST /v1/responses` (a responses-style API, for Codex) answers every request with the same short text,
+streamed.
 
 Prints the chosen port on the first line of standard output, then serves until terminated.
 Each request is appended to the log file as one JSON line.
@@ -133,6 +136,38 @@ def whole_body(answer, model):
     return json.dumps(message_json([{"type": "text", "text": answer[1]}], "end_turn", model)).encode()
 
 
+def responses_stream(text):
+    """A responses-style event stream holding one assistant message."""
+    response_id = next_id("resp")
+    item = {
+        "type": "message",
+        "role": "assistant",
+        "id": next_id("msg"),
+        "content": [{"type": "output_text", "text": text, "annotations": []}],
+    }
+    usage = {
+        "input_tokens": 12,
+        "input_tokens_details": {"cached_tokens": 0},
+        "output_tokens": 6,
+        "output_tokens_details": {"reasoning_tokens": 0},
+        "total_tokens": 18,
+    }
+    events = [
+        {"type": "response.created", "response": {"id": response_id}},
+        {"type": "response.output_item.added", "output_index": 0, "item": dict(item, content=[])},
+        {
+            "type": "response.output_text.delta",
+            "output_index": 0,
+            "content_index": 0,
+            "item_id": item["id"],
+            "delta": text,
+        },
+        {"type": "response.output_item.done", "output_index": 0, "item": item},
+        {"type": "response.completed", "response": {"id": response_id, "usage": usage}},
+    ]
+    return b"".join(sse(e["type"], e) for e in events)
+
+
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     log_path = None
@@ -182,6 +217,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if path.endswith("/count_tokens"):
             self.record(entry)
             self.send(200, "application/json", b'{"input_tokens": 12}')
+            return
+        if path.endswith("/v1/responses"):
+            self.record(entry)
+            self.send(200, "text/event-stream", responses_stream("Mirrowisp test"))
             return
         if not path.endswith("/v1/messages"):
             self.record(entry)
