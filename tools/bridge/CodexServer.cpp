@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -134,6 +135,7 @@ std::optional<std::vector<SocketInode>> socketPeers(const std::vector<SocketInod
     std::vector<SocketInode> peers;
     alignas(nlmsghdr) char buffer[32768];
     bool done = false;
+    bool failed = false;
     for (int reads = 0; !done && reads < kMaxDiagnosticReads; ++reads) {
         const ssize_t n = recv(fd, buffer, sizeof buffer, 0);
         if (n <= 0) {
@@ -143,6 +145,7 @@ std::optional<std::vector<SocketInode>> socketPeers(const std::vector<SocketInod
         for (auto* h = reinterpret_cast<nlmsghdr*>(buffer); NLMSG_OK(h, length); h = NLMSG_NEXT(h, length)) {
             if (h->nlmsg_type == NLMSG_DONE || h->nlmsg_type == NLMSG_ERROR) {
                 done = true;
+                failed = h->nlmsg_type == NLMSG_ERROR; // a kernel without Unix socket diagnostics
                 break;
             }
             if (h->nlmsg_len < NLMSG_LENGTH(sizeof(unix_diag_msg))) {
@@ -164,7 +167,7 @@ std::optional<std::vector<SocketInode>> socketPeers(const std::vector<SocketInod
         }
     }
     close(fd);
-    if (!done) {
+    if (!done || failed) {
         return std::nullopt;
     }
     std::sort(peers.begin(), peers.end());
@@ -178,6 +181,11 @@ pid_t codexTerminalUI(const std::string& procRoot, pid_t server, std::string_vie
     if (dir == nullptr) {
         return 0;
     }
+    // /proc shows a UI's folder resolved; the event may name it through a link.
+    char resolved[PATH_MAX];
+    const std::string sessionPath(sessionCwd);
+    const std::string resolvedCwd =
+        !sessionPath.empty() && realpath(sessionPath.c_str(), resolved) != nullptr ? resolved : sessionPath;
     std::vector<Candidate> candidates;
     int seen = 0;
     while (const dirent* entry = readdir(dir)) {
@@ -190,7 +198,8 @@ pid_t codexTerminalUI(const std::string& procRoot, pid_t server, std::string_vie
             std::strcmp(p.comm, "codex") != 0) {
             continue;
         }
-        Candidate c{pid, false, !sessionCwd.empty() && readLink(procRoot, pid, "cwd") == sessionCwd};
+        const std::string cwd = readLink(procRoot, pid, "cwd");
+        Candidate c{pid, false, !sessionPath.empty() && (cwd == sessionPath || cwd == resolvedCwd)};
         if (clientEnds) {
             const auto held = socketsOf(procRoot, pid);
             c.connected = std::any_of(held.begin(), held.end(),
