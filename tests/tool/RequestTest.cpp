@@ -28,38 +28,30 @@ void expectQuietSuccess(const Outcome& run) {
 TEST(ToolRequest, SendsOneCompactLineWithTheEventBytesInBase64) {
     ToolSandbox box;
     FakeApp app(box.socketPath());
-    // Pretty-printed, non-ASCII and ending in a newline: none of it may be touched on the way.
-    const QByteArray input = "{\n  \"hook_event_name\": \"PreToolUse\",\n  \"session_id\": \"s1\",\n"
-                             "  \"tool_input\": {\"command\": \"echo caf\xc3\xa9 \\u2603\"}\n}\n";
-    auto tool = box.start(kClaude, input);
-    auto request = app.next();
-    ASSERT_TRUE(request);
-    // The app still holds the connection: an event nobody answers must not keep the agent waiting.
-    expectQuietSuccess(tool->finish(5000));
-
-    EXPECT_TRUE(request->line.startsWith("{\"id\":\"")) << request->line.constData();
-    EXPECT_EQ(request->json.keys(),
-              (QStringList{u"agent"_s, u"context"_s, u"expectsReply"_s, u"id"_s, u"payload"_s}));
-    EXPECT_EQ(request->json.value(u"agent").toString(), u"claude"_s);
-    EXPECT_EQ(request->json.value(u"expectsReply"), QJsonValue(false));
-    EXPECT_TRUE(request->json.value(u"context").isObject());
-    EXPECT_EQ(request->payload, input);
-    EXPECT_EQ(request->readToEnd(), QByteArray()) << "exactly one line, then the end";
-}
-
-TEST(ToolRequest, ForwardsLargeAndNonJsonInputUnchanged) {
-    ToolSandbox box;
-    FakeApp app(box.socketPath());
-    QByteArray input(3 * 1024 * 1024, '\0');
-    for (qsizetype i = 0; i < input.size(); ++i) {
-        input[i] = static_cast<char>(i * 7919 % 256); // every byte value, no JSON at all
+    // Pretty-printed, non-ASCII and ending in a newline: none of it may be touched on the way. Nor may
+    // 3 MiB of every byte value, no JSON at all.
+    QByteArray binary(3 * 1024 * 1024, '\0');
+    for (qsizetype i = 0; i < binary.size(); ++i) {
+        binary[i] = static_cast<char>(i * 7919 % 256);
     }
-    auto tool = box.start(kClaude, input);
-    auto request = app.next();
-    ASSERT_TRUE(request);
-    expectQuietSuccess(tool->finish());
-    EXPECT_TRUE(request->payload == input);
-    EXPECT_FALSE(request->expectsReply());
+    const QByteArray pretty = "{\n  \"hook_event_name\": \"PreToolUse\",\n  \"session_id\": \"s1\",\n"
+                              "  \"tool_input\": {\"command\": \"echo caf\xc3\xa9 \\u2603\"}\n}\n";
+    for (const QByteArray& input : {pretty, binary}) {
+        auto tool = box.start(kClaude, input);
+        auto request = app.next();
+        ASSERT_TRUE(request);
+        // The app still holds the connection: an event nobody answers must not keep the agent waiting.
+        expectQuietSuccess(tool->finish(5000));
+
+        EXPECT_TRUE(request->line.startsWith("{\"id\":\""));
+        EXPECT_EQ(request->json.keys(),
+                  (QStringList{u"agent"_s, u"context"_s, u"expectsReply"_s, u"id"_s, u"payload"_s}));
+        EXPECT_EQ(request->json.value(u"agent").toString(), u"claude"_s);
+        EXPECT_EQ(request->json.value(u"expectsReply"), QJsonValue(false));
+        EXPECT_TRUE(request->json.value(u"context").isObject());
+        EXPECT_TRUE(request->payload == input);
+        EXPECT_EQ(request->readToEnd(), QByteArray()) << "exactly one line, then the end";
+    }
 }
 
 TEST(ToolRequest, IdsStayUniqueAcrossConcurrentRuns) {
