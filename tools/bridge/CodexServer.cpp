@@ -86,7 +86,7 @@ std::vector<SocketInode> socketsOf(const std::string& procRoot, pid_t pid) {
         if (++seen > kMaxDescriptors) {
             break;
         }
-        if (numericName(entry->d_name) == 0 && std::strcmp(entry->d_name, "0") != 0) {
+        if (entry->d_name[0] == '.') {
             continue;
         }
         const std::string target = readLink(procRoot, pid, ("fd/" + std::string(entry->d_name)).c_str());
