@@ -2,8 +2,6 @@
 // of only parsing the same payload (the floor any handling pays).
 #include "BenchSupport.h"
 #include "agents/AgentStore.h"
-#include "app/LaunchAtLogin.h"
-#include "app/Preferences.h"
 #include "base/UserDefaults.h"
 
 #include <QCoreApplication>
@@ -21,12 +19,6 @@
 using namespace mirrowisp;
 
 namespace {
-
-class NoLaunchAtLogin final : public LaunchAtLogin {
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
-};
 
 class FixedClock final : public Clock {
 public:
@@ -57,10 +49,8 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QTemporaryDir dir;
     UserDefaults defaults(dir.path() + QStringLiteral("/defaults.json"));
-    NoLaunchAtLogin login;
-    Preferences prefs(defaults, login);
     FixedClock clock;
-    AgentStore store(prefs, defaults, clock);
+    AgentStore store(defaults, clock);
 
     QString command;
     for (int i = 0; command.size() < 64 * 1024; ++i) {

@@ -2,7 +2,7 @@
 // median over many runs, beside the cost of only reading and parsing the same eight files (the floor
 // any check of them pays).
 #include "BenchSupport.h"
-#include "agents/AgentKind.h"
+#include "base/AgentKind.h"
 #include "base/UserDefaults.h"
 #include "integration/HookInstaller.h"
 #include "integration/Locations.h"

@@ -6,10 +6,10 @@
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "island/IslandShell.h"
-#include "island/IslandWindow.h"
 #include "island/NotchAnimation.h"
 #include "island/NotchManager.h"
 #include "island/NotchWindowController.h"
+#include "island/x11/IslandWindow.h"
 #include "support/XvfbServer.h"
 
 #include <QElapsedTimer>

@@ -1,7 +1,7 @@
 // A tmux jump end to end against a private server with one attached client, beside a bare
 // `tmux display-message -p` round trip: the jump makes three such calls and one switch.
+#include "base/ProcessRunner.h"
 #include "jump/TerminalJumper.h"
-#include "usage/ClaudeUsageProbe.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -14,8 +14,8 @@ using namespace mirrowisp;
 
 namespace {
 
-ClaudeUsageProbe::RunResult tmux(const QString& socket, const QStringList& arguments) {
-    return ClaudeUsageProbe::run(
+ProcessRunner::RunResult tmux(const QString& socket, const QStringList& arguments) {
+    return ProcessRunner::run(
         QStringLiteral("tmux"),
         QStringList{QStringLiteral("-S"), socket, QStringLiteral("-f"), QStringLiteral("/dev/null")} +
             arguments,

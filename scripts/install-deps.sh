@@ -22,8 +22,6 @@ packages=(
   libxcb1-dev libxcb-ewmh-dev xvfb openbox
   # the island's window tests: a compositor for translucency, xdotool for the pointer, screenshots
   xcompmgr xdotool x11-utils x11-xserver-utils imagemagick
-  # the hook tool's JSON (header-only)
-  nlohmann-json3-dev
 )
 
 missing=()

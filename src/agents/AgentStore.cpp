@@ -3,7 +3,6 @@
 #include "agents/AgentActivity.h"
 #include "agents/JsonValues.h"
 #include "agents/TranscriptReader.h"
-#include "app/Preferences.h"
 #include "base/MainQueue.h"
 #include "base/UserDefaults.h"
 
@@ -20,8 +19,8 @@ QString lastSeenKey(AgentKind agent) {
 
 } // namespace
 
-AgentStore::AgentStore(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent)
-    : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock),
+AgentStore::AgentStore(UserDefaults& defaults, const Clock& clock, QObject* parent)
+    : QObject(parent), defaults_(defaults), clock_(clock),
       transcripts_(std::make_unique<SerialQueue>("mirrowisp.prompts")) {
     for (AgentKind agent : AgentKinds::all) {
         if (const auto seen = defaults_.doubleValue(lastSeenKey(agent))) {
@@ -109,7 +108,7 @@ void AgentStore::handle(const std::shared_ptr<BridgeConnection>& connection,
                         const std::optional<QJsonObject>& parsed) {
     const BridgeRequest& request = connection->request();
     noteSeen(request.agent);
-    if (!prefs_.isAgentEnabled(request.agent) || !parsed) {
+    if (!settings_.isAgentEnabled(request.agent) || !parsed) {
         connection->reply();
         return;
     }
@@ -207,7 +206,7 @@ void AgentStore::applyRow(const QString& event, AgentSession& session, const QJs
         session.setActivity(std::nullopt);
         session.setTurnStartedAt(now);
         if (const auto prompt = json::string(payload, QLatin1StringView("prompt"))) {
-            if (const auto preview = promptPreview(*prompt)) {
+            if (const auto preview = AgentStoreText::promptPreview(*prompt)) {
                 AgentActivity::recordPrompt(defaults_, session.agent(), now);
                 session.setLastPrompt(preview);
             }
@@ -219,10 +218,10 @@ void AgentStore::applyRow(const QString& event, AgentSession& session, const QJs
             json::string(payload, QLatin1StringView("tool_name")).value_or(QStringLiteral("Tool"));
         const QJsonObject input =
             json::object(payload, QLatin1StringView("tool_input")).value_or(QJsonObject());
-        const QString shown = displayName(name);
+        const QString shown = AgentStoreText::displayName(name);
         session.setStatus(AgentStatus::runningTool(shown));
-        session.setToolDetail(summary(name, input));
-        session.setActivity(activity(shown, session.toolDetail()));
+        session.setToolDetail(AgentStoreText::summary(name, input));
+        session.setActivity(AgentStoreText::activity(shown, session.toolDetail()));
     } else if (event == QLatin1StringView("PostToolUse") ||
                event == QLatin1StringView("PostToolUseFailure") ||
                event == QLatin1StringView("PostToolBatch") ||
@@ -231,7 +230,7 @@ void AgentStore::applyRow(const QString& event, AgentSession& session, const QJs
     } else if (event == QLatin1StringView("AgentResponse")) {
         const auto message = json::string(payload, QLatin1StringView("message"));
         if (message && !message->isEmpty()) {
-            session.setLastMessage(condense(*message));
+            session.setLastMessage(AgentStoreText::condense(*message));
         }
     } else if (event == QLatin1StringView("PreCompact")) {
         session.setStatus(AgentStatus::compacting());
@@ -291,7 +290,7 @@ void AgentStore::applyStop(AgentSession& session, const QJsonObject& payload) {
     session.setStatus(AgentStatus::done());
     session.setToolDetail(std::nullopt);
     if (const auto last = json::string(payload, QLatin1StringView("last_assistant_message"))) {
-        session.setLastMessage(condense(*last));
+        session.setLastMessage(AgentStoreText::condense(*last));
     } else if (session.transcriptPath()) {
         if (auto message =
                 TranscriptReader::lastAssistantMessage(*session.transcriptPath(), session.agent())) {

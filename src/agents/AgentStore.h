@@ -2,14 +2,15 @@
 
 #include "agents/AgentSession.h"
 #include "agents/AgentStoreText.h"
+#include "agents/CodexHookStatus.h"
 #include "base/Clock.h"
 #include "base/SerialQueue.h"
 #include "bridge/BridgeConnection.h"
-#include "integration/CodexHookStatus.h"
 
 #include <QHash>
 #include <QJsonObject>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 #include <functional>
 #include <memory>
@@ -18,8 +19,19 @@
 
 namespace mirrowisp {
 
-class Preferences;
 class UserDefaults;
+
+// The user's settings the store reads, handed in as values whenever they change.
+struct AgentStoreSettings {
+    QSet<AgentKind> disabledAgents;
+    // Decisions wait for an answer from the island; without it the agent's own prompt decides.
+    bool approveFromNotch = true;
+    // Finished sessions leave the list after this many seconds.
+    double hideFinishedAfter = 600;
+
+    bool isAgentEnabled(AgentKind kind) const { return !disabledAgents.contains(kind); }
+    bool operator==(const AgentStoreSettings&) const = default;
+};
 
 // Sessions leave the list at once but are deleted on the next turn of the event loop, so a view
 // that still draws one never holds a dangling pointer.
@@ -29,14 +41,14 @@ struct DeleteLater {
 
 // The state machine of the agent side: every hook event arrives here on the main thread, finds or
 // makes its session, changes it, and is answered at once, except a decision, which waits for the user.
-class AgentStore : public QObject, public AgentStoreText {
+class AgentStore : public QObject {
     Q_OBJECT
 
 public:
     using SessionList = std::vector<std::unique_ptr<AgentSession, DeleteLater>>;
     using SignalHandler = std::function<void(AgentSignal, AgentSession&)>;
 
-    AgentStore(Preferences& prefs, UserDefaults& defaults, const Clock& clock, QObject* parent = nullptr);
+    AgentStore(UserDefaults& defaults, const Clock& clock, QObject* parent = nullptr);
     ~AgentStore() override;
 
     // All known sessions, in order of first appearance.
@@ -44,6 +56,9 @@ public:
     AgentSession* findSession(const QString& sessionKey) const;
     // The waiting decision with this id, and its session.
     std::pair<PendingDecision*, AgentSession*> findDecision(const QString& decisionID) const;
+
+    const AgentStoreSettings& settings() const { return settings_; }
+    void setSettings(AgentStoreSettings settings) { settings_ = std::move(settings); }
 
     CodexHookStatus codexHookStatus() const { return codexHookStatus_; }
     void setCodexHookStatus(CodexHookStatus status);
@@ -122,7 +137,7 @@ private:
     void raise(AgentSignal signal, AgentSession& session);
     bool contains(const AgentSession* session) const;
 
-    Preferences& prefs_;
+    AgentStoreSettings settings_;
     UserDefaults& defaults_;
     const Clock& clock_;
     SessionList sessions_;

@@ -1,6 +1,5 @@
 #include "agents/AgentStore.h"
 #include "agents/JsonValues.h"
-#include "app/Preferences.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -36,7 +35,7 @@ QJsonObject behavior(const char* value) {
 
 void AgentStore::handlePermissionRequest(const std::shared_ptr<BridgeConnection>& connection,
                                          const QJsonObject& payload, AgentSession& session) {
-    if (!prefs_.approveFromNotch()) {
+    if (!settings_.approveFromNotch) {
         // The agent's own prompt decides; the island only calls the user.
         session.setStatus(AgentStatus::needsAttention());
         raise(AgentSignal::needsAttention, session);
@@ -59,8 +58,9 @@ void AgentStore::handlePermissionRequest(const std::shared_ptr<BridgeConnection>
         kind = DecisionKind::plan(
             json::string(input, QLatin1StringView("plan")).value_or(QStringLiteral("(empty plan)")));
     } else {
-        kind = DecisionKind::permission(displayName(tool), summary(tool, input).value_or(tool),
-                                        detail(tool, input));
+        kind = DecisionKind::permission(AgentStoreText::displayName(tool),
+                                        AgentStoreText::summary(tool, input).value_or(tool),
+                                        AgentStoreText::detail(tool, input));
     }
 
     const QString id = connection->request().id;

@@ -1,6 +1,5 @@
 #include "agents/AgentStore.h"
 #include "agents/TranscriptReader.h"
-#include "app/Preferences.h"
 #include "base/MainQueue.h"
 
 #include <QPointer>
@@ -72,7 +71,7 @@ bool AgentStore::processIsGone(qint32 pid) {
 }
 
 void AgentStore::cleanup(Timestamp now) {
-    const double hideAfter = prefs_.hideFinishedAfter();
+    const double hideAfter = settings_.hideFinishedAfter;
     auto isOver = [&](const AgentSession& session) {
         if (!session.pending().empty()) {
             return false; // an open decision keeps its session
@@ -140,7 +139,7 @@ void AgentStore::reconcileQuietSessions(Timestamp now) {
 
 void AgentStore::refreshCodexApproval() {
     CodexHookStatus status = CodexHookStatus::ready;
-    if (prefs_.isAgentEnabled(AgentKind::codex) && codexStatusSource_) {
+    if (settings_.isAgentEnabled(AgentKind::codex) && codexStatusSource_) {
         status = codexStatusSource_();
     }
     setCodexHookStatus(status);

@@ -10,8 +10,13 @@ namespace mirrowisp {
 
 AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock,
                    ClaudeProbeRunner claudeProbe, QObject* parent)
-    : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock), agents_(prefs, defaults, clock),
-      usage_(prefs, defaults, clock, std::move(claudeProbe)) {
+    : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock), agents_(defaults, clock),
+      usage_(defaults, clock, std::move(claudeProbe)) {
+    applyPreferences();
+    for (auto changed : {&Preferences::agentsEnabledChanged, &Preferences::approveFromNotchChanged,
+                         &Preferences::hideFinishedAfterChanged, &Preferences::usageAgentsChanged}) {
+        connect(&prefs_, changed, this, &AppModel::applyPreferences);
+    }
     transientTimer_.setSingleShot(true);
     connect(&transientTimer_, &QTimer::timeout, this, [this] { expireTransient(clock_.now()); });
     // Hooks come back within a minute after an agent's own update removed them.
@@ -20,6 +25,19 @@ AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& cloc
 }
 
 AppModel::~AppModel() = default;
+
+void AppModel::applyPreferences() {
+    AgentStoreSettings settings;
+    for (AgentKind kind : AgentKinds::all) {
+        if (!prefs_.isAgentEnabled(kind)) {
+            settings.disabledAgents.insert(kind);
+        }
+    }
+    settings.approveFromNotch = prefs_.approveFromNotch();
+    settings.hideFinishedAfter = prefs_.hideFinishedAfter();
+    agents_.setSettings(std::move(settings));
+    usage_.setChosenAgents(prefs_.usageAgents());
+}
 
 void AppModel::start() {
     startBridge();

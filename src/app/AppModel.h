@@ -108,6 +108,8 @@ Q_SIGNALS:
     void nowPlayingChanged();
 
 private:
+    // The settings the stores read reach them as values, again whenever the user changes one.
+    void applyPreferences();
     void startBridge();
     void play(SoundCue cue);
 

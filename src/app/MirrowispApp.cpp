@@ -8,12 +8,10 @@
 #include "base/UserDefaults.h"
 #include "control/ControlService.h"
 #include "control/CtlClient.h"
-#include "control/KonsoleDBusFocus.h"
-#include "control/X11WindowFocus.h"
 #include "integration/AgentEnvironment.h"
 #include "integration/HookInstaller.h"
 #include "island/IslandShell.h"
-#include "jump/TerminalJumper.h"
+#include "jump/linux/DesktopJump.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -34,15 +32,6 @@ namespace {
 // on a Wayland desktop it runs through XWayland.
 bool hasDisplay() {
     return !qEnvironmentVariableIsEmpty("DISPLAY");
-}
-
-// A click on a session row: the drivers, then the terminal's window.
-void jumpTo(const AgentSession& session) {
-    TerminalDrivers::Tools tools = TerminalDrivers::Tools::system();
-    tools.konsole = std::make_shared<KonsoleDBusFocus>();
-    auto windows = std::make_shared<X11WindowFocus>();
-    tools.windows = windows;
-    TerminalJumper::jump(session, TerminalJumper::windowActivation(windows), {}, tools);
 }
 
 // Blocks the quit signals in every thread and delivers them through a descriptor the event loop
@@ -132,7 +121,8 @@ int runMirrowisp(int argc, char** argv) {
     model.start();
     std::unique_ptr<IslandShell> island;
     if (gui) {
-        island = std::make_unique<IslandShell>(model, jumpTo);
+        island = std::make_unique<IslandShell>(
+            model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();
     }
     ControlService control(

@@ -3,9 +3,7 @@
 #include "app/AppModel.h"
 #include "app/ControlCommands.h"
 #include "base/Log.h"
-#include "control/KonsoleDBusFocus.h"
-#include "control/X11WindowFocus.h"
-#include "jump/TerminalJumper.h"
+#include "jump/linux/DesktopJump.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -148,14 +146,9 @@ QString ControlService::Jump(const QString& sessionID) {
         setDelayedReply(true);
         QDBusMessage request = message();
         QDBusConnection bus = connection();
-        TerminalDrivers::Tools tools = TerminalDrivers::Tools::system();
-        tools.konsole = std::make_shared<KonsoleDBusFocus>();
-        auto windows = std::make_shared<X11WindowFocus>();
-        tools.windows = windows;
-        TerminalJumper::jump(
-            *session, TerminalJumper::windowActivation(windows),
-            [request, bus](const QString& outcome) mutable { bus.send(request.createReply(outcome)); },
-            tools);
+        DesktopJump::jump(*session, [request, bus](const QString& outcome) mutable {
+            bus.send(request.createReply(outcome));
+        });
         return {};
     }
     sendErrorReply(errorPrefix + QStringLiteral("UnknownSession"),

@@ -1,8 +1,8 @@
 #include "integration/AgentEnvironment.h"
 
 #include "base/MainQueue.h"
+#include "base/ProcessRunner.h"
 #include "base/SerialQueue.h"
-#include "usage/ClaudeUsageProbe.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -259,8 +259,7 @@ Locations probe(const QString& shell, const QString& home, double timeoutSeconds
     // Interactive first, because many people set PATH in .bashrc or .zshrc only; a start-up file
     // that waits for a terminal under -i costs one time-out, then the plain login shell answers.
     for (const QString& flags : {QStringLiteral("-ilc"), QStringLiteral("-lc")}) {
-        const ClaudeUsageProbe::RunResult result =
-            ClaudeUsageProbe::run(shell, {flags, script}, timeoutSeconds);
+        const ProcessRunner::RunResult result = ProcessRunner::run(shell, {flags, script}, timeoutSeconds);
         if (result.ok() && result.output.contains(sentinel)) {
             return locations(parseProbeOutput(result.output), home);
         }

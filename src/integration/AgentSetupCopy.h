@@ -1,7 +1,7 @@
 #pragma once
 
+#include "agents/CodexHookStatus.h"
 #include "integration/AgentSetup.h"
-#include "integration/CodexHookStatus.h"
 
 #include <QString>
 #include <QStringList>

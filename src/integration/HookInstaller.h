@@ -1,9 +1,9 @@
 #pragma once
 
-#include "agents/AgentKind.h"
+#include "agents/CodexHookStatus.h"
+#include "base/AgentKind.h"
 #include "base/Clock.h"
 #include "integration/AgentSetup.h"
-#include "integration/CodexHookStatus.h"
 #include "integration/HookError.h"
 
 #include <QDateTime>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "agents/AgentKind.h"
 #include "app/TransientActivity.h"
+#include "base/AgentKind.h"
 #include "island/IslandInputs.h"
 #include "media/NowPlayingTrack.h"
 #include "widgets/CalendarItem.h"

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "agents/CodexHookStatus.h"
 #include "integration/CodexHookApproval.h"
-#include "integration/CodexHookStatus.h"
 
 #include <QObject>
 #include <QString>

@@ -10,7 +10,6 @@
 #include "island/DecisionCardModel.h"
 #include "island/IslandControls.h"
 #include "island/IslandUsageModel.h"
-#include "island/IslandWindow.h"
 #include "island/MarkdownModel.h"
 #include "island/NotchAnimation.h"
 #include "island/NotchManager.h"
@@ -20,8 +19,9 @@
 #include "island/NotchWindowController.h"
 #include "island/QtScreenSource.h"
 #include "island/TimerDelayedTasks.h"
-#include "island/X11KeyGrab.h"
-#include "island/XInputPointerMonitor.h"
+#include "island/x11/IslandWindow.h"
+#include "island/x11/X11KeyGrab.h"
+#include "island/x11/XInputPointerMonitor.h"
 
 #include <QJsonObject>
 #include <QQmlContext>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agents/AgentKind.h"
+#include "base/AgentKind.h"
 
 #include <QList>
 #include <QString>

@@ -1,8 +1,8 @@
 #include "jump/TerminalDrivers.h"
 
+#include "base/ProcessRunner.h"
 #include "integration/AgentEnvironment.h"
 #include "jump/ProcessTree.h"
-#include "usage/ClaudeUsageProbe.h"
 
 #include <QDir>
 #include <QStandardPaths>
@@ -18,9 +18,9 @@ using Assignments = QList<std::pair<QString, QString>>;
 // env(1) as arguments, so no value ever passes a shell.
 bool runTool(const QString& executable, const QStringList& arguments, const Tools& tools,
              const Assignments& assignments = {}) {
-    ClaudeUsageProbe::RunResult result;
+    ProcessRunner::RunResult result;
     if (assignments.isEmpty()) {
-        result = ClaudeUsageProbe::run(executable, arguments, tools.timeoutSeconds);
+        result = ProcessRunner::run(executable, arguments, tools.timeoutSeconds);
     } else {
         QStringList envArguments;
         for (const auto& [name, value] : assignments) {
@@ -28,7 +28,7 @@ bool runTool(const QString& executable, const QStringList& arguments, const Tool
         }
         envArguments.append(executable);
         envArguments.append(arguments);
-        result = ClaudeUsageProbe::run(QStringLiteral("/usr/bin/env"), envArguments, tools.timeoutSeconds);
+        result = ProcessRunner::run(QStringLiteral("/usr/bin/env"), envArguments, tools.timeoutSeconds);
     }
     return result.ok() && result.exitStatus == 0;
 }
@@ -39,8 +39,7 @@ struct ToolOutput {
 };
 
 ToolOutput runForOutput(const QString& executable, const QStringList& arguments, const Tools& tools) {
-    const ClaudeUsageProbe::RunResult result =
-        ClaudeUsageProbe::run(executable, arguments, tools.timeoutSeconds);
+    const ProcessRunner::RunResult result = ProcessRunner::run(executable, arguments, tools.timeoutSeconds);
     return {result.ok() && result.exitStatus == 0, result.output};
 }
 

@@ -11,16 +11,6 @@ namespace mirrowisp::ClaudeUsageProbe {
 
 namespace {
 
-QString severityFor(double percent) {
-    if (percent >= 90) {
-        return QStringLiteral("critical");
-    }
-    if (percent >= 75) {
-        return QStringLiteral("warning");
-    }
-    return QStringLiteral("normal");
-}
-
 QString labelFor(const QString& kind, const QString& scope) {
     if (kind == QLatin1String("session")) {
         return QStringLiteral("5-hour");

@@ -7,8 +7,10 @@
 #include <QRegularExpression>
 #include <QStringList>
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <sqlite3.h>
+#include <tuple>
 
 namespace mirrowisp::OtherUsage {
 
@@ -19,16 +21,6 @@ constexpr const char* spendQuery = "SELECT COALESCE(SUM(json_extract(data, '$.co
 
 QString dollars(double amount) {
     return QString::asprintf("$%.2f", amount);
-}
-
-QString severityFor(double percent) {
-    if (percent >= 90) {
-        return QStringLiteral("critical");
-    }
-    if (percent >= 75) {
-        return QStringLiteral("warning");
-    }
-    return QStringLiteral("normal");
 }
 
 std::optional<double> number(const QRegularExpressionMatch& match, int group) {
@@ -95,14 +87,22 @@ QList<UsageMeter> openCode(const QString& database, Timestamp now) {
     return {meter(QStringLiteral("Today"), *daySpend), meter(QStringLiteral("7 days"), *weekSpend)};
 }
 
-QList<UsageMeter> parseAmp(const QString& text, Timestamp now) {
-    static const QRegularExpression leftOfTotal(
-        QStringLiteral(R"(\$(\d+(?:\.\d+)?)\s*/\s*\$(\d+(?:\.\d+)?)\s+remaining)"));
-    static const QRegularExpression leftOnly(QStringLiteral(R"(\$(\d+(?:\.\d+)?)\s+remaining)"));
-    static const QRegularExpression percentInParens(QStringLiteral(R"(remaining \((\d+(?:\.\d+)?)%\))"));
-    static const QRegularExpression percentRemaining(QStringLiteral(R"((\d+(?:\.\d+)?)%\s+remaining)"));
-    static const QRegularExpression days(QStringLiteral(R"(in (\d+) days?)"));
+namespace {
 
+const QRegularExpression& ampPattern(int which) {
+    static const std::array<QRegularExpression, 5> patterns{
+        QRegularExpression(QStringLiteral(R"(\$(\d+(?:\.\d+)?)\s*/\s*\$(\d+(?:\.\d+)?)\s+remaining)")),
+        QRegularExpression(QStringLiteral(R"(\$(\d+(?:\.\d+)?)\s+remaining)")),
+        QRegularExpression(QStringLiteral(R"(remaining \((\d+(?:\.\d+)?)%\))")),
+        QRegularExpression(QStringLiteral(R"((\d+(?:\.\d+)?)%\s+remaining)")),
+        QRegularExpression(QStringLiteral(R"(in (\d+) days?)")),
+    };
+    return patterns.at(static_cast<std::size_t>(which));
+}
+
+enum AmpPattern { leftOfTotal, leftOnly, percentInParens, percentRemaining, days };
+
+QStringList trimmedLines(const QString& text) {
     QStringList lines;
     for (const QString& raw : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
         const QString line = raw.trimmed();
@@ -110,94 +110,106 @@ QList<UsageMeter> parseAmp(const QString& text, Timestamp now) {
             lines.append(line);
         }
     }
+    return lines;
+}
 
-    std::optional<Timestamp> resetsAt;
+// "in N days" on any line: when the balance resets.
+std::optional<Timestamp> ampReset(const QStringList& lines, Timestamp now) {
     for (const QString& line : lines) {
-        const QRegularExpressionMatch match = days.match(line);
+        const QRegularExpressionMatch match = ampPattern(days).match(line);
+        bool ok = false;
+        const qint64 count = match.hasMatch() ? match.captured(1).toLongLong(&ok) : 0;
+        if (ok) {
+            return now + static_cast<double>(count) * 86400.0;
+        }
+    }
+    return std::nullopt;
+}
+
+// The share of the balance used, from whichever form the line gives: a percentage left, or the
+// amount left of a total.
+std::optional<double> ampUsedPercent(const QString& line) {
+    for (AmpPattern pattern : {percentInParens, percentRemaining}) {
+        const QRegularExpressionMatch match = ampPattern(pattern).match(line);
         if (match.hasMatch()) {
-            bool ok = false;
-            const qint64 count = match.captured(1).toLongLong(&ok);
-            if (ok) {
-                resetsAt = now + static_cast<double>(count) * 86400.0;
-                break;
+            if (const auto left = number(match, 1)) {
+                return std::clamp(100.0 - *left, 0.0, 100.0);
             }
         }
     }
+    const QRegularExpressionMatch pair = ampPattern(leftOfTotal).match(line);
+    if (pair.hasMatch()) {
+        const auto left = number(pair, 1);
+        const auto total = number(pair, 2);
+        if (left && total && *total > 0) {
+            return std::clamp(100.0 * (1.0 - *left / *total), 0.0, 100.0);
+        }
+    }
+    return std::nullopt;
+}
 
-    // The share of the balance used, from whichever form the line gives: a percentage left, or
-    // the amount left of a total.
-    auto usedPercent = [](const QString& line) -> std::optional<double> {
-        for (const QRegularExpression* pattern : {&percentInParens, &percentRemaining}) {
-            const QRegularExpressionMatch match = pattern->match(line);
-            if (match.hasMatch()) {
-                if (const auto left = number(match, 1)) {
-                    return std::clamp(100.0 - *left, 0.0, 100.0);
-                }
-            }
-        }
-        const QRegularExpressionMatch pair = leftOfTotal.match(line);
-        if (pair.hasMatch()) {
-            const auto left = number(pair, 1);
-            const auto total = number(pair, 2);
-            if (left && total && *total > 0) {
-                return std::clamp(100.0 * (1.0 - *left / *total), 0.0, 100.0);
-            }
-        }
-        return std::nullopt;
-    };
-    auto makeMeter = [&](const QString& label, double percent, std::optional<QString> shown) {
-        UsageMeter m;
-        m.agent = AgentKind::amp;
-        m.label = label;
-        m.percent = percent;
-        m.resetsAt = resetsAt;
-        m.severity = severityFor(percent);
-        m.text = std::move(shown);
-        return m;
-    };
+// The amount left as written ("$4.20"), or nothing.
+std::optional<QString> ampAmountLeft(const QString& line) {
+    const QRegularExpressionMatch pair = ampPattern(leftOfTotal).match(line);
+    const QRegularExpressionMatch single = pair.hasMatch() ? pair : ampPattern(leftOnly).match(line);
+    if (single.hasMatch()) {
+        return QLatin1Char('$') + single.captured(1);
+    }
+    return std::nullopt;
+}
 
-    QList<UsageMeter> meters;
-    // One meter per label, the first line that gives it: ids must stay unique for the views.
-    auto add = [&meters](UsageMeter meter) {
-        const bool seen = std::any_of(meters.cbegin(), meters.cend(),
-                                      [&meter](const UsageMeter& m) { return m.label == meter.label; });
-        if (!seen) {
-            meters.append(std::move(meter));
+// The meters one line gives, as label, share used and the text shown instead of the share.
+QList<std::tuple<QString, double, std::optional<QString>>> ampLineMeters(const QString& line) {
+    const std::optional<double> percent = ampUsedPercent(line);
+    if (line.startsWith(QStringLiteral("Amp Free:"))) {
+        // The free plan's allowance: the share used, or what is left when only an amount is given.
+        const std::optional<QString> left = ampAmountLeft(line);
+        if (!percent && !left) {
+            return {};
         }
-    };
-    auto amountLeft = [](const QString& line) -> std::optional<QString> {
-        const QRegularExpressionMatch pair = leftOfTotal.match(line);
-        const QRegularExpressionMatch single = pair.hasMatch() ? pair : leftOnly.match(line);
-        if (single.hasMatch()) {
-            return QLatin1Char('$') + single.captured(1);
-        }
-        return std::nullopt;
-    };
-    for (const QString& line : lines) {
-        const QString lower = line.toLower();
-        const std::optional<double> percent = usedPercent(line);
-        if (line.startsWith(QStringLiteral("Amp Free:"))) {
-            // The free plan's allowance: the share used, or what is left when only an amount is given.
-            const std::optional<QString> left = amountLeft(line);
-            if (percent || left) {
-                add(makeMeter(QStringLiteral("Free"), percent.value_or(0), percent ? std::nullopt : left));
-            }
-            continue;
-        }
-        if (line.contains(QStringLiteral("Tier:")) || lower.contains(QStringLiteral("credits:"))) {
-            // A paid balance: the share used when a percentage or a total says it, and the amount left
-            // as written.
-            if (percent) {
-                add(makeMeter(QStringLiteral("Plan"), *percent, std::nullopt));
-            }
-            if (const std::optional<QString> left = amountLeft(line)) {
-                add(makeMeter(QStringLiteral("Left"), percent.value_or(0), left));
-            }
-            continue;
-        }
-        // Any other line with a share left counts against today's allowance.
+        return {{QStringLiteral("Free"), percent.value_or(0), percent ? std::nullopt : left}};
+    }
+    if (line.contains(QStringLiteral("Tier:")) || line.toLower().contains(QStringLiteral("credits:"))) {
+        // A paid balance: the share used when a percentage or a total says it, and the amount left as
+        // written.
+        QList<std::tuple<QString, double, std::optional<QString>>> found;
         if (percent) {
-            add(makeMeter(QStringLiteral("Today"), *percent, std::nullopt));
+            found.append({QStringLiteral("Plan"), *percent, std::nullopt});
+        }
+        if (const std::optional<QString> left = ampAmountLeft(line)) {
+            found.append({QStringLiteral("Left"), percent.value_or(0), left});
+        }
+        return found;
+    }
+    // Any other line with a share left counts against today's allowance.
+    if (percent) {
+        return {{QStringLiteral("Today"), *percent, std::nullopt}};
+    }
+    return {};
+}
+
+} // namespace
+
+QList<UsageMeter> parseAmp(const QString& text, Timestamp now) {
+    const QStringList lines = trimmedLines(text);
+    const std::optional<Timestamp> resetsAt = ampReset(lines, now);
+    QList<UsageMeter> meters;
+    for (const QString& line : lines) {
+        for (auto& [label, percent, shown] : ampLineMeters(line)) {
+            // One meter per label, the first line that gives it: ids must stay unique for the views.
+            const bool seen = std::any_of(meters.cbegin(), meters.cend(),
+                                          [&](const UsageMeter& m) { return m.label == label; });
+            if (seen) {
+                continue;
+            }
+            UsageMeter meter;
+            meter.agent = AgentKind::amp;
+            meter.label = label;
+            meter.percent = percent;
+            meter.resetsAt = resetsAt;
+            meter.severity = severityFor(percent);
+            meter.text = shown;
+            meters.append(meter);
         }
     }
     return meters;

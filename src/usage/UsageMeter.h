@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agents/AgentKind.h"
+#include "base/AgentKind.h"
 #include "base/Clock.h"
 
 #include <QHashFunctions>
@@ -23,6 +23,17 @@ struct UsageMeter {
 
     bool operator==(const UsageMeter&) const = default;
 };
+
+// How close a limit is: "critical" from 90 % used, "warning" from 75 %, else "normal".
+inline QString severityFor(double percent) {
+    if (percent >= 90) {
+        return QStringLiteral("critical");
+    }
+    if (percent >= 75) {
+        return QStringLiteral("warning");
+    }
+    return QStringLiteral("normal");
+}
 
 inline size_t qHash(const UsageMeter& meter, size_t seed = 0) {
     return qHashMulti(seed, static_cast<int>(meter.agent), meter.label, meter.percent,

@@ -1,8 +1,8 @@
 #include "usage/UsageTracker.h"
 
 #include "agents/AgentActivity.h"
-#include "app/Preferences.h"
 #include "base/MainQueue.h"
+#include "base/ProcessRunner.h"
 #include "integration/Locations.h"
 #include "usage/OtherUsage.h"
 
@@ -23,16 +23,6 @@ namespace {
 constexpr qint64 codexTailBytes = 524288;
 constexpr int codexFiles = 5;
 constexpr double claudeGateSeconds = 60;
-
-QString severityFor(double percent) {
-    if (percent >= 90) {
-        return QStringLiteral("critical");
-    }
-    if (percent >= 75) {
-        return QStringLiteral("warning");
-    }
-    return QStringLiteral("normal");
-}
 
 std::optional<Timestamp> isoDate(const QString& text) {
     QDateTime date = QDateTime::fromString(text, Qt::ISODateWithMs);
@@ -201,10 +191,9 @@ ClaudeProbeRunner ClaudeProbeRunner::standard() {
             [](const QString& cli) { return ClaudeUsageProbe::fetch(cli); }};
 }
 
-UsageTracker::UsageTracker(Preferences& preferences, UserDefaults& defaults, const Clock& clock,
-                           ClaudeProbeRunner runner, QObject* parent)
-    : QObject(parent), preferences_(preferences), defaults_(defaults), clock_(clock),
-      runner_(std::move(runner)) {
+UsageTracker::UsageTracker(UserDefaults& defaults, const Clock& clock, ClaudeProbeRunner runner,
+                           QObject* parent)
+    : QObject(parent), defaults_(defaults), clock_(clock), runner_(std::move(runner)) {
     timer_.setInterval(60'000);
     claudeTimer_.setInterval(300'000);
     othersTimer_.setInterval(600'000);
@@ -305,8 +294,8 @@ void UsageTracker::refreshOthers(std::optional<AgentKind> kind, Timestamp now) {
         QMap<AgentKind, QList<UsageMeter>> found;
         const QString ampCLI = locations.clis.value(AgentKind::amp);
         if (amp && !ampCLI.isEmpty()) {
-            const ClaudeUsageProbe::RunResult result =
-                ClaudeUsageProbe::run(ampCLI, {QStringLiteral("usage")}, 20.0);
+            const ProcessRunner::RunResult result =
+                ProcessRunner::run(ampCLI, {QStringLiteral("usage")}, 20.0);
             if (result.ok()) {
                 found.insert(AgentKind::amp, OtherUsage::parseAmp(result.output, now));
             }
@@ -350,7 +339,7 @@ QList<UsageMeter> UsageTracker::meters(AgentKind kind) const {
 }
 
 QList<AgentKind> UsageTracker::islandAgents(Timestamp now) const {
-    const QList<AgentKind> chosen = preferences_.usageAgents();
+    const QList<AgentKind>& chosen = chosenAgents_;
     if (!chosen.isEmpty()) {
         return chosen;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agents/AgentKind.h"
+#include "base/AgentKind.h"
 #include "base/Clock.h"
 #include "base/SerialQueue.h"
 #include "usage/ClaudeUsageProbe.h"
@@ -17,7 +17,6 @@
 
 namespace mirrowisp {
 
-class Preferences;
 class UserDefaults;
 
 // How far the last Claude probe got.
@@ -44,7 +43,7 @@ class UsageTracker : public QObject {
     Q_OBJECT
 
 public:
-    UsageTracker(Preferences& preferences, UserDefaults& defaults, const Clock& clock,
+    UsageTracker(UserDefaults& defaults, const Clock& clock,
                  ClaudeProbeRunner runner = ClaudeProbeRunner::standard(), QObject* parent = nullptr);
     ~UsageTracker() override;
 
@@ -78,6 +77,8 @@ public:
 
     QList<UsageMeter> meters(AgentKind kind) const;
     // The user's choice when there is one, else the two agents with meters used most in seven days.
+    // The agents the user chose for the island (`usageAgents`); empty lets the tracker choose.
+    void setChosenAgents(QList<AgentKind> agents) { chosenAgents_ = std::move(agents); }
     QList<AgentKind> islandAgents(Timestamp now) const;
     QList<AgentKind> islandAgents() const { return islandAgents(clock_.now()); }
 
@@ -115,7 +116,7 @@ private:
     void pruneStale(Timestamp now);
     void enqueue(std::function<std::function<void(UsageTracker&)>()> work);
 
-    Preferences& preferences_;
+    QList<AgentKind> chosenAgents_;
     UserDefaults& defaults_;
     const Clock& clock_;
     ClaudeProbeRunner runner_;

@@ -257,7 +257,7 @@ TEST_F(AgentStoreDecisions, TheStatusLeavesNeedsAttentionWithTheLastCard) {
 }
 
 TEST_F(AgentStoreDecisions, WithApprovalsOffTheAgentsOwnPromptDecides) {
-    prefs.setApproveFromNotch(false);
+    setting([](AgentStoreSettings& s) { s.approveFromNotch = false; });
     int repliesWhenRaised = -1;
     std::shared_ptr<BridgeConnection> waiting;
     store.setOnSignal([&](AgentSignal signal, AgentSession&) {

@@ -209,9 +209,7 @@ TEST_F(AgentStoreEvents, BackfillsThePromptOfASessionMetMidway) {
 }
 
 TEST_F(AgentStoreEvents, TurnedOffAgentsAreHeardButNotTracked) {
-    QMap<AgentKind, bool> enabled = prefs.agentsEnabled();
-    enabled.insert(AgentKind::cursor, false);
-    prefs.setAgentsEnabled(enabled);
+    setting([](AgentStoreSettings& s) { s.disabledAgents.insert(AgentKind::cursor); });
     sendAnswered(AgentKind::cursor, event("SessionStart", "c"));
     EXPECT_TRUE(store.sessions().empty());
     EXPECT_EQ(store.lastSeen().value(AgentKind::cursor), clock.now());
@@ -229,7 +227,7 @@ TEST_F(AgentStoreEvents, WritesWhenAnAgentWasLastHeardAtMostEveryTwentySeconds) 
     EXPECT_EQ(defaults.doubleValue(text("lastSeen.claude")), clock.now());
 
     // A new store reads what was written.
-    AgentStore reopened(prefs, defaults, clock);
+    AgentStore reopened(defaults, clock);
     EXPECT_EQ(reopened.lastSeen().value(AgentKind::claude), clock.now());
 }
 

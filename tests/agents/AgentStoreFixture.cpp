@@ -7,8 +7,7 @@
 namespace mirrowisp::test {
 
 AgentStoreFixture::AgentStoreFixture()
-    : defaults(home.path() + QStringLiteral("/defaults.json")), prefs(defaults, login),
-      store(prefs, defaults, clock) {
+    : defaults(home.path() + QStringLiteral("/defaults.json")), store(defaults, clock) {
     store.setOnSignal(
         [this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
 }

@@ -1,8 +1,6 @@
 #pragma once
 
 #include "agents/AgentStore.h"
-#include "app/LaunchAtLogin.h"
-#include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "support/TestSupport.h"
 #include "support/ToolEnd.h"
@@ -33,13 +31,16 @@ protected:
     void sendAnswered(AgentKind agent, const QJsonObject& event, const ProcessContext& context = {});
     AgentSession* session(AgentKind agent, const QString& sessionID) const;
     int signalCount(AgentSignal signal) const;
+    template <typename Change> void setting(Change change) {
+        AgentStoreSettings settings = store.settings();
+        change(settings);
+        store.setSettings(settings);
+    }
 
     static QJsonObject event(const char* name, const char* sessionID = "s1", QJsonObject extra = {});
 
     TemporaryHome home;
     UserDefaults defaults;
-    NoLaunchAtLogin login;
-    Preferences prefs;
     ManualClock clock;
     AgentStore store;
     std::vector<std::pair<AgentSignal, QString>> raised;

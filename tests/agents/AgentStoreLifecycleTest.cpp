@@ -57,7 +57,7 @@ TEST_F(AgentStoreLifecycle, OrdersWaitingThenWorkingThenNewest) {
 }
 
 TEST_F(AgentStoreLifecycle, CleanupRemovesWhatIsOverAndKeepsWhatWaits) {
-    prefs.setHideFinishedAfter(0);
+    setting([](AgentStoreSettings& s) { s.hideFinishedAfter = 0; });
     const qint32 alive = static_cast<qint32>(::getpid());
     const qint32 dead = goneProcess();
     make("ended", "SessionEnd");
@@ -90,7 +90,7 @@ TEST_F(AgentStoreLifecycle, CleanupRemovesWhatIsOverAndKeepsWhatWaits) {
     store.cleanup(clock.now());
     EXPECT_EQ(session(AgentKind::claude, text("ended")), nullptr);
 
-    prefs.setHideFinishedAfter(600);
+    setting([](AgentStoreSettings& s) { s.hideFinishedAfter = 600; });
     clock.advance(569); // 599.1 s since its last event
     store.cleanup(clock.now());
     EXPECT_NE(session(AgentKind::claude, text("doneAlive")), nullptr);
@@ -155,10 +155,10 @@ TEST_F(AgentStoreLifecycle, CodexApprovalFollowsTheInstallerUnlessCodexIsOff) {
     store.setCodexStatusSource([&] { return installer; });
     store.refreshCodexApproval();
     EXPECT_EQ(store.codexHookStatus(), CodexHookStatus::needsApproval);
-    prefs.setAgentEnabled(AgentKind::codex, false);
+    setting([](AgentStoreSettings& s) { s.disabledAgents.insert(AgentKind::codex); });
     store.refreshCodexApproval();
     EXPECT_EQ(store.codexHookStatus(), CodexHookStatus::ready);
-    prefs.setAgentEnabled(AgentKind::codex, true);
+    setting([](AgentStoreSettings& s) { s.disabledAgents.clear(); });
     installer = CodexHookStatus::disabled;
     store.cleanup(clock.now()); // cleanup refreshes it too
     EXPECT_EQ(store.codexHookStatus(), CodexHookStatus::disabled);

@@ -3,6 +3,7 @@
 #include "app/LaunchAtLogin.h"
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
+#include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
 
 #include <QFile>

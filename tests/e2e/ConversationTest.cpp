@@ -1,7 +1,5 @@
 // A whole conversation through the real socket and the real hook tool, the way an agent drives it.
 #include "agents/AgentStore.h"
-#include "app/LaunchAtLogin.h"
-#include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "bridge/BridgeServer.h"
 #include "support/TestSupport.h"
@@ -13,7 +11,6 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
-using mirrowisp::test::NoLaunchAtLogin;
 
 namespace {
 
@@ -24,8 +21,7 @@ QString text(const char* s) {
 class Conversation : public testing::Test {
 protected:
     Conversation()
-        : defaults(home.path() + text("/defaults.json")), prefs(defaults, login),
-          store(prefs, defaults, SystemClock::shared()),
+        : defaults(home.path() + text("/defaults.json")), store(defaults, SystemClock::shared()),
           server([this](const std::shared_ptr<BridgeConnection>& connection) {
               store.handle(connection);
               ++handled;
@@ -83,8 +79,6 @@ protected:
 
     test::TemporaryHome home;
     UserDefaults defaults;
-    NoLaunchAtLogin login;
-    Preferences prefs;
     AgentStore store;
     BridgeServer server;
     QString sessionID = text("conv-1");

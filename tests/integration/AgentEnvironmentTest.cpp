@@ -1,7 +1,7 @@
 #include "integration/AgentEnvironment.h"
 
+#include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
-#include "usage/ScopedEnvironment.h"
 
 #include <QCoreApplication>
 #include <QDir>

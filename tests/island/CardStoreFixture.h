@@ -1,8 +1,6 @@
 #pragma once
 
 #include "agents/AgentStore.h"
-#include "app/LaunchAtLogin.h"
-#include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "island/DecisionCardActions.h"
 #include "support/TestSupport.h"
@@ -34,13 +32,13 @@ protected:
     };
 
     CardStoreFixture()
-        : defaults(home.path() + QStringLiteral("/defaults.json")), prefs(defaults, login),
-          store(prefs, defaults, clock), actions(
-                                             store,
-                                             [this](double seconds, std::function<void()> task) {
-                                                 scheduled.push_back({seconds, std::move(task)});
-                                             },
-                                             [this] { ++closes; }) {}
+        : defaults(home.path() + QStringLiteral("/defaults.json")), store(defaults, clock),
+          actions(
+              store,
+              [this](double seconds, std::function<void()> task) {
+                  scheduled.push_back({seconds, std::move(task)});
+              },
+              [this] { ++closes; }) {}
 
     static QString text(const char* s) { return QString::fromUtf8(s); }
 
@@ -91,8 +89,6 @@ protected:
 
     TemporaryHome home;
     UserDefaults defaults;
-    NoLaunchAtLogin login;
-    Preferences prefs;
     ManualClock clock;
     AgentStore store;
     std::vector<Scheduled> scheduled;

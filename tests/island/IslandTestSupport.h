@@ -9,6 +9,7 @@
 #include "island/NotchScreen.h"
 #include "island/PointerSource.h"
 #include "island/ScreenSource.h"
+#include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
 
 #include <algorithm>

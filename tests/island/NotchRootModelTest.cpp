@@ -4,6 +4,7 @@
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "island/NotchViewModel.h"
+#include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
 
 #include <QJsonDocument>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/ProcessRunner.h"
 #include "support/TestSupport.h"
-#include "usage/ClaudeUsageProbe.h"
 
 #include <QDir>
 #include <QFile>
@@ -103,8 +103,8 @@ public:
     const QString& socket() const { return socket_; }
     QString tmuxVariable() const { return socket_ + QStringLiteral(",4242,0"); }
 
-    ClaudeUsageProbe::RunResult tmux(const QStringList& arguments) const {
-        return ClaudeUsageProbe::run(
+    ProcessRunner::RunResult tmux(const QStringList& arguments) const {
+        return ProcessRunner::run(
             QStringLiteral("tmux"),
             QStringList{QStringLiteral("-S"), socket_, QStringLiteral("-f"), QStringLiteral("/dev/null")} +
                 arguments,

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "app/LaunchAtLogin.h"
 #include "base/Clock.h"
 
 #include <QProcess>
@@ -24,12 +23,6 @@ private:
 };
 
 // Launch at login that is never on and never fails: for objects that need one and tests that don't.
-class NoLaunchAtLogin final : public LaunchAtLogin {
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> setEnabled(bool) override { return std::nullopt; }
-};
-
 // Collects the app's diagnostic lines for the lifetime of the object.
 class LogCapture {
 public:

@@ -1,7 +1,7 @@
 #include "usage/UsageTracker.h"
 
 #include "agents/AgentActivity.h"
-#include "app/Preferences.h"
+#include "base/ProcessRunner.h"
 #include "base/UserDefaults.h"
 #include "integration/Locations.h"
 #include "support/TestSupport.h"
@@ -88,7 +88,7 @@ protected:
     UsageTrackerTest() { AgentEnvironment::setCurrent(Locations::standard(home.path())); }
 
     std::unique_ptr<UsageTracker> tracker(ClaudeProbeRunner runner) {
-        return std::make_unique<UsageTracker>(preferences, defaults, clock, std::move(runner));
+        return std::make_unique<UsageTracker>(defaults, clock, std::move(runner));
     }
     bool settle(UsageTracker& t, int timeoutMs = 10000) {
         return mirrowisp::test::waitUntil([&t] { return t.pendingWork() == 0; }, timeoutMs);
@@ -97,8 +97,6 @@ protected:
 
     mirrowisp::test::TemporaryHome home;
     UserDefaults defaults{home.path() + QStringLiteral("/defaults.json")};
-    mirrowisp::test::NoLaunchAtLogin launch;
-    Preferences preferences{defaults, launch};
     ManualClock clock;
     FakeProbe probe;
 };
@@ -176,7 +174,7 @@ TEST_F(UsageTrackerTest, AHungClaudeCostsItsTimeoutAndNeverBlocksTheMainThread) 
     ClaudeProbeRunner runner{
         [cli] { return std::optional<QString>(cli); },
         [](const QString& path) {
-            const auto run = ClaudeUsageProbe::run(path, {QStringLiteral("-p")}, 1.0);
+            const auto run = ProcessRunner::run(path, {QStringLiteral("-p")}, 1.0);
             return run.ok() ? ClaudeUsageProbe::FetchResult{ClaudeUsageProbe::parse(run.output), std::nullopt}
                             : ClaudeUsageProbe::FetchResult{{}, ClaudeUsageProbe::Failure::timedOut};
         }};
@@ -387,7 +385,7 @@ TEST_F(UsageTrackerTest, IslandShowsTheChoiceOrTheTwoMostUsedAgentsWithTiesInAge
     AgentActivity::recordPrompt(defaults, AgentKind::claude, now - 10 * 86400); // older than seven days
     EXPECT_EQ(t->islandAgents(now), (QList<AgentKind>{AgentKind::claude, AgentKind::codex}));
 
-    preferences.setUsageAgents({AgentKind::amp});
+    t->setChosenAgents({AgentKind::amp});
     EXPECT_EQ(t->islandAgents(now), QList<AgentKind>{AgentKind::amp});
 
     const QJsonObject json = t->toJson(now);

@@ -6,6 +6,7 @@
 #include "island/IslandShell.h"
 #include "island/NotchManager.h"
 #include "island/NotchWindowController.h"
+#include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 // counts presses, a red pill at the top centre and a text field below it.
 
 #include "X11Desktop.h"
-#include "island/IslandWindow.h"
+#include "island/x11/IslandWindow.h"
 #include "support/TestSupport.h"
 
 #include <QQuickItem>

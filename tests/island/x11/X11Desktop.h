@@ -3,7 +3,7 @@
 // The X server under test as the island's neighbours see it: a second client that makes ordinary
 // windows, reads what the window manager wrote, and drives the pointer and keyboard with xdotool.
 
-#include "island/XcbReply.h"
+#include "island/x11/XcbReply.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>

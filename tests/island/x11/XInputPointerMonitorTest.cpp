@@ -1,5 +1,5 @@
 // The global pointer through XInput 2 raw events, driven with xdotool like a real mouse.
-#include "island/XInputPointerMonitor.h"
+#include "island/x11/XInputPointerMonitor.h"
 
 #include "X11Desktop.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "island/IslandPanel.h"
-#include "island/X11InputShape.h"
+#include "island/x11/X11InputShape.h"
 
 #include <QQuickView>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "control/KonsoleDBusFocus.h"
+#include "jump/linux/KonsoleDBusFocus.h"
 
 #include "KonsoleWindowStandIn.h"
 #include "support/TestSupport.h"

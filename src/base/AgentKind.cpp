@@ -1,4 +1,4 @@
-#include "agents/AgentKind.h"
+#include "base/AgentKind.h"
 
 namespace mirrowisp::AgentKinds {
 

@@ -1,5 +1,5 @@
 // Raising windows under a real X server (Xvfb) with a real window manager (openbox).
-#include "control/X11WindowFocus.h"
+#include "jump/linux/X11WindowFocus.h"
 
 #include "support/TestSupport.h"
 

@@ -1,4 +1,4 @@
-#include "island/X11InputShape.h"
+#include "island/x11/X11InputShape.h"
 
 #include "base/Log.h"
 

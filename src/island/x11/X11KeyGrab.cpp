@@ -1,4 +1,4 @@
-#include "island/X11KeyGrab.h"
+#include "island/x11/X11KeyGrab.h"
 
 #include <QFile>
 #include <QSocketNotifier>

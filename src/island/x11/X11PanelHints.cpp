@@ -1,6 +1,6 @@
-#include "island/X11PanelHints.h"
+#include "island/x11/X11PanelHints.h"
 
-#include "island/XcbReply.h"
+#include "island/x11/XcbReply.h"
 
 #include <algorithm>
 #include <array>

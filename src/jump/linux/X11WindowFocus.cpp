@@ -1,4 +1,4 @@
-#include "control/X11WindowFocus.h"
+#include "jump/linux/X11WindowFocus.h"
 
 #include <QFile>
 #include <xcb/xcb.h>

@@ -1,8 +1,8 @@
-#include "island/IslandWindow.h"
+#include "island/x11/IslandWindow.h"
 
 #include "base/Log.h"
-#include "island/X11PanelHints.h"
-#include "island/XcbReply.h"
+#include "island/x11/X11PanelHints.h"
+#include "island/x11/XcbReply.h"
 
 #include <QGuiApplication>
 #include <QKeyEvent>

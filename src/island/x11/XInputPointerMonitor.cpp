@@ -1,8 +1,8 @@
-#include "island/XInputPointerMonitor.h"
+#include "island/x11/XInputPointerMonitor.h"
 
 #include "base/Log.h"
 #include "island/NativePixels.h"
-#include "island/XcbReply.h"
+#include "island/x11/XcbReply.h"
 
 #include <QFile>
 #include <QSocketNotifier>
