@@ -172,4 +172,12 @@ bool BridgeServer::isListening() const {
     return loop_ && loop_->isListening();
 }
 
+bool BridgeServer::socketTakenOver() const {
+    if (!socketIdentity_) {
+        return false;
+    }
+    const auto current = identityOf(QFile::encodeName(socketPath_));
+    return current && current != socketIdentity_;
+}
+
 } // namespace mirrowisp

@@ -41,6 +41,8 @@ public:
     void stop();
 
     bool isListening() const;
+    // True when a socket other than ours now sits at the path: another copy took it over.
+    bool socketTakenOver() const;
     QString socketPath() const { return socketPath_; }
 
 private:
