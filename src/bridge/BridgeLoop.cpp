@@ -153,7 +153,10 @@ void BridgeLoop::acceptClients() {
             ::close(fd);
             continue;
         }
-        readers_.emplace(tag, Reader{fd, {}, SteadyClock::now() + timeouts_.read});
+        const auto now = SteadyClock::now();
+        readers_.emplace(
+            tag,
+            Reader{fd, {}, now + std::min(timeouts_.read, timeouts_.wholeLine), now + timeouts_.wholeLine});
     }
 }
 
@@ -176,6 +179,7 @@ BridgeLoop::ReadOutcome BridgeLoop::readSome(Reader& reader) {
         }
         reader.line.append(chunk_.constData(), taken);
         readerBytes_ += taken;
+        reader.deadline = std::min(SteadyClock::now() + timeouts_.read, reader.lastChance);
         if (newline != nullptr) {
             return ReadOutcome::done;
         }

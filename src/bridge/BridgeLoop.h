@@ -46,7 +46,8 @@ private:
     struct Reader {
         int fd;
         QByteArray line;
-        SteadyClock::time_point deadline;
+        SteadyClock::time_point deadline; // moves on with every chunk, up to `lastChance`
+        SteadyClock::time_point lastChance;
     };
     // A client that waits for its answer, or, with `rest`, one still taking it.
     struct Watch {

@@ -48,10 +48,11 @@ struct BridgeResponse {
     std::optional<QString> stdoutText;
 };
 
-// How long a client may take: to send its request line from its connection, and to take its whole
-// reply from the moment the app answers. Each client has its own deadlines.
+// How long a client may take: silent while its request line arrives, for the whole line, and to take
+// its whole reply from the moment the app answers. Each client has its own deadlines.
 struct BridgeTimeouts {
     std::chrono::milliseconds read{2000};
+    std::chrono::milliseconds wholeLine{30000};
     std::chrono::milliseconds reply{5000};
 };
 
