@@ -1,6 +1,9 @@
 // Bridge server figures: round trips per second against the real app beside a minimal epoll server
-// doing the same work, and the app's peak memory while it takes a request near the 32 MiB line limit.
+// doing the same work, the app's peak memory while it takes a request near the 32 MiB line limit,
+// and a hook's round trip while other clients dawdle, beside the same round trip alone.
+#include "BenchSupport.h"
 #include "bridge/BridgeProtocol.h"
+#include "bridge/BridgeServer.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -14,6 +17,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -28,6 +32,9 @@ namespace {
 
 int connectTo(const QByteArray& path) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    // A server that never answers shows as a failed round trip, not as a bench that hangs.
+    const timeval limit{10, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
@@ -152,6 +159,7 @@ struct RunningApp {
         env.insert(QStringLiteral("MIRROWISP_SUPPORT_DIR"), dir.path());
         env.remove(QStringLiteral("DISPLAY"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")); // never meet a copy the user runs
         process.setProcessEnvironment(env);
         process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         process.start(app, {});
@@ -210,6 +218,92 @@ void memoryFigure(const QString& app, qsizetype payloadBytes) {
                 static_cast<double>(after - before) / 1024 / payloadMiB);
 }
 
+// Keeps `count` clients connected that never send a byte: one the server drops is replaced at once.
+class IdleClients {
+public:
+    IdleClients(const QByteArray& path, int count) : path_(path), fds_(static_cast<std::size_t>(count), -1) {
+        for (int& fd : fds_) {
+            fd = connectTo(path_);
+        }
+        thread_ = std::thread([this] {
+            while (!stop_) {
+                std::vector<pollfd> polls;
+                for (const int fd : fds_) {
+                    polls.push_back({fd, POLLRDHUP, 0});
+                }
+                ::poll(polls.data(), polls.size(), 20);
+                for (std::size_t i = 0; i < polls.size(); ++i) {
+                    if ((polls[i].revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0) {
+                        ::close(fds_[i]);
+                        fds_[i] = connectTo(path_);
+                        ++replaced_;
+                    }
+                }
+            }
+        });
+    }
+    ~IdleClients() {
+        stop_ = true;
+        thread_.join();
+        for (const int fd : fds_) {
+            ::close(fd);
+        }
+    }
+    int replaced() const { return replaced_; }
+
+private:
+    QByteArray path_;
+    std::vector<int> fds_;
+    std::atomic<bool> stop_ = false;
+    std::atomic<int> replaced_ = 0;
+    std::thread thread_;
+};
+
+// A bridge server in this process, answering on the main thread as the app does: a 4 MiB answer to
+// the request called "long", the empty answer to every other.
+void dawdlerFigures() {
+    QTemporaryDir dir;
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(dir.path()));
+    const QString longAnswer(4 << 20, QLatin1Char('x'));
+    BridgeServer server([&](const std::shared_ptr<BridgeConnection>& connection) {
+        connection->reply(connection->request().id == QLatin1StringView("long") ? std::optional(longAnswer)
+                                                                                : std::nullopt);
+    });
+    if (server.start()) {
+        std::printf("  could not open the bridge socket\n");
+        return;
+    }
+    const QByteArray path = QFile::encodeName(server.socketPath());
+    const QByteArray line = requestLine(2048);
+    QByteArray longLine = line;
+    longLine.replace("\"bench\"", "\"long\"");
+
+    std::thread measuring([&] {
+        constexpr int runs = 300;
+        int failures = 0;
+        const auto hook = [&] { failures += roundTrip(path, line) ? 0 : 1; };
+        const double quiet = bench::medianMs(runs, hook);
+        std::printf("  %-46s %8.3f ms\n", "alone", quiet);
+        {
+            IdleClients idle(path, 5);
+            const double withIdle = bench::medianMs(runs, hook);
+            std::printf("  %-46s %8.3f ms  (%d idle ones dropped and replaced)\n",
+                        "5 idle clients connected, sending nothing", withIdle, idle.replaced());
+        }
+        const int stuck = connectTo(path);
+        sendAll(stuck, longLine); // and never reads the answer
+        const double withStuck = bench::medianMs(runs, hook);
+        ::close(stuck);
+        std::printf("  %-46s %8.3f ms\n", "1 client not reading its 4 MiB answer", withStuck);
+        std::printf("  failed round trips: %d; target: each median within 10 ms, near the one alone\n",
+                    failures);
+        QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
+                                  Qt::QueuedConnection);
+    });
+    QCoreApplication::exec();
+    measuring.join();
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -243,6 +337,9 @@ int main(int argc, char** argv) {
     // The largest payload whose Base64 line stays under the 32 MiB limit, and a 30 MiB one that is over it.
     memoryFigure(app, (BridgeProtocol::maxLineBytes - 4096) / 4 * 3);
     memoryFigure(app, 30 << 20);
-    std::printf("  target: peak growth under 4x the payload\n");
+    std::printf("  target: peak growth under 4x the payload\n\n");
+
+    std::printf("Median hook round trip while other clients dawdle (in-process server, 2 KiB payload)\n");
+    dawdlerFigures();
     return 0;
 }

@@ -6,6 +6,7 @@
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "base/UserDefaults.h"
+#include "bridge/BridgeProtocol.h"
 #include "control/ControlService.h"
 #include "control/CtlClient.h"
 #include "integration/AgentEnvironment.h"
@@ -14,6 +15,8 @@
 #include "jump/linux/DesktopJump.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QFileSystemWatcher>
 #include <QGuiApplication>
 #include <QJsonDocument>
 #include <QSocketNotifier>
@@ -21,8 +24,11 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <variant>
 
 namespace mirrowisp {
 
@@ -46,38 +52,61 @@ int quitSignalDescriptor() {
     return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-bool wantsVersion(int argc, char** argv) {
+const char* const appUsage = R"(usage: mirrowisp [--replace]
+       mirrowisp ctl COMMAND [ARGUMENTS]    (mirrowisp ctl --help lists the commands)
+
+Runs the companion: the agent bridge, the island and the control interface on the session bus.
+A second launch while a copy runs asks that copy to show itself and exits.
+
+options:
+  --replace      take over from the copy that is running (it quits)
+  --version      print the version and exit
+  -h, --help     print this help and exit
+)";
+
+// What the command line asks of the app itself.
+struct LaunchOptions {
+    bool replace = false;
+};
+
+// Reads the app's own options before anything starts; an exit status when the launch ends here
+// (help, version, or an option it does not know, which touches nothing).
+std::variant<LaunchOptions, int> parseArguments(int argc, char** argv) {
+    LaunchOptions options;
     for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--version") == 0) {
-            return true;
+        const std::string_view argument = argv[i];
+        if (argument == "--help" || argument == "-h") {
+            std::fputs(appUsage, stdout);
+            return 0;
         }
+        if (argument == "--version") {
+            std::printf("mirrowisp %s\n", MIRROWISP_VERSION);
+            return 0;
+        }
+        if (argument == "--replace") {
+            options.replace = true;
+            continue;
+        }
+        std::fprintf(stderr, "mirrowisp: unknown option '%s' (mirrowisp --help lists the options)\n",
+                     argv[i]);
+        return 2;
     }
-    return false;
+    return options;
 }
 
-} // namespace
+int runCtlCommand(int argc, char** argv) {
+    // The client speaks in one line of its own on failure; Qt's teardown chatter stays out of it.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    QCoreApplication client(argc, argv);
+    return runCtl(QCoreApplication::arguments().mid(2));
+}
 
-int runMirrowisp(int argc, char** argv) {
-    if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
-        // The client speaks in one line of its own on failure; Qt's teardown chatter stays out of it.
-        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-        QCoreApplication client(argc, argv);
-        return runCtl(QCoreApplication::arguments().mid(2));
-    }
-    if (wantsVersion(argc, argv)) {
-        std::printf("mirrowisp %s\n", MIRROWISP_VERSION);
-        return 0;
-    }
-    // A dead peer on any socket must never kill the app.
-    std::signal(SIGPIPE, SIG_IGN);
-    const int signalFD = quitSignalDescriptor();
-
+std::unique_ptr<QCoreApplication> createApplication(int& argc, char** argv, bool gui) {
     // Qt's own event dispatcher hands bridge requests to the main thread about three times faster
     // than the GLib one under load; nothing here needs a GLib main loop. The user can still opt back.
     if (!qEnvironmentVariableIsSet("QT_NO_GLIB")) {
         qputenv("QT_NO_GLIB", "1");
     }
-    const bool gui = hasDisplay();
     if (gui && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
         qputenv("QT_QPA_PLATFORM", "xcb");
     }
@@ -92,39 +121,100 @@ int runMirrowisp(int argc, char** argv) {
     if (!gui) {
         logLine(QStringLiteral("Mirrowisp: no display found; running the agent bridge only"));
     }
+    return app;
+}
 
-    std::unique_ptr<QSocketNotifier> signalNotifier;
-    if (signalFD >= 0) {
-        signalNotifier = std::make_unique<QSocketNotifier>(signalFD, QSocketNotifier::Read);
-        QObject::connect(signalNotifier.get(), &QSocketNotifier::activated, [signalFD] {
-            signalfd_siginfo info{};
-            while (::read(signalFD, &info, sizeof info) == sizeof info) {
-            }
-            QCoreApplication::quit();
-        });
+std::unique_ptr<QSocketNotifier> watchQuitSignals(int signalFD) {
+    if (signalFD < 0) {
+        return nullptr;
     }
+    auto notifier = std::make_unique<QSocketNotifier>(signalFD, QSocketNotifier::Read);
+    QObject::connect(notifier.get(), &QSocketNotifier::activated, [signalFD] {
+        signalfd_siginfo info{};
+        while (::read(signalFD, &info, sizeof info) == sizeof info) {
+        }
+        QCoreApplication::quit();
+    });
+    return notifier;
+}
+
+// Quits once, with one line saying why.
+void quitBecause(const QString& reason) {
+    static bool quitting = false;
+    if (!quitting) {
+        quitting = true;
+        logLine(QStringLiteral("Mirrowisp: ") + reason + QStringLiteral("; quitting"));
+        QCoreApplication::quit();
+    }
+}
+
+// The bus name decides which copy runs. Claimed before the socket or any agent's file is touched;
+// an exit status when this copy is not the one.
+std::optional<int> claimTheBusName(ControlService& control, bool replace) {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    switch (control.registerOn(bus, replace)) {
+    case ControlService::Claim::owned:
+    case ControlService::Claim::noBus: // nobody to agree with: the socket alone is shared
+        return std::nullopt;
+    case ControlService::Claim::heldByAnotherCopy:
+        if (replace) {
+            logLine(QStringLiteral("Mirrowisp: the running copy does not let go of the bus name; quitting"));
+            return 1;
+        }
+        logLine(ControlService::askRunningCopyToShow(bus)
+                    ? QStringLiteral("Mirrowisp: already running; asked the running copy to show itself")
+                    : QStringLiteral("Mirrowisp: already running, but the running copy did not answer"));
+        return 0;
+    case ControlService::Claim::failed:
+        logLine(QStringLiteral("Mirrowisp: could not get the bus name; quitting"));
+        return 1;
+    }
+    return 1;
+}
+
+// A copy started with --replace takes the name, then binds its own socket at the path: either way
+// this copy has nothing left to serve.
+std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, AppModel& model) {
+    QObject::connect(&control, &ControlService::nameLost,
+                     [] { quitBecause(QStringLiteral("another copy took the bus name over")); });
+    BridgeServer* bridge = model.bridge();
+    if (bridge == nullptr || !bridge->isListening()) {
+        return nullptr;
+    }
+    auto watcher = std::make_unique<QFileSystemWatcher>(QStringList{BridgeProtocol::supportDirectory()});
+    QObject::connect(watcher.get(), &QFileSystemWatcher::directoryChanged, [bridge] {
+        if (bridge->socketTakenOver()) {
+            quitBecause(QStringLiteral("another copy took the agent socket over"));
+        }
+    });
+    return watcher;
+}
+
+} // namespace
+
+int runMirrowisp(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "ctl") == 0) {
+        return runCtlCommand(argc, argv);
+    }
+    const auto parsed = parseArguments(argc, argv);
+    if (const int* status = std::get_if<int>(&parsed)) {
+        return *status;
+    }
+    const LaunchOptions options = std::get<LaunchOptions>(parsed);
+
+    // A dead peer on any socket must never kill the app.
+    std::signal(SIGPIPE, SIG_IGN);
+    const int signalFD = quitSignalDescriptor();
+    const bool gui = hasDisplay();
+    const auto app = createApplication(argc, argv, gui);
+    auto signalNotifier = watchQuitSignals(signalFD);
 
     UserDefaults& defaults = UserDefaults::standard();
     AppModel model(Preferences::shared(), defaults, SystemClock::shared());
-    // The hook command points at a stable link in the support directory, kept on this build's tool.
-    HookInstaller::refreshBridgeLink();
     const AgentConnector::Presence isInstalled = [](AgentKind kind) {
         return AgentEnvironment::isInstalled(kind);
     };
-    model.setEnvironmentResolver(
-        [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
-    model.setConnectionPass(
-        [&defaults, isInstalled] { AgentConnector::connectionPass(defaults, isInstalled); });
-    model.agents().setCodexStatusSource([&defaults] { return HookInstaller::codexHookStatus(defaults); });
-    model.agents().refreshCodexApproval();
-    QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
-    model.start();
     std::unique_ptr<IslandShell> island;
-    if (gui) {
-        island = std::make_unique<IslandShell>(
-            model, [](const AgentSession& session) { DesktopJump::jump(session); });
-        island->start();
-    }
     ControlService control(
         model, {[&model, &defaults, isInstalled] {
                     return QString::fromUtf8(
@@ -137,12 +227,32 @@ int runMirrowisp(int argc, char** argv) {
                     model.agents().refreshCodexApproval();
                     return error;
                 },
-                island ? std::function<QString()>([&island] {
-                    return QString::fromUtf8(QJsonDocument(island->toJson()).toJson(QJsonDocument::Indented));
-                })
-                       : std::function<QString()>()});
-    control.registerOn(QDBusConnection::sessionBus());
+                [&island] {
+                    return island ? QString::fromUtf8(
+                                        QJsonDocument(island->toJson()).toJson(QJsonDocument::Indented))
+                                  : QString();
+                }});
+    // Calls on the bus are served from the event loop, so by the first one the socket is open.
+    if (const auto status = claimTheBusName(control, options.replace)) {
+        return *status;
+    }
+
+    // The hook command points at a stable link in the support directory, kept on this build's tool.
+    HookInstaller::refreshBridgeLink();
+    model.setEnvironmentResolver(
+        [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
+    model.setConnectionPass(
+        [&defaults, isInstalled] { AgentConnector::connectionPass(defaults, isInstalled); });
+    model.agents().setCodexStatusSource([&defaults] { return HookInstaller::codexHookStatus(defaults); });
+    model.agents().refreshCodexApproval();
+    QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
+    model.start();
+    const auto takeoverWatch = quitWhenTakenOver(control, model);
+
     if (gui) {
+        island = std::make_unique<IslandShell>(
+            model, [](const AgentSession& session) { DesktopJump::jump(session); });
+        island->start();
         // Coming back to the app is a good moment to put back hooks an agent's update removed.
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &model,
                          [&model](Qt::ApplicationState state) {

@@ -2,6 +2,7 @@
 
 #include "base/MainQueue.h"
 
+#include <cerrno>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -65,12 +66,24 @@ void BridgeConnection::reply(const std::optional<QString>& stdoutText) {
     if (!claim()) {
         return;
     }
-    if (auto json = BridgeProtocol::encodeResponse({request_.id, stdoutText})) {
-        json->append('\n');
-        // One write, no retry: replies are small against the socket buffer, and a dead peer is
-        // simply gone (MSG_NOSIGNAL keeps SIGPIPE away).
-        [[maybe_unused]] const ssize_t written =
-            ::send(fd_, json->constData(), static_cast<size_t>(json->size()), MSG_NOSIGNAL);
+    auto json = BridgeProtocol::encodeResponse({request_.id, stdoutText});
+    if (!json || fd_ < 0) {
+        closeDescriptor();
+        return;
+    }
+    json->append('\n');
+    // MSG_NOSIGNAL keeps SIGPIPE away from a dead peer; MSG_DONTWAIT keeps the caller (the main
+    // thread) from waiting on a peer that does not read.
+    const ssize_t written =
+        ::send(fd_, json->constData(), static_cast<size_t>(json->size()), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const bool full = written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    if ((full || (written >= 0 && written < json->size()))) {
+        if (auto owner = watcher_.lock()) {
+            const int fd = fd_;
+            fd_ = -1;
+            owner->finishReply(fd, json->mid(written > 0 ? written : 0));
+            return;
+        }
     }
     closeDescriptor();
 }

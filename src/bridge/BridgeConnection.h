@@ -17,6 +17,9 @@ public:
     virtual ~PeerWatchOwner() = default;
     virtual void watch(int fd, const std::shared_ptr<class BridgeConnection>& connection) = 0;
     virtual void cancelAndClose(int fd) = 0;
+    // Takes `fd` over with the part of a reply the socket did not take at once: writes it as the
+    // peer reads, then closes; a peer that has not taken it all by the reply deadline is dropped.
+    virtual void finishReply(int fd, QByteArray rest) = 0;
 };
 
 // One accepted client whose request has been read. For a request that expects a reply the socket
@@ -35,7 +38,8 @@ public:
     const BridgeRequest& request() const { return request_; }
 
     // Sends the answer and closes. Without text this is the empty reply. Safe from any thread and
-    // any number of times: only the first call (or the peer's going away) counts.
+    // any number of times: only the first call (or the peer's going away) counts. Never blocks:
+    // what the socket does not take at once is written by the watch owner's thread.
     void reply(const std::optional<QString>& stdoutText = std::nullopt);
 
     // Called on the main thread when the tool goes away before it got its answer. Set it on the main

@@ -2,6 +2,7 @@
 
 #include "bridge/BridgeProtocol.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -16,11 +17,17 @@ namespace mirrowisp {
 namespace {
 constexpr quint64 listenTag = 0;
 constexpr quint64 wakeTag = 1;
+// Chunks read from one client per readiness, so a long line does not hold up the others.
+constexpr int chunksPerTurn = 16;
+
+bool wouldBlock(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
 } // namespace
 
-BridgeLoop::BridgeLoop(int listenFD, Deliver deliver)
+BridgeLoop::BridgeLoop(int listenFD, Deliver deliver, BridgeTimeouts timeouts)
     : listenFD_(listenFD), epollFD_(::epoll_create1(EPOLL_CLOEXEC)),
-      wakeFD_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), deliver_(std::move(deliver)),
+      wakeFD_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), deliver_(std::move(deliver)), timeouts_(timeouts),
       chunk_(BridgeProtocol::chunkBytes, '\0') {
     if (!isValid()) {
         return;
@@ -38,7 +45,14 @@ BridgeLoop::BridgeLoop(int listenFD, Deliver deliver)
 
 BridgeLoop::~BridgeLoop() {
     closeListener();
-    // Waiting clients keep their descriptors: their connections close them when answered or dropped.
+    for (const auto& [tag, reader] : readers_) {
+        ::close(reader.fd);
+    }
+    // Replies still going out are the loop's to close; waiting clients keep their descriptors:
+    // their connections close them when answered or dropped.
+    for (const quint64 tag : writers_) {
+        ::close(watched_.at(tag).fd);
+    }
     if (epollFD_ >= 0) {
         ::close(epollFD_);
     }
@@ -71,14 +85,17 @@ void BridgeLoop::requestExit() {
     wake();
 }
 
+quint64 BridgeLoop::newTag() {
+    std::lock_guard guard(watchLock_);
+    return nextTag_++;
+}
+
 void BridgeLoop::run() {
     std::array<epoll_event, 32> events{};
     while (!exit_) {
-        const int count = ::epoll_wait(epollFD_, events.data(), static_cast<int>(events.size()), -1);
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
+        const int count = ::epoll_wait(epollFD_, events.data(), static_cast<int>(events.size()),
+                                       millisecondsToNextDeadline());
+        if (count < 0 && errno != EINTR) {
             return;
         }
         for (int i = 0; i < count && !exit_; ++i) {
@@ -87,70 +104,118 @@ void BridgeLoop::run() {
                 uint64_t drained = 0;
                 [[maybe_unused]] const ssize_t n = ::read(wakeFD_, &drained, sizeof drained);
                 if (stopListening_ && listenFD_ >= 0) {
-                    ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, listenFD_, nullptr);
+                    setAccepting(false);
                     closeListener();
                 }
             } else if (tag == listenTag) {
-                if (!stopListening_ && listenFD_ >= 0) {
-                    acceptClient();
-                }
+                acceptClients();
+            } else if (readers_.contains(tag)) {
+                readClient(tag);
             } else {
                 onPeerEvent(tag);
             }
         }
+        expireDeadlines();
     }
 }
 
-void BridgeLoop::acceptClient() {
+void BridgeLoop::setAccepting(bool on) {
+    if (on == accepting_ || listenFD_ < 0) {
+        return;
+    }
+    accepting_ = on;
+    if (on) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.u64 = listenTag;
+        ::epoll_ctl(epollFD_, EPOLL_CTL_ADD, listenFD_, &event);
+    } else {
+        ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, listenFD_, nullptr);
+    }
+}
+
+void BridgeLoop::acceptClients() {
     // Drain the backlog before going back to epoll: under load that saves a wake-up per client.
-    // The listening socket is non-blocking; accepted sockets are not, so their reads can time out.
-    for (int i = 0; i < 64 && !exit_ && !stopListening_; ++i) {
-        const int fd = ::accept4(listenFD_, nullptr, nullptr, SOCK_CLOEXEC);
+    for (int i = 0; i < 64 && !exit_ && !stopListening_ && listenFD_ >= 0; ++i) {
+        if (readers_.size() >= static_cast<std::size_t>(BridgeProtocol::maxReaders)) {
+            setAccepting(false); // back on when a reader finishes
+            return;
+        }
+        const int fd = ::accept4(listenFD_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) {
             return; // nothing waiting, or a failed accept: the next readiness tries again
         }
-        readClient(fd);
-    }
-}
-
-std::optional<QByteArray> BridgeLoop::readLine(int fd, QByteArray& chunk) {
-    timeval timeout{};
-    timeout.tv_sec = BridgeProtocol::readTimeoutSeconds;
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-
-    QByteArray line;
-    for (;;) {
-        const ssize_t n = ::recv(fd, chunk.data(), static_cast<size_t>(chunk.size()), 0);
-        if (n < 0 && errno == EINTR) {
+        const quint64 tag = newTag();
+        epoll_event event{};
+        event.events = EPOLLIN | EPOLLRDHUP;
+        event.data.u64 = tag;
+        if (::epoll_ctl(epollFD_, EPOLL_CTL_ADD, fd, &event) != 0) {
+            ::close(fd);
             continue;
         }
-        if (n <= 0) {
-            return std::nullopt; // timeout, error, or end of file before the newline
-        }
-        const auto* newline =
-            static_cast<const char*>(std::memchr(chunk.constData(), '\n', static_cast<size_t>(n)));
-        if (newline != nullptr) {
-            // Whatever follows the first newline in this chunk is ignored.
-            line.append(chunk.constData(), newline - chunk.constData());
-            return line;
-        }
-        line.append(chunk.constData(), n);
-        if (line.size() > BridgeProtocol::maxLineBytes) {
-            return std::nullopt;
-        }
+        const auto now = SteadyClock::now();
+        readers_.emplace(
+            tag,
+            Reader{fd, {}, now + std::min(timeouts_.read, timeouts_.wholeLine), now + timeouts_.wholeLine});
     }
 }
 
-void BridgeLoop::readClient(int fd) {
-    std::optional<BridgeRequest> request;
-    if (auto line = readLine(fd, chunk_)) {
-        request = BridgeProtocol::decodeRequest(*line);
+BridgeLoop::ReadOutcome BridgeLoop::readSome(Reader& reader) {
+    for (int turn = 0; turn < chunksPerTurn; ++turn) {
+        const ssize_t n = ::recv(reader.fd, chunk_.data(), static_cast<size_t>(chunk_.size()), 0);
+        if (n < 0 && wouldBlock(errno)) {
+            return ReadOutcome::pending;
+        }
+        if (n <= 0) {
+            return ReadOutcome::dropped; // an error, or end of file before the newline
+        }
+        const auto* newline =
+            static_cast<const char*>(std::memchr(chunk_.constData(), '\n', static_cast<size_t>(n)));
+        // Whatever follows the first newline in this chunk is ignored.
+        const qsizetype taken = newline != nullptr ? newline - chunk_.constData() : n;
+        if (reader.line.size() + taken > BridgeProtocol::maxLineBytes ||
+            readerBytes_ + taken > BridgeProtocol::maxPendingBytes) {
+            return ReadOutcome::dropped;
+        }
+        reader.line.append(chunk_.constData(), taken);
+        readerBytes_ += taken;
+        reader.deadline = std::min(SteadyClock::now() + timeouts_.read, reader.lastChance);
+        if (newline != nullptr) {
+            return ReadOutcome::done;
+        }
     }
-    if (!request) {
-        ::close(fd);
+    return ReadOutcome::pending; // level-triggered: the rest comes at the next turn
+}
+
+void BridgeLoop::readClient(quint64 tag) {
+    Reader& reader = readers_.at(tag);
+    const ReadOutcome outcome = readSome(reader);
+    if (outcome == ReadOutcome::pending) {
         return;
     }
+    std::optional<BridgeRequest> request;
+    if (outcome == ReadOutcome::done) {
+        request = BridgeProtocol::decodeRequest(reader.line);
+    }
+    if (!request) {
+        dropReader(tag);
+        return;
+    }
+    const int fd = reader.fd;
+    ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, fd, nullptr);
+    readerBytes_ -= reader.line.size();
+    readers_.erase(tag);
+    setAccepting(!stopListening_);
     deliver_(BridgeConnection::make(std::move(*request), fd, weak_from_this()));
+}
+
+void BridgeLoop::dropReader(quint64 tag) {
+    const auto it = readers_.find(tag);
+    ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, it->second.fd, nullptr);
+    ::close(it->second.fd);
+    readerBytes_ -= it->second.line.size();
+    readers_.erase(it);
+    setAccepting(!stopListening_);
 }
 
 void BridgeLoop::watch(int fd, const std::shared_ptr<BridgeConnection>& connection) {
@@ -162,7 +227,7 @@ void BridgeLoop::watch(int fd, const std::shared_ptr<BridgeConnection>& connecti
     if (::epoll_ctl(epollFD_, EPOLL_CTL_ADD, fd, &event) != 0) {
         return; // unwatched: the answer still arrives, only a vanished tool goes unnoticed
     }
-    watched_.emplace(tag, Watch{fd, connection});
+    watched_.emplace(tag, Watch{fd, connection, {}, 0, {}});
     tagOfFD_.emplace(fd, tag);
 }
 
@@ -171,9 +236,56 @@ void BridgeLoop::cancelAndClose(int fd) {
     if (auto it = tagOfFD_.find(fd); it != tagOfFD_.end()) {
         ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, fd, nullptr);
         watched_.erase(it->second);
+        writers_.erase(it->second);
         tagOfFD_.erase(it);
     }
     ::close(fd);
+}
+
+void BridgeLoop::finishReply(int fd, QByteArray rest) {
+    {
+        std::lock_guard guard(watchLock_);
+        epoll_event event{};
+        event.events = EPOLLOUT;
+        quint64 tag = 0;
+        bool registered = false;
+        if (auto it = tagOfFD_.find(fd); it != tagOfFD_.end()) {
+            tag = it->second;
+            event.data.u64 = tag;
+            registered = ::epoll_ctl(epollFD_, EPOLL_CTL_MOD, fd, &event) == 0;
+        } else {
+            tag = nextTag_++;
+            event.data.u64 = tag;
+            registered = ::epoll_ctl(epollFD_, EPOLL_CTL_ADD, fd, &event) == 0;
+        }
+        if (!registered) {
+            ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, fd, nullptr);
+            watched_.erase(tag);
+            tagOfFD_.erase(fd);
+            ::close(fd);
+            return;
+        }
+        watched_[tag] = Watch{fd, {}, std::move(rest), 0, SteadyClock::now() + timeouts_.reply};
+        tagOfFD_[fd] = tag;
+        writers_.insert(tag);
+    }
+    wake(); // the loop's next deadline may now be this one
+}
+
+bool BridgeLoop::writeRest(Watch& watch) {
+    while (watch.sent < watch.rest.size()) {
+        const ssize_t n =
+            ::send(watch.fd, watch.rest.constData() + watch.sent,
+                   static_cast<size_t>(watch.rest.size() - watch.sent), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0 && wouldBlock(errno)) {
+            return false;
+        }
+        if (n <= 0) {
+            return true; // the peer is gone: nothing more to write
+        }
+        watch.sent += n;
+    }
+    return true;
 }
 
 void BridgeLoop::onPeerEvent(quint64 tag) {
@@ -184,11 +296,21 @@ void BridgeLoop::onPeerEvent(quint64 tag) {
         if (it == watched_.end()) {
             return; // answered meanwhile
         }
+        if (writers_.contains(tag)) {
+            if (writeRest(it->second)) {
+                const int fd = it->second.fd;
+                ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, fd, nullptr);
+                ::close(fd);
+                tagOfFD_.erase(fd);
+                writers_.erase(tag);
+                watched_.erase(it);
+            }
+            return;
+        }
         // One byte at a time: the point is to see end of file, not to receive anything.
         char byte = 0;
         const ssize_t n = ::recv(it->second.fd, &byte, 1, MSG_DONTWAIT);
-        const bool closed = n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
-        if (!closed) {
+        if (n > 0 || (n < 0 && wouldBlock(errno))) {
             return;
         }
         gone = it->second.connection.lock();
@@ -197,6 +319,54 @@ void BridgeLoop::onPeerEvent(quint64 tag) {
         }
     }
     gone->peerClosed();
+}
+
+void BridgeLoop::expireDeadlines() {
+    const auto now = SteadyClock::now();
+    std::vector<quint64> late;
+    for (const auto& [tag, reader] : readers_) {
+        if (reader.deadline <= now) {
+            late.push_back(tag);
+        }
+    }
+    for (const quint64 tag : late) {
+        dropReader(tag);
+    }
+    std::lock_guard guard(watchLock_);
+    for (auto it = writers_.begin(); it != writers_.end();) {
+        const Watch& watch = watched_.at(*it);
+        if (watch.deadline > now) {
+            ++it;
+            continue;
+        }
+        // The client has not taken its answer in time: drop it rather than hold its bytes.
+        ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, watch.fd, nullptr);
+        ::close(watch.fd);
+        tagOfFD_.erase(watch.fd);
+        watched_.erase(*it);
+        it = writers_.erase(it);
+    }
+}
+
+int BridgeLoop::millisecondsToNextDeadline() {
+    std::optional<SteadyClock::time_point> next;
+    auto consider = [&next](SteadyClock::time_point deadline) {
+        next = next ? std::min(*next, deadline) : deadline;
+    };
+    for (const auto& [tag, reader] : readers_) {
+        consider(reader.deadline);
+    }
+    {
+        std::lock_guard guard(watchLock_);
+        for (const quint64 tag : writers_) {
+            consider(watched_.at(tag).deadline);
+        }
+    }
+    if (!next) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - SteadyClock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, 60'000));
 }
 
 } // namespace mirrowisp

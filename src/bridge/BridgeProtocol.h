@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QMap>
 #include <QString>
+#include <chrono>
 #include <optional>
 
 namespace mirrowisp {
@@ -47,11 +48,22 @@ struct BridgeResponse {
     std::optional<QString> stdoutText;
 };
 
+// How long a client may take: silent while its request line arrives, for the whole line, and to take
+// its whole reply from the moment the app answers. Each client has its own deadlines.
+struct BridgeTimeouts {
+    std::chrono::milliseconds read{2000};
+    std::chrono::milliseconds wholeLine{30000};
+    std::chrono::milliseconds reply{5000};
+};
+
 namespace BridgeProtocol {
 
 inline constexpr qsizetype chunkBytes = 65'536;
 inline constexpr qsizetype maxLineBytes = 33'554'432;
-inline constexpr int readTimeoutSeconds = 2;
+// Bytes the clients still being read may hold together; past it the client that reads on is dropped.
+inline constexpr qsizetype maxPendingBytes = 2 * maxLineBytes;
+// Clients read at once; past it new ones wait in the listen backlog.
+inline constexpr int maxReaders = 512;
 
 // MIRROWISP_SUPPORT_DIR when set and not empty, else ~/.mirrowisp. Read afresh at every use.
 QString supportDirectory();

@@ -73,8 +73,9 @@ struct BridgeServer::Inbox {
     }
 };
 
-BridgeServer::BridgeServer(RequestHandler onRequest)
-    : onRequest_(std::make_shared<RequestHandler>(std::move(onRequest))), inbox_(std::make_shared<Inbox>()) {}
+BridgeServer::BridgeServer(RequestHandler onRequest, BridgeTimeouts timeouts)
+    : onRequest_(std::make_shared<RequestHandler>(std::move(onRequest))), timeouts_(timeouts),
+      inbox_(std::make_shared<Inbox>()) {}
 
 BridgeServer::~BridgeServer() {
     onRequest_.reset(); // requests still queued for the main thread are dropped, closing their sockets
@@ -130,9 +131,11 @@ std::optional<BridgeError> BridgeServer::start() {
 
     std::weak_ptr<RequestHandler> handler = onRequest_;
     loop_ = std::make_shared<BridgeLoop>(
-        fd, [handler, inbox = inbox_](std::shared_ptr<BridgeConnection> connection) {
+        fd,
+        [handler, inbox = inbox_](std::shared_ptr<BridgeConnection> connection) {
             inbox->deliver(std::move(connection), handler, inbox);
-        });
+        },
+        timeouts_);
     if (!loop_->isValid()) {
         const int code = errno;
         loop_.reset(); // closes the listening socket
@@ -167,6 +170,14 @@ void BridgeServer::stop() {
 
 bool BridgeServer::isListening() const {
     return loop_ && loop_->isListening();
+}
+
+bool BridgeServer::socketTakenOver() const {
+    if (!socketIdentity_) {
+        return false;
+    }
+    const auto current = identityOf(QFile::encodeName(socketPath_));
+    return current && current != socketIdentity_;
 }
 
 } // namespace mirrowisp

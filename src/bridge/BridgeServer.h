@@ -21,13 +21,14 @@ struct BridgeError {
 };
 
 // Owns the listening socket "bridge.sock" in the support directory. One dedicated thread
-// ("mirrowisp.bridge") accepts clients, reads each request line in turn and watches the clients that
-// wait for an answer; decoded requests are handed to `onRequest` on the main thread.
+// ("mirrowisp.bridge") accepts clients, reads their request lines side by side, watches the clients
+// that wait for an answer and writes out answers too long for one write; decoded requests are
+// handed to `onRequest` on the main thread, which never waits on a client.
 class BridgeServer {
 public:
     using RequestHandler = std::function<void(const std::shared_ptr<BridgeConnection>&)>;
 
-    explicit BridgeServer(RequestHandler onRequest);
+    explicit BridgeServer(RequestHandler onRequest, BridgeTimeouts timeouts = {});
     ~BridgeServer();
     BridgeServer(const BridgeServer&) = delete;
     BridgeServer& operator=(const BridgeServer&) = delete;
@@ -40,12 +41,15 @@ public:
     void stop();
 
     bool isListening() const;
+    // True when a socket other than ours now sits at the path: another copy took it over.
+    bool socketTakenOver() const;
     QString socketPath() const { return socketPath_; }
 
 private:
     struct Inbox;
 
     std::shared_ptr<RequestHandler> onRequest_;
+    BridgeTimeouts timeouts_;
     std::shared_ptr<Inbox> inbox_;
     std::shared_ptr<BridgeLoop> loop_;
     std::thread thread_;

@@ -30,24 +30,45 @@ QString errorName(ControlCommands::Result result) {
 ControlService::ControlService(AppModel& model, AgentActions agentActions, QObject* parent)
     : QObject(parent), model_(model), agentActions_(std::move(agentActions)) {}
 
-bool ControlService::registerOn(QDBusConnection bus) {
+ControlService::Claim ControlService::registerOn(QDBusConnection bus, bool replace) {
     if (!bus.isConnected()) {
         logLine(QStringLiteral("Mirrowisp: no session bus; the control interface is off"));
-        return false;
+        return Claim::noBus;
     }
     if (!bus.registerObject(objectPath, this, QDBusConnection::ExportAllSlots)) {
         logLine(QStringLiteral("Mirrowisp: could not publish the control interface: ") +
                 bus.lastError().message());
-        return false;
+        return Claim::failed;
     }
+    // Watched before asking, so a takeover right after the name is ours is not missed.
+    connect(bus.interface(), &QDBusConnectionInterface::serviceUnregistered, this,
+            [this](const QString& name) {
+                if (name == serviceName) {
+                    Q_EMIT nameLost();
+                }
+            });
     const auto reply =
-        bus.interface()->registerService(serviceName, QDBusConnectionInterface::ReplaceExistingService,
+        bus.interface()->registerService(serviceName,
+                                         replace ? QDBusConnectionInterface::ReplaceExistingService
+                                                 : QDBusConnectionInterface::DontQueueService,
                                          QDBusConnectionInterface::AllowReplacement);
-    if (!reply.isValid() || reply.value() == QDBusConnectionInterface::ServiceNotRegistered) {
-        logLine(QStringLiteral("Mirrowisp: could not take the bus name ") + serviceName);
-        return false;
+    if (!reply.isValid()) {
+        logLine(QStringLiteral("Mirrowisp: could not ask for the bus name ") + serviceName +
+                QStringLiteral(": ") + reply.error().message());
+        return Claim::failed;
     }
-    return true;
+    if (reply.value() == QDBusConnectionInterface::ServiceRegistered) {
+        return Claim::owned;
+    }
+    bus.unregisterObject(objectPath);
+    return Claim::heldByAnotherCopy;
+}
+
+bool ControlService::askRunningCopyToShow(QDBusConnection bus) {
+    QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath, interfaceName,
+                                                       QStringLiteral("ShowSettings"));
+    call.setArguments({QString()});
+    return bus.call(call, QDBus::Block, 5000).type() == QDBusMessage::ReplyMessage;
 }
 
 bool ControlService::callerIsThisUser() {
@@ -127,11 +148,11 @@ QString ControlService::Island() {
     if (!callerIsThisUser()) {
         return {};
     }
-    if (!agentActions_.islandJson) {
+    const QString json = agentActions_.islandJson ? agentActions_.islandJson() : QString();
+    if (json.isNull()) {
         sendErrorReply(QDBusError::NotSupported, QStringLiteral("no island: the app runs without a display"));
-        return {};
     }
-    return agentActions_.islandJson();
+    return json;
 }
 
 QString ControlService::Jump(const QString& sessionID) {
@@ -162,6 +183,16 @@ void ControlService::Connect(const QString& agent) {
 
 void ControlService::Disconnect(const QString& agent) {
     setConnected(agent, false);
+}
+
+void ControlService::ShowSettings(const QString& page) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    // The settings window is not built yet: the request is only noted.
+    logLine(QStringLiteral("Mirrowisp: asked to show the settings") +
+            (page.isEmpty() ? QString() : QStringLiteral(" (page ") + page + QLatin1Char(')')) +
+            QStringLiteral("; there is no settings window yet"));
 }
 
 void ControlService::setConnected(const QString& agent, bool connect) {

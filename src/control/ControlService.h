@@ -29,14 +29,24 @@ public:
         std::function<QString()> agentsJson;
         // Answers an error text, or nothing on success.
         std::function<std::optional<QString>(const QString& kind, bool connect)> setConnected;
-        // Each island's state as JSON; absent when the app runs without a display.
+        // Each island's state as JSON; absent, or a null text, when the app runs without a display.
         std::function<QString()> islandJson;
     };
 
+    // Who holds the bus name after registerOn: the name decides which copy of the app runs.
+    enum class Claim { owned, heldByAnotherCopy, failed, noBus };
+
     ControlService(AppModel& model, AgentActions agentActions, QObject* parent = nullptr);
 
-    // Registers the object and takes the name over from an older copy of the app, as the socket does.
-    bool registerOn(QDBusConnection bus);
+    // Publishes the object and asks for the bus name, always allowing a later copy to take it over.
+    // With `replace` the name is taken from the copy that holds it; without, a held name stays put.
+    // nameLost() follows when another copy takes it.
+    Claim registerOn(QDBusConnection bus, bool replace);
+    // Asks the copy that holds the name to show itself; false when it did not answer.
+    static bool askRunningCopyToShow(QDBusConnection bus);
+
+Q_SIGNALS:
+    void nameLost();
 
 public Q_SLOTS:
     QString Sessions();
@@ -55,6 +65,8 @@ public Q_SLOTS:
     QString Jump(const QString& sessionID);
     void Connect(const QString& agent);
     void Disconnect(const QString& agent);
+    // Brings the app forward on a settings page (empty: the first); a second launch asks for this.
+    void ShowSettings(const QString& page);
 
 private:
     bool callerIsThisUser();

@@ -3,6 +3,7 @@
 #include "control/ControlService.h"
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
 #include <QTextStream>
@@ -15,9 +16,10 @@ namespace {
 constexpr int exitOK = 0;
 constexpr int exitUnknown = 1;
 constexpr int exitNotRunning = 2;
+constexpr int exitNotAnswering = 3;
 constexpr int exitUsage = 64;
 
-const char* const usage = R"(usage: mirrowisp ctl COMMAND
+const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   sessions                              the sessions as JSON, in the island's order
   allow ID [--always]                   allow a waiting permission (always: with the suggested rule)
   deny ID                               deny it
@@ -31,13 +33,17 @@ const char* const usage = R"(usage: mirrowisp ctl COMMAND
   island                                each island's state as JSON
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
+
+--timeout: how long to wait for the app's answer (10 s by default).
+Exit status: 0 done, 1 unknown decision, session or agent, 2 not running, 3 not answering in time,
+64 a wrong command line.
 )";
 
 void printError(const QString& text) {
     std::fprintf(stderr, "mirrowisp ctl: %s\n", qPrintable(text));
 }
 
-int exitFor(const QDBusError& error) {
+int exitFor(const QDBusError& error, QDBusConnection& bus) {
     const QString name = error.name();
     if (name.endsWith(QLatin1StringView(".UnknownDecision")) ||
         name.endsWith(QLatin1StringView(".UnknownSession")) ||
@@ -45,8 +51,15 @@ int exitFor(const QDBusError& error) {
         printError(error.message());
         return exitUnknown;
     }
-    if (error.type() == QDBusError::ServiceUnknown || error.type() == QDBusError::NoReply ||
-        error.type() == QDBusError::Disconnected || error.type() == QDBusError::UnknownObject) {
+    const bool noAnswer = error.type() == QDBusError::NoReply || error.type() == QDBusError::Timeout ||
+                          error.type() == QDBusError::TimedOut;
+    // No answer from a copy that still holds the name is a busy app, not a missing one.
+    if (noAnswer && bus.interface()->isServiceRegistered(ControlService::serviceName).value()) {
+        printError(QStringLiteral("Mirrowisp is not answering (timed out)"));
+        return exitNotAnswering;
+    }
+    if (noAnswer || error.type() == QDBusError::ServiceUnknown || error.type() == QDBusError::Disconnected ||
+        error.type() == QDBusError::UnknownObject) {
         printError(QStringLiteral("Mirrowisp is not running"));
         return exitNotRunning;
     }
@@ -77,13 +90,24 @@ bool takeFlag(QStringList& args, const QString& flag) {
 
 int runCtl(const QStringList& arguments) {
     QStringList args = arguments;
-    if (args.isEmpty() || args.first() == QLatin1StringView("--help") ||
-        args.first() == QLatin1StringView("-h")) {
-        std::fputs(usage, args.isEmpty() ? stderr : stdout);
-        return args.isEmpty() ? exitUsage : exitOK;
+    if (args.isEmpty()) {
+        std::fputs(usage, stderr);
+        return exitUsage;
+    }
+    // Help anywhere, as in "ctl allow --help", is an answer of its own: nothing is sent.
+    if (args.contains(QLatin1StringView("--help")) || args.contains(QLatin1StringView("-h"))) {
+        std::fputs(usage, stdout);
+        return exitOK;
+    }
+    bool missingValue = false;
+    const auto timeoutText = takeOption(args, QStringLiteral("--timeout"), missingValue);
+    bool timeoutValid = true;
+    const double timeoutSeconds = timeoutText ? timeoutText->toDouble(&timeoutValid) : 10.0;
+    if (!timeoutValid || timeoutSeconds <= 0 || timeoutSeconds > 3600 || args.isEmpty()) {
+        std::fputs(usage, stderr);
+        return exitUsage;
     }
     const QString command = args.takeFirst();
-    bool missingValue = false;
     const bool always = takeFlag(args, QStringLiteral("--always"));
     const bool autoEdit = takeFlag(args, QStringLiteral("--auto-edit"));
     const auto json = takeOption(args, QStringLiteral("--json"), missingValue);
@@ -139,9 +163,9 @@ int runCtl(const QStringList& arguments) {
     QDBusMessage message = QDBusMessage::createMethodCall(
         ControlService::serviceName, ControlService::objectPath, ControlService::interfaceName, call->method);
     message.setArguments(call->arguments);
-    const QDBusMessage reply = bus.call(message, QDBus::Block, 10'000);
+    const QDBusMessage reply = bus.call(message, QDBus::Block, static_cast<int>(timeoutSeconds * 1000));
     if (reply.type() == QDBusMessage::ErrorMessage) {
-        return exitFor(QDBusError(reply));
+        return exitFor(QDBusError(reply), bus);
     }
     if (call->printsResult && !reply.arguments().isEmpty()) {
         QTextStream out(stdout);

@@ -69,4 +69,9 @@ bool SocketClient::sawEndOfFile(int timeoutMs) {
     return data.has_value() && data->isEmpty();
 }
 
+bool SocketClient::peerClosed(int timeoutMs) {
+    pollfd p{fd_, POLLRDHUP, 0};
+    return ::poll(&p, 1, timeoutMs) > 0 && (p.revents & (POLLRDHUP | POLLHUP)) != 0;
+}
+
 } // namespace mirrowisp::test

@@ -22,6 +22,8 @@ public:
     std::optional<QByteArray> readToEnd(int timeoutMs = 5000);
     // True when the server has closed its side (end of file is readable without blocking long).
     bool sawEndOfFile(int timeoutMs);
+    // True once the server has closed its side, whether or not its data has been read yet.
+    bool peerClosed(int timeoutMs);
     int fd() const { return fd_; }
 
 private:

@@ -3,10 +3,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
@@ -43,12 +45,39 @@ protected:
         ASSERT_TRUE(mirrowisp::test::waitUntil([&] { return ctl({text("sessions")}).exitCode == 0; }, 10000));
     }
 
-    CtlResult ctl(const QStringList& arguments) {
+    // Runs the app with `arguments` to its end (killed if it is still running after ten seconds).
+    CtlResult run(const QStringList& arguments) {
         QProcess process;
         process.setProcessEnvironment(env);
-        process.start(text(MIRROWISP_APP_PATH), QStringList{text("ctl")} + arguments);
-        process.waitForFinished(10000);
+        process.start(text(MIRROWISP_APP_PATH), arguments);
+        if (!process.waitForFinished(10000)) {
+            process.kill();
+            process.waitForFinished();
+            return {-1, {}, {}};
+        }
         return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+    }
+
+    CtlResult ctl(const QStringList& arguments) { return run(QStringList{text("ctl")} + arguments); }
+
+    // Starts one copy of the app; its output is read by the test.
+    std::unique_ptr<QProcess> startCopy(const QStringList& arguments = {}) {
+        auto copy = std::make_unique<QProcess>();
+        copy->setProcessEnvironment(env);
+        copy->start(text(MIRROWISP_APP_PATH), arguments);
+        return copy;
+    }
+
+    // Sends a session start through the socket and waits until the bus lists it: the copy that
+    // serves the socket also holds the name.
+    bool socketAndBusReachOneCopy(const QString& sessionID) {
+        if (!mirrowisp::test::waitUntil([&] { return ctl({text("sessions")}).exitCode == 0; }, 10000)) {
+            return false;
+        }
+        auto tool = hook({{text("hook_event_name"), text("SessionStart")}, {text("session_id"), sessionID}});
+        return tool->waitForFinished(10000) &&
+               mirrowisp::test::waitUntil(
+                   [&] { return ctl({text("sessions")}).out.contains(sessionID.toUtf8()); }, 10000);
     }
 
     std::unique_ptr<QProcess> hook(const QJsonObject& event) {
@@ -173,13 +202,78 @@ TEST_F(Control, AnswersQuestionsAndPlans) {
     EXPECT_TRUE(planned->readAllStandardOutput().contains(R"("message":"smaller steps")"));
 }
 
-TEST_F(Control, SaysWhenTheAppIsNotRunningOrTheCommandIsWrong) {
-    const CtlResult notRunning = ctl({text("sessions")});
-    EXPECT_EQ(notRunning.exitCode, 2);
-    EXPECT_TRUE(notRunning.err.contains("not running"));
-    EXPECT_EQ(notRunning.err.count('\n'), 1) << notRunning.err.toStdString();
-    EXPECT_EQ(ctl({text("allow")}).exitCode, 64);
-    EXPECT_EQ(ctl({text("frobnicate"), text("x")}).exitCode, 64);
+TEST_F(Control, AnswersHelpAndRefusesWrongCommandLinesWithoutStarting) {
+    struct Case {
+        QStringList arguments;
+        int exitCode;
+        const char* out;
+        const char* err;
+    };
+    const Case cases[] = {
+        {{text("--help")}, 0, "--replace", ""},
+        {{text("-h")}, 0, "--replace", ""},
+        {{text("--version")}, 0, "mirrowisp ", ""},
+        {{text("--frobnicate")}, 2, "", "unknown option '--frobnicate'"},
+        {{text("--replace"), text("now")}, 2, "", "unknown option 'now'"},
+        {{text("ctl"), text("--help")}, 0, "usage: mirrowisp ctl", ""},
+        {{text("ctl"), text("allow"), text("--help")}, 0, "usage: mirrowisp ctl", ""},
+        {{text("ctl"), text("allow")}, 64, "", "usage: mirrowisp ctl"},
+        {{text("ctl"), text("frobnicate"), text("x")}, 64, "", "usage: mirrowisp ctl"},
+        {{text("ctl"), text("--timeout"), text("soon"), text("sessions")}, 64, "", "usage: mirrowisp ctl"},
+        {{text("ctl"), text("sessions")}, 2, "", "mirrowisp ctl: Mirrowisp is not running\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments.join(QLatin1Char(' ')).toStdString());
+        const CtlResult result = run(c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode);
+        EXPECT_TRUE(result.out.contains(c.out)) << result.out.toStdString();
+        EXPECT_TRUE(result.err.contains(c.err)) << result.err.toStdString();
+    }
+    EXPECT_FALSE(QFileInfo::exists(home.supportDir())) << "nothing started, nothing installed";
+
+    // A copy that holds the name but does not answer in time is not "not running".
+    startApp();
+    ::kill(static_cast<pid_t>(app.processId()), SIGSTOP);
+    const CtlResult slow = ctl({text("--timeout"), text("0.3"), text("sessions")});
+    ::kill(static_cast<pid_t>(app.processId()), SIGCONT);
+    EXPECT_EQ(slow.exitCode, 3);
+    EXPECT_EQ(slow.err, QByteArray("mirrowisp ctl: Mirrowisp is not answering (timed out)\n"));
+}
+
+TEST_F(Control, OfTwoCopiesStartedTogetherOneServesBothTheSocketAndTheName) {
+    for (int round = 0; round < 4; ++round) {
+        SCOPED_TRACE(round);
+        std::unique_ptr<QProcess> copies[] = {startCopy(), startCopy()};
+        std::size_t left = 2;
+        ASSERT_TRUE(mirrowisp::test::waitUntil(
+            [&] {
+                for (std::size_t i = 0; i < 2; ++i) {
+                    left = copies[i]->state() == QProcess::NotRunning ? i : left;
+                }
+                return left < 2;
+            },
+            10000));
+        EXPECT_EQ(copies[left]->exitCode(), 0);
+        EXPECT_TRUE(copies[left]->readAllStandardError().contains("already running; asked the running copy"));
+        EXPECT_TRUE(socketAndBusReachOneCopy(QStringLiteral("together-%1").arg(round)));
+        QProcess& running = *copies[1 - left];
+        EXPECT_EQ(running.state(), QProcess::Running);
+        running.terminate();
+        ASSERT_TRUE(running.waitForFinished(10000));
+    }
+}
+
+TEST_F(Control, ACopyStartedToReplaceTakesBothOverAndTheOldOneQuits) {
+    startApp();
+    auto newer = startCopy({text("--replace")});
+    ASSERT_TRUE(app.waitForFinished(10000));
+    EXPECT_EQ(app.exitCode(), 0);
+    const QByteArray log = app.readAllStandardError();
+    EXPECT_EQ(log.count("over; quitting"), 1) << log.toStdString();
+    EXPECT_TRUE(socketAndBusReachOneCopy(text("replaced")));
+    EXPECT_TRUE(QFileInfo::exists(home.supportDir() + text("/bridge.sock")));
+    newer->terminate();
+    EXPECT_TRUE(newer->waitForFinished(10000));
 }
 
 TEST_F(Control, InstallsHooksForAgentsOnTheMachineAndConnectsOrDisconnectsThemOnRequest) {
