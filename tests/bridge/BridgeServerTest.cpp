@@ -350,6 +350,8 @@ TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
     BridgeServer second(
         [](const std::shared_ptr<BridgeConnection>& c) { c->reply(QStringLiteral("second")); });
     ASSERT_FALSE(second.start().has_value());
+    EXPECT_TRUE(first.socketTakenOver());
+    EXPECT_FALSE(second.socketTakenOver());
     first.stop();
     EXPECT_TRUE(QFileInfo::exists(path));
     SocketClient client;
