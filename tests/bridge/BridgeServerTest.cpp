@@ -130,24 +130,12 @@ TEST_F(BridgeServerTest, ClosesARequestThatExpectsNoReplyBeforeHandlingIt) {
 }
 
 TEST_F(BridgeServerTest, DropsBadInputSilentlyAndKeepsServing) {
+    // What a bad line is, the decoder's tests say; here: a bad line, and a good one never ended.
     const QByteArray valid = requestLine(QStringLiteral("ok"), true);
-    const QByteArray cases[] = {
-        "\n" + valid, // the very first byte ends an empty line
-        "not json\n",
-        "{\"id\":\"x\"}\n",
-        QByteArray("\x00\xff\xfe{}\n", 6),
-    };
-    for (const QByteArray& bytes : cases) {
+    for (const QByteArray& bytes : {QByteArray("not json\n"), valid.chopped(1)}) {
         SocketClient client;
         ASSERT_TRUE(client.connectTo(server->socketPath()));
         ASSERT_TRUE(client.send(bytes));
-        EXPECT_TRUE(client.sawEndOfFile(5000));
-    }
-    {
-        // A complete object without its newline, then the write side closed.
-        SocketClient client;
-        ASSERT_TRUE(client.connectTo(server->socketPath()));
-        ASSERT_TRUE(client.send(valid.chopped(1)));
         client.shutdownWrite();
         EXPECT_TRUE(client.sawEndOfFile(5000));
     }
@@ -362,6 +350,8 @@ TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
     BridgeServer second(
         [](const std::shared_ptr<BridgeConnection>& c) { c->reply(QStringLiteral("second")); });
     ASSERT_FALSE(second.start().has_value());
+    EXPECT_TRUE(first.socketTakenOver());
+    EXPECT_FALSE(second.socketTakenOver());
     first.stop();
     EXPECT_TRUE(QFileInfo::exists(path));
     SocketClient client;

@@ -45,21 +45,6 @@ protected:
         ASSERT_TRUE(mirrowisp::test::waitUntil([&] { return ctl({text("sessions")}).exitCode == 0; }, 10000));
     }
 
-    // Runs the app with `arguments` to its end (killed if it is still running after ten seconds).
-    CtlResult run(const QStringList& arguments) {
-        QProcess process;
-        process.setProcessEnvironment(env);
-        process.start(text(MIRROWISP_APP_PATH), arguments);
-        if (!process.waitForFinished(10000)) {
-            process.kill();
-            process.waitForFinished();
-            return {-1, {}, {}};
-        }
-        return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
-    }
-
-    CtlResult ctl(const QStringList& arguments) { return run(QStringList{text("ctl")} + arguments); }
-
     // Starts one copy of the app; its output is read by the test.
     std::unique_ptr<QProcess> startCopy(const QStringList& arguments = {}) {
         auto copy = std::make_unique<QProcess>();
@@ -67,6 +52,17 @@ protected:
         copy->start(text(MIRROWISP_APP_PATH), arguments);
         return copy;
     }
+
+    // Runs the app with `arguments` to its end; one still running after ten seconds is killed.
+    CtlResult run(const QStringList& arguments) {
+        const auto process = startCopy(arguments);
+        if (!process->waitForFinished(10000)) {
+            return {};
+        }
+        return {process->exitCode(), process->readAllStandardOutput(), process->readAllStandardError()};
+    }
+
+    CtlResult ctl(const QStringList& arguments) { return run(QStringList{text("ctl")} + arguments); }
 
     // Sends a session start through the socket and waits until the bus lists it: the copy that
     // serves the socket also holds the name.
@@ -123,8 +119,7 @@ const QJsonObject bashRequest{{text("hook_event_name"), text("PermissionRequest"
 TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     startApp();
     auto tool = hook(bashRequest);
-    const QString id = waitForDecision();
-    ASSERT_FALSE(id.isEmpty());
+    ASSERT_FALSE(waitForDecision().isEmpty());
 
     const QJsonObject session = sessions().first().toObject();
     EXPECT_EQ(session[text("id")], text("claude:ctl-1"));
@@ -142,23 +137,20 @@ TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     EXPECT_TRUE(unknown.err.contains("no-such-id"));
     EXPECT_EQ(unknown.err.count('\n'), 1) << unknown.err.toStdString();
 
-    EXPECT_EQ(ctl({text("allow"), id}).exitCode, 0);
-    ASSERT_TRUE(tool->waitForFinished(10000));
-    EXPECT_EQ(
-        tool->readAllStandardOutput(),
-        QByteArray(
-            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
-    EXPECT_EQ(sessions().first()[text("status")], text("thinking"));
-
-    auto denied = hook(bashRequest);
-    EXPECT_EQ(ctl({text("deny"), waitForDecision()}).exitCode, 0);
-    ASSERT_TRUE(denied->waitForFinished(10000));
-    EXPECT_TRUE(denied->readAllStandardOutput().contains(R"("behavior":"deny")"));
-
-    auto handedBack = hook(bashRequest);
-    EXPECT_EQ(ctl({text("terminal"), waitForDecision()}).exitCode, 0);
-    ASSERT_TRUE(handedBack->waitForFinished(10000));
-    EXPECT_EQ(handedBack->readAllStandardOutput(), QByteArray());
+    // Each answer reaches the waiting tool as the card's would; the first request is still waiting.
+    const std::pair<const char*, QByteArray> answers[] = {
+        {"allow", R"({"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"})"},
+        {"deny", R"({"decision":{"behavior":"deny",)"},
+        {"terminal", ""}};
+    for (const auto& [command, printed] : answers) {
+        auto waiting = tool ? std::move(tool) : hook(bashRequest);
+        EXPECT_EQ(ctl({text(command), waitForDecision()}).exitCode, 0);
+        ASSERT_TRUE(waiting->waitForFinished(10000));
+        const QByteArray out = waiting->readAllStandardOutput();
+        EXPECT_TRUE(printed.isEmpty() ? out.isEmpty() : out.contains(printed))
+            << command << out.toStdString();
+        EXPECT_EQ(sessions().first()[text("status")], text("thinking"));
+    }
 
     const QJsonObject usage = QJsonDocument::fromJson(ctl({text("usage")}).out).object();
     EXPECT_TRUE(usage[text("claude")].isObject());
