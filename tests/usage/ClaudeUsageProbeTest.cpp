@@ -4,9 +4,7 @@
 #include "support/TestSupport.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
@@ -14,33 +12,11 @@ using namespace mirrowisp::ClaudeUsageProbe;
 
 namespace {
 
-RunResult shell(const QString& script, double timeout = 10.0, const std::optional<QString>& directory = {}) {
-    return run(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), script}, timeout, directory);
-}
+using test::writeFile;
 
 QString readTrimmed(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
-}
-
-// A process is gone once /proc no longer has it or it is a zombie waiting for its reaper.
-bool isGone(const QString& pid) {
-    QFile stat(QStringLiteral("/proc/") + pid + QStringLiteral("/stat"));
-    if (!stat.open(QIODevice::ReadOnly)) {
-        return true;
-    }
-    const QByteArray text = stat.readAll();
-    const qsizetype close = text.lastIndexOf(')');
-    return close >= 0 && text.mid(close + 2, 1) == "Z";
-}
-
-void writeExecutable(const QString& path, const QByteArray& text) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(text);
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 } // namespace
@@ -48,10 +24,11 @@ void writeExecutable(const QString& path, const QByteArray& text) {
 TEST(ClaudeUsageProbeFetch, RunsTheToolInTheProbeFolderWithoutHooksAndReadsItsMeters) {
     test::TemporaryHome home;
     const QString cli = home.path() + QStringLiteral("/bin/claude");
-    writeExecutable(cli,
-                    "#!/bin/sh\n"
-                    "pwd -P > \"$HOME/cwd\"; printf '%s\\n' \"$@\" > \"$HOME/args\"\n"
-                    "echo 'Usage'; echo ' Current session: 91% used'; echo 'Current week (Opus): 3% used'\n");
+    writeFile(cli,
+              "#!/bin/sh\n"
+              "pwd -P > \"$HOME/cwd\"; printf '%s\\n' \"$@\" > \"$HOME/args\"\n"
+              "echo 'Usage'; echo ' Current session: 91% used'; echo 'Current week (Opus): 3% used'\n",
+              true);
     const FetchResult result = fetch(cli);
     ASSERT_FALSE(result.failure.has_value());
     ASSERT_EQ(result.meters.size(), 2);
@@ -67,12 +44,15 @@ TEST(ClaudeUsageProbeFetch, RunsTheToolInTheProbeFolderWithoutHooksAndReadsItsMe
 TEST(ClaudeUsageProbeFetch, TellsASignedOutToolFromTextWithoutMetersAndAToolThatWillNotStart) {
     test::TemporaryHome home;
     const QString cli = home.path() + QStringLiteral("/claude");
-    writeExecutable(cli, "#!/bin/sh\necho 'Current session: 5% used'; echo 'Error: PLEASE RUN /LOGIN'\n");
-    EXPECT_EQ(fetch(cli).failure, Failure::notSignedIn);
-    writeExecutable(cli, "#!/bin/sh\necho 'Invalid API key · Fix external API key' >&2\n");
-    EXPECT_EQ(fetch(cli).failure, Failure::notSignedIn);
-    writeExecutable(cli, "#!/bin/sh\necho 'Unknown command: /usage'\n");
-    EXPECT_EQ(fetch(cli).failure, Failure::unparseable);
+    const std::pair<const char*, Failure> cases[] = {
+        {"echo 'Current session: 5% used'; echo 'Error: PLEASE RUN /LOGIN'", Failure::notSignedIn},
+        {"echo 'Invalid API key · Fix external API key' >&2", Failure::notSignedIn},
+        {"echo 'Unknown command: /usage'", Failure::unparseable},
+    };
+    for (const auto& [script, failure] : cases) {
+        writeFile(cli, QByteArray("#!/bin/sh\n") + script + '\n', true);
+        EXPECT_EQ(fetch(cli).failure, failure) << script;
+    }
     EXPECT_EQ(fetch(home.path() + QStringLiteral("/gone")).failure, Failure::couldNotStart);
 }
 
@@ -85,16 +65,14 @@ TEST(ClaudeUsageProbeFindCLI, PrefersTheUsualPlacesThenAsksTheLoginShell) {
     test::TemporaryHome home;
     test::ScopedEnvironment environment;
     environment.set("SHELL", "/bin/bash");
-    QFile profile(home.path() + QStringLiteral("/.bash_profile"));
-    ASSERT_TRUE(profile.open(QIODevice::WriteOnly));
-    profile.write("echo 'Hello from the profile'\nexport PATH=\"$HOME/tools:$PATH\"\n");
-    profile.close();
+    writeFile(home.path() + QStringLiteral("/.bash_profile"),
+              "echo 'Hello from the profile'\nexport PATH=\"$HOME/tools:$PATH\"\n");
 
     EXPECT_EQ(findCLI(), std::nullopt);
-    writeExecutable(home.path() + QStringLiteral("/tools/claude"), "#!/bin/sh\n");
+    writeFile(home.path() + QStringLiteral("/tools/claude"), "#!/bin/sh\n", true);
     EXPECT_EQ(findCLI(), home.path() + QStringLiteral("/tools/claude"));
-    writeExecutable(home.path() + QStringLiteral("/.claude/local/claude"), "#!/bin/sh\n");
+    writeFile(home.path() + QStringLiteral("/.claude/local/claude"), "#!/bin/sh\n", true);
     EXPECT_EQ(findCLI(), home.path() + QStringLiteral("/.claude/local/claude"));
-    writeExecutable(home.path() + QStringLiteral("/.local/bin/claude"), "#!/bin/sh\n");
+    writeFile(home.path() + QStringLiteral("/.local/bin/claude"), "#!/bin/sh\n", true);
     EXPECT_EQ(findCLI(), home.path() + QStringLiteral("/.local/bin/claude"));
 }
