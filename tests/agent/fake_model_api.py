@@ -72,79 +72,55 @@ def plan(body):
     return ("text", "Mirrowisp test")
 
 
-def message_json(content, stop_reason, model):
+def message_json(content, stop_reason, model, usage=None):
     return {
-        "id": next_id("msg"),
-        "type": "message",
-        "role": "assistant",
-        "model": model,
-        "content": content,
-        "stop_reason": stop_reason,
-        "stop_sequence": None,
-        "usage": {"input_tokens": 12, "output_tokens": 6},
+        "id": next_id("msg"), "type": "message", "role": "assistant", "model": model, "content": content,
+        "stop_reason": stop_reason, "stop_sequence": None, "usage": usage or {"input_tokens": 12, "output_tokens": 6},
     }
 
 
-def sse(event, data):
-    return ("event: %s\ndata: %s\n\n" % (event, json.dumps(data))).encode()
+def answer_block(answer):
+    """The content block of the answer, and its stop reason."""
+    if answer[0] == "tool":
+        tool_input = {"command": answer[1], "description": "Run the requested command"}
+        return {"type": "tool_use", "id": next_id("toolu"), "name": "Bash", "input": tool_input}, "tool_use"
+    return {"type": "text", "text": answer[1]}, "end_turn"
 
 
 def stream_body(answer, model):
-    start = message_json([], None, model)
-    start["usage"] = {"input_tokens": 12, "output_tokens": 1}
-    out = [sse("message_start", {"type": "message_start", "message": start})]
-    if answer[0] == "tool":
-        block = {"type": "tool_use", "id": next_id("toolu"), "name": "Bash", "input": {}}
-        tool_input = {"command": answer[1], "description": "Run the requested command"}
-        delta = {"type": "input_json_delta", "partial_json": json.dumps(tool_input)}
-        stop_reason = "tool_use"
+    """The answer as server-sent events: the block starts empty and its whole content comes as one delta."""
+    block, stop_reason = answer_block(answer)
+    if block["type"] == "tool_use":
+        delta = {"type": "input_json_delta", "partial_json": json.dumps(block.pop("input"))}
+        block["input"] = {}
     else:
-        block = {"type": "text", "text": ""}
-        delta = {"type": "text_delta", "text": answer[1]}
-        stop_reason = "end_turn"
-    out.append(sse("content_block_start", {"type": "content_block_start", "index": 0, "content_block": block}))
-    out.append(sse("content_block_delta", {"type": "content_block_delta", "index": 0, "delta": delta}))
-    out.append(sse("content_block_stop", {"type": "content_block_stop", "index": 0}))
-    out.append(
-        sse(
-            "message_delta",
-            {
-                "type": "message_delta",
-                "delta": {"stop_reason": stop_reason, "stop_sequence": None},
-                "usage": {"output_tokens": 6},
-            },
-        )
-    )
-    out.append(sse("message_stop", {"type": "message_stop"}))
-    return b"".join(out)
-
-
-def whole_body(answer, model):
-    if answer[0] == "tool":
-        content = [
-            {
-                "type": "tool_use",
-                "id": next_id("toolu"),
-                "name": "Bash",
-                "input": {"command": answer[1], "description": "Run the requested command"},
-            }
-        ]
-        return json.dumps(message_json(content, "tool_use", model)).encode()
-    return json.dumps(message_json([{"type": "text", "text": answer[1]}], "end_turn", model)).encode()
+        delta = {"type": "text_delta", "text": block["text"]}
+        block["text"] = ""
+    events = [
+        ("message_start", {"message": message_json([], None, model, {"input_tokens": 12, "output_tokens": 1})}),
+        ("content_block_start", {"index": 0, "content_block": block}),
+        ("content_block_delta", {"index": 0, "delta": delta}),
+        ("content_block_stop", {"index": 0}),
+        ("message_delta",
+         {"delta": {"stop_reason": stop_reason, "stop_sequence": None}, "usage": {"output_tokens": 6}}),
+        ("message_stop", {}),
+    ]
+    return b"".join(("event: %s\ndata: %s\n\n" % (name, json.dumps(dict(data, type=name)))).encode()
+                    for name, data in events)
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     log_path = None
+    NOT_FOUND = b'{"type":"error","error":{"type":"not_found_error","message":"none"}}'
 
     def log_message(self, format, *args):  # noqa: A002 - the base class's signature
         pass
 
     def record(self, entry):
-        if not self.log_path:
-            return
-        with _log_lock, open(self.log_path, "a", encoding="utf-8") as log:
-            log.write(json.dumps(entry) + "\n")
+        if self.log_path:
+            with _log_lock, open(self.log_path, "a", encoding="utf-8") as log:
+                log.write(json.dumps(dict(entry, method=self.command, path=self.path)) + "\n")
 
     def read_body(self):
         length = int(self.headers.get("Content-Length") or 0)
@@ -166,11 +142,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(payload)
 
     def do_GET(self):
-        self.record({"method": "GET", "path": self.path})
-        self.send(404, "application/json", b'{"type":"error","error":{"type":"not_found_error","message":"none"}}')
+        self.record({})
+        self.send(404, "application/json", self.NOT_FOUND)
 
     def do_HEAD(self):
-        self.record({"method": "HEAD", "path": self.path})
+        self.record({})
         self.send_response(200)
         self.send_header("Content-Length", "0")
         self.end_headers()
@@ -178,33 +154,22 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         body = self.read_body()
         path = self.path.split("?", 1)[0]
-        entry = {"method": "POST", "path": self.path, "stream": bool(body.get("stream"))}
         if path.endswith("/count_tokens"):
-            self.record(entry)
-            self.send(200, "application/json", b'{"input_tokens": 12}')
-            return
+            self.record({})
+            return self.send(200, "application/json", b'{"input_tokens": 12}')
         if not path.endswith("/v1/messages"):
-            self.record(entry)
-            self.send(404, "application/json", b'{"type":"error","error":{"type":"not_found_error","message":"none"}}')
-            return
-        messages = body.get("messages") if isinstance(body.get("messages"), list) else []
+            self.record({})
+            return self.send(404, "application/json", self.NOT_FOUND)
         answer = plan(body)
         model = body.get("model") if isinstance(body.get("model"), str) else MODEL
-        entry.update(
-            {
-                "model": model,
-                "tools": len(body.get("tools") or []),
-                "messages": len(messages),
-                "lastUserText": " | ".join(texts_of(last_user_message(body)))[-300:],
-                "toolResults": tool_results_of(last_user_message(body)),
-                "answer": list(answer),
-            }
-        )
-        self.record(entry)
+        last = last_user_message(body)
+        self.record({"stream": bool(body.get("stream")), "model": model, "answer": list(answer),
+                     "lastUserText": " | ".join(texts_of(last))[-300:], "toolResults": tool_results_of(last)})
         if body.get("stream"):
             self.send(200, "text/event-stream", stream_body(answer, model))
         else:
-            self.send(200, "application/json", whole_body(answer, model))
+            block, stop_reason = answer_block(answer)
+            self.send(200, "application/json", json.dumps(message_json([block], stop_reason, model)).encode())
 
 
 def main():
