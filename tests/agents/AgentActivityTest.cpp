@@ -1,6 +1,7 @@
 #include "agents/AgentActivity.h"
 
 #include "base/UserDefaults.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
 
 #include <QDateTime>
@@ -20,24 +21,16 @@ namespace {
 // old one back afterwards.
 class ScopedTimeZone {
 public:
-    explicit ScopedTimeZone(const char* zone) : had_(qEnvironmentVariableIsSet("TZ")), old_(qgetenv("TZ")) {
-        qputenv("TZ", zone);
+    explicit ScopedTimeZone(const char* zone) {
+        environment_.set("TZ", zone);
         tzset();
     }
-    ~ScopedTimeZone() {
-        if (had_) {
-            qputenv("TZ", old_);
-        } else {
-            qunsetenv("TZ");
-        }
-        tzset();
-    }
-    ScopedTimeZone(const ScopedTimeZone&) = delete;
-    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
 
 private:
-    bool had_;
-    QByteArray old_;
+    struct Reload {
+        ~Reload() { tzset(); }
+    } reload_; // declared first, so it goes last: after TZ is back
+    test::ScopedEnvironment environment_;
 };
 
 // A time given on the wall clock of the current local zone.
