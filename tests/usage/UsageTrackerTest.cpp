@@ -1,7 +1,6 @@
 #include "usage/UsageTracker.h"
 
 #include "agents/AgentActivity.h"
-#include "base/ProcessRunner.h"
 #include "base/UserDefaults.h"
 #include "integration/Locations.h"
 #include "support/TestSupport.h"
@@ -78,12 +77,15 @@ struct FakeProbe {
                     ++state->finds;
                     return state->cli;
                 },
-                [state = state](const QString&) {
+                [state = state](const QString& cli) {
                     if (state->gate.valid()) {
                         state->gate.wait();
                     }
                     ++state->fetches;
-                    return state->answer;
+                    // Only the tool that was found answers.
+                    return cli == state->cli
+                               ? state->answer
+                               : ClaudeUsageProbe::FetchResult{{}, ClaudeUsageProbe::Failure::couldNotStart};
                 }};
     }
 };
@@ -133,6 +135,10 @@ TEST_F(UsageTrackerTest, ClaudeProbeRunsOncePerMinuteUnlessForcedAndNeverTwiceAt
     probe->gate = release.get_future().share();
     t->refreshClaude(true, start + 61);
     EXPECT_TRUE(t->probing());
+    // The probe hangs on its own queue: the main loop still runs.
+    bool mainRan = false;
+    QTimer::singleShot(0, [&mainRan] { mainRan = true; });
+    EXPECT_TRUE(mirrowisp::test::waitUntil([&mainRan] { return mainRan; }, 500));
     t->refreshClaude(true, start + 62); // a probe runs: nothing more is queued
     EXPECT_EQ(t->lastClaudeProbe(), start + 61);
     release.set_value();
@@ -140,6 +146,7 @@ TEST_F(UsageTrackerTest, ClaudeProbeRunsOncePerMinuteUnlessForcedAndNeverTwiceAt
     EXPECT_FALSE(t->probing());
     EXPECT_EQ(probe->fetches, 3);
     EXPECT_EQ(probe->finds, 1); // the tool found once is kept
+    EXPECT_EQ(t->claudeCLI(), QStringLiteral("/x/claude"));
 }
 
 TEST_F(UsageTrackerTest, ClaudeFailuresSetTheirStateAndKeepTheMetersHeld) {
@@ -174,48 +181,6 @@ TEST_F(UsageTrackerTest, ClaudeFailuresSetTheirStateAndKeepTheMetersHeld) {
     ASSERT_TRUE(settle(*none));
     EXPECT_EQ(none->claudeState(), ClaudeUsageState::cliNotFound);
     EXPECT_EQ(missing->fetches, 0);
-}
-
-TEST_F(UsageTrackerTest, AHungClaudeCostsItsTimeoutAndNeverBlocksTheMainThread) {
-    const QString cli = home.path() + QStringLiteral("/bin/claude");
-    writeFile(cli, "#!/bin/sh\nexec sleep 60\n", true);
-    // The app's probe waits 30 s; the stand-in's runner waits 1 s, the same path with a shorter fuse.
-    ClaudeProbeRunner runner{
-        [cli] { return std::optional<QString>(cli); },
-        [](const QString& path) {
-            const auto run = ProcessRunner::run(path, {QStringLiteral("-p")}, 1.0);
-            return run.ok() ? ClaudeUsageProbe::FetchResult{ClaudeUsageProbe::parse(run.output), std::nullopt}
-                            : ClaudeUsageProbe::FetchResult{{}, ClaudeUsageProbe::Failure::timedOut};
-        }};
-    auto t = tracker(runner);
-    QElapsedTimer elapsed;
-    elapsed.start();
-    t->refreshClaude(true, clock.now());
-    EXPECT_LT(elapsed.elapsed(), 200);
-    bool mainRan = false;
-    QTimer::singleShot(0, [&mainRan] { mainRan = true; });
-    ASSERT_TRUE(mirrowisp::test::waitUntil([&mainRan] { return mainRan; }, 500));
-    EXPECT_TRUE(t->probing()); // the main loop ran while the probe still hung
-    ASSERT_TRUE(settle(*t, 5000));
-    EXPECT_LT(elapsed.elapsed(), 4000);
-    EXPECT_EQ(t->claudeState(), ClaudeUsageState::unavailable);
-}
-
-TEST_F(UsageTrackerTest, AStandInClaudeThroughTheRealProbeGoesLive) {
-    const QString cli = home.path() + QStringLiteral("/bin/claude");
-    writeFile(cli,
-              "#!/bin/sh\necho \"$@\" >> \"$HOME/args\"\n"
-              "echo 'Current session: 45.5% used'\necho 'Current week (all models): 91% used'\n",
-              true);
-    auto t = tracker({[cli] { return std::optional<QString>(cli); },
-                      [](const QString& path) { return ClaudeUsageProbe::fetch(path); }});
-    t->refreshClaude(false, clock.now());
-    ASSERT_TRUE(settle(*t));
-    ASSERT_EQ(t->claudeState(), ClaudeUsageState::live);
-    ASSERT_EQ(t->claude().size(), 2);
-    EXPECT_EQ(t->claude()[0].label, QStringLiteral("5-hour"));
-    EXPECT_EQ(t->claude()[1].severity, QStringLiteral("critical"));
-    EXPECT_EQ(t->claudeCLI(), cli);
 }
 
 TEST_F(UsageTrackerTest, StatusLineAndProbeBothStoreAndTheLaterWins) {
