@@ -222,6 +222,9 @@ TEST(AgentStoreTextSummary, ByToolAndInput) {
         {"Read", R"({"file_path":"/home/u/src/main.cpp"})", "main.cpp"},
         {"NotebookEdit", R"({"file_path":"dir/sub//"})", "sub"},
         {"Write", R"({"file_path":"/"})", "/"},
+        {"Write", R"({"file_path":"///"})", "/"},
+        {"Read", R"({"file_path":"c.txt"})", "c.txt"},
+        {"Read", R"({"file_path":""})", ""},
         {"Edit", R"({"file_path":7,"path":"x"})", nullptr},
         {"Grep", R"({"pattern":"fn\\s+main","path":"src"})", "fn\\s+main"},
         {"Glob", R"({"pattern":"**/*.cpp"})", "/*.cpp"},
@@ -396,13 +399,7 @@ TEST(AgentStoreTextActivity, SentencesWithAndWithoutSummary) {
               QStringLiteral("Reading example.com/page"));
 }
 
-TEST(AgentStoreTextHelpers, PathComponentsAndCuts) {
-    const std::pair<const char*, const char*> paths[] = {
-        {"/a/b/c.txt", "c.txt"}, {"c.txt", "c.txt"}, {"/a/b/", "b"}, {"/", "/"}, {"///", "/"}, {"", ""},
-    };
-    for (const auto& [path, last] : paths) {
-        EXPECT_EQ(AgentStoreText::lastPathComponent(qs(path)), qs(last)) << path;
-    }
+TEST(AgentStoreTextHelpers, PatchFilesAndGraphemeCuts) {
     EXPECT_EQ(AgentStoreText::patchFiles(QStringLiteral("*** Update File:\n")), QString());
 
     const QString cluster = QStringLiteral("x") + QString(5000, QChar(0x0301));
