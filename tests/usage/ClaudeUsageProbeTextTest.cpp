@@ -32,37 +32,27 @@ TEST(ClaudeUsageProbeParse, ReadsEachLimitLineInOrderAndIgnoresTheDecoration) {
                        "Current week (Sonnet only): 80% used · resets Mar 4 at 9am (Mars/Olympus)\n"
                        "Extra usage: not enabled\n");
     const QList<UsageMeter> meters = parse(text, now);
-    ASSERT_EQ(meters.size(), 4);
-
-    EXPECT_EQ(meters[0].label, QStringLiteral("5-hour"));
-    EXPECT_EQ(meters[0].percent, 45.5);
-    EXPECT_EQ(meters[0].severity, QStringLiteral("normal"));
-    ASSERT_TRUE(meters[0].resetsAt.has_value());
-    // No zone named: the system's. The next 7:30 pm after now.
-    const QDateTime session = local(*meters[0].resetsAt, QTimeZone::systemTimeZone());
-    EXPECT_EQ(session.time(), QTime(19, 30));
-    EXPECT_GT(*meters[0].resetsAt, now);
-    EXPECT_LE(*meters[0].resetsAt - now, 86400);
-
-    EXPECT_EQ(meters[1].label, QStringLiteral("Weekly"));
-    EXPECT_EQ(meters[1].percent, 12);
-    EXPECT_EQ(meters[1].resetsAt, at(2026, 3, 3, 17, 0));
-
-    EXPECT_EQ(meters[2].label, QStringLiteral("Weekly · Opus"));
-    EXPECT_EQ(meters[2].resetsAt, std::nullopt);
-
-    // An unknown zone name reads the time in the system's zone.
-    EXPECT_EQ(meters[3].label, QStringLiteral("Weekly · Sonnet only"));
-    EXPECT_EQ(meters[3].severity, QStringLiteral("warning"));
-    ASSERT_TRUE(meters[3].resetsAt.has_value());
-    const QDateTime weekly = local(*meters[3].resetsAt, QTimeZone::systemTimeZone());
-    EXPECT_EQ(weekly.date(), QDate(2026, 3, 4));
-    EXPECT_EQ(weekly.time(), QTime(9, 0));
-
+    QStringList shown;
     for (const UsageMeter& meter : meters) {
         EXPECT_EQ(meter.agent, AgentKind::claude);
         EXPECT_EQ(meter.text, std::nullopt);
+        shown << QStringLiteral("%1 %2 %3").arg(meter.label).arg(meter.percent).arg(meter.severity);
     }
+    EXPECT_EQ(shown.join(QLatin1Char('|')),
+              QString::fromUtf8("5-hour 45.5 normal|Weekly 12 normal|"
+                                "Weekly · Opus 3 normal|Weekly · Sonnet only 80 warning"));
+    ASSERT_EQ(meters.size(), 4);
+    // No zone named: the system's. The next 7:30 pm after now.
+    ASSERT_TRUE(meters[0].resetsAt.has_value());
+    EXPECT_EQ(local(*meters[0].resetsAt, QTimeZone::systemTimeZone()).time(), QTime(19, 30));
+    EXPECT_GT(*meters[0].resetsAt, now);
+    EXPECT_LE(*meters[0].resetsAt - now, 86400);
+    EXPECT_EQ(meters[1].resetsAt, at(2026, 3, 3, 17, 0));
+    EXPECT_EQ(meters[2].resetsAt, std::nullopt);
+    // An unknown zone name reads the time in the system's zone.
+    ASSERT_TRUE(meters[3].resetsAt.has_value());
+    EXPECT_EQ(local(*meters[3].resetsAt, QTimeZone::systemTimeZone()),
+              QDateTime(QDate(2026, 3, 4), QTime(9, 0), QTimeZone::systemTimeZone()));
 }
 
 TEST(ClaudeUsageProbeParse, GradesSeverityAtSeventyFiveAndNinetyAndSkipsLookAlikes) {

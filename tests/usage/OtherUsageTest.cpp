@@ -16,31 +16,23 @@ namespace {
 // A database in OpenCode's layout: messages with their JSON in `data` and milliseconds in `time_created`.
 class OpenCodeDatabase {
 public:
-    explicit OpenCodeDatabase(const QString& path) : path_(path) {
+    explicit OpenCodeDatabase(const QString& path) {
         QDir().mkpath(QFileInfo(path).path());
         EXPECT_EQ(sqlite3_open(QFile::encodeName(path).constData(), &db_), SQLITE_OK);
-        exec("CREATE TABLE message (id TEXT PRIMARY KEY, session_id TEXT NOT NULL, time_created INTEGER NOT "
-             "NULL, "
-             "time_updated INTEGER NOT NULL, data TEXT NOT NULL)");
+        exec("CREATE TABLE message (id TEXT PRIMARY KEY, session_id TEXT NOT NULL, "
+             "time_created INTEGER NOT NULL, time_updated INTEGER NOT NULL, data TEXT NOT NULL)");
     }
     ~OpenCodeDatabase() { sqlite3_close(db_); }
 
-    void exec(const char* sql) {
-        ASSERT_EQ(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    void exec(const QByteArray& sql) {
+        ASSERT_EQ(sqlite3_exec(db_, sql.constData(), nullptr, nullptr, nullptr), SQLITE_OK)
+            << sql.constData();
     }
 
     void add(Timestamp at, const QByteArray& data) {
-        sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(
-            sqlite3_prepare_v2(db_, "INSERT INTO message VALUES (?, 's', ?, ?, ?)", -1, &statement, nullptr),
-            SQLITE_OK);
-        const QByteArray id = QByteArray::number(++count_);
-        sqlite3_bind_text(statement, 1, id.constData(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_int64(statement, 2, static_cast<sqlite3_int64>(at * 1000));
-        sqlite3_bind_int64(statement, 3, static_cast<sqlite3_int64>(at * 1000));
-        sqlite3_bind_text(statement, 4, data.constData(), -1, SQLITE_TRANSIENT);
-        EXPECT_EQ(sqlite3_step(statement), SQLITE_DONE);
-        sqlite3_finalize(statement);
+        const QByteArray ms = QByteArray::number(static_cast<qint64>(at * 1000));
+        exec("INSERT INTO message VALUES ('" + QByteArray::number(++count_) + "', 's', " + ms + ", " + ms +
+             ", '" + data + "')");
     }
 
     void assistant(Timestamp at, double cost) {
@@ -48,7 +40,6 @@ public:
     }
 
 private:
-    QString path_;
     sqlite3* db_ = nullptr;
     int count_ = 0;
 };
