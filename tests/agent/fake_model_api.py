@@ -29,25 +29,12 @@ def next_id(prefix):
     return "%s_%024d" % (prefix, next(_ids))
 
 
-def texts_of(message):
+def blocks_of(message, kind):
+    """The content blocks of one kind in a message; a plain string is one text block."""
     content = message.get("content") if isinstance(message, dict) else None
     if isinstance(content, str):
-        return [content]
-    if not isinstance(content, list):
-        return []
-    return [b.get("text", "") for b in content if isinstance(b, dict) and b.get("type") == "text"]
-
-
-def tool_results_of(message):
-    content = message.get("content") if isinstance(message, dict) else None
-    if not isinstance(content, list):
-        return []
-    return [b for b in content if isinstance(b, dict) and b.get("type") == "tool_result"]
-
-
-def offers_bash(body):
-    tools = body.get("tools")
-    return isinstance(tools, list) and any(isinstance(t, dict) and t.get("name") == "Bash" for t in tools)
+        content = [{"type": "text", "text": content}]
+    return [b for b in content if isinstance(b, dict) and b.get("type") == kind] if isinstance(content, list) else []
 
 
 def last_user_message(body):
@@ -58,15 +45,15 @@ def last_user_message(body):
 
 
 def plan(body):
-    """Decides the answer: ("tool", command), ("text", words, "end_turn")."""
+    """Decides the answer: ("tool", command) or ("text", words)."""
     last = last_user_message(body)
-    results = tool_results_of(last)
+    results = blocks_of(last, "tool_result")
     if results:
-        denied = any(r.get("is_error") for r in results)
-        return ("text", "The command was refused." if denied else "The command ran.")
-    if offers_bash(body):
-        for text in texts_of(last):
-            found = TRIGGER.search(text)
+        return ("text", "The command was refused." if any(r.get("is_error") for r in results) else "The command ran.")
+    tools = body.get("tools") if isinstance(body.get("tools"), list) else []
+    if any(isinstance(t, dict) and t.get("name") == "Bash" for t in tools):
+        for block in blocks_of(last, "text"):
+            found = TRIGGER.search(str(block.get("text", "")))
             if found:
                 return ("tool", found.group(1))
     return ("text", "Mirrowisp test")
@@ -163,8 +150,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         answer = plan(body)
         model = body.get("model") if isinstance(body.get("model"), str) else MODEL
         last = last_user_message(body)
-        self.record({"stream": bool(body.get("stream")), "model": model, "answer": list(answer),
-                     "lastUserText": " | ".join(texts_of(last))[-300:], "toolResults": tool_results_of(last)})
+        texts = " | ".join(str(b.get("text", "")) for b in blocks_of(last, "text"))[-300:]
+        self.record({"stream": bool(body.get("stream")), "model": model, "answer": list(answer), "lastUserText": texts,
+                     "toolResults": blocks_of(last, "tool_result")})
         if body.get("stream"):
             self.send(200, "text/event-stream", stream_body(answer, model))
         else:
@@ -180,13 +168,7 @@ def main():
     server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
     server.daemon_threads = True
     print(server.server_address[1], flush=True)
-    try:
-        server.serve_forever()
-    except KeyboardInterrupt:
-        pass
-    finally:
-        server.server_close()
-    return 0
+    server.serve_forever()
 
 
 if __name__ == "__main__":
