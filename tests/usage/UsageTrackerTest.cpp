@@ -43,21 +43,20 @@ void writeLog(const QString& path, const QByteArray& text, qint64 secondsSinceEp
                                  QFileDevice::FileModificationTime));
 }
 
-QByteArray tokenCount(double primary, double secondary, const char* timestamp = "2027-01-15T08:00:00.250Z") {
-    return QByteArrayLiteral("{\"timestamp\":\"") + timestamp +
-           QByteArrayLiteral(
-               "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"token_count\",\"rate_limits\":{"
-               "\"primary\":{\"used_percent\":") +
-           QByteArray::number(primary) +
-           QByteArrayLiteral(",\"window_minutes\":300,\"resets_in_seconds\":600},"
-                             "\"secondary\":{\"used_percent\":") +
-           QByteArray::number(secondary) +
-           QByteArrayLiteral(",\"window_minutes\":10080,\"resets_at\":1900000000}}}}\n");
+// A Codex token count at 2027-01-15 08:00:00.25 UTC (1,800,000,000.25) with both windows' limits.
+QByteArray tokenCount(double primary, double secondary) {
+    return QString::fromLatin1(
+               R"({"timestamp":"2027-01-15T08:00:00.250Z","type":"event_msg","payload":{"type":"token_count",)"
+               R"("rate_limits":{"primary":{"used_percent":%1,"window_minutes":300,"resets_in_seconds":600},)"
+               R"("secondary":{"used_percent":%2,"window_minutes":10080,"resets_at":1900000000}}}})")
+               .arg(primary)
+               .arg(secondary)
+               .toUtf8() +
+           '\n';
 }
 
 QByteArray otherLine(int i) {
-    return QByteArrayLiteral("{\"type\":\"response_item\",\"payload\":{\"type\":\"message\",\"n\":") +
-           QByteArray::number(i) + QByteArrayLiteral("}}\n");
+    return R"({"type":"response_item","payload":{"type":"message","n":)" + QByteArray::number(i) + "}}\n";
 }
 
 // A probe whose every call is counted and whose answer the test sets; `gate`, when set, holds the
@@ -97,8 +96,8 @@ protected:
     std::unique_ptr<UsageTracker> tracker(ClaudeProbeRunner runner) {
         return std::make_unique<UsageTracker>(defaults, clock, std::move(runner));
     }
-    bool settle(UsageTracker& t, int timeoutMs = 10000) {
-        return mirrowisp::test::waitUntil([&t] { return t.pendingWork() == 0; }, timeoutMs);
+    bool settle(UsageTracker& t) {
+        return mirrowisp::test::waitUntil([&t] { return t.pendingWork() == 0; }, 10000);
     }
     QString codexSessions() const { return home.path() + QStringLiteral("/.codex/sessions"); }
     // A stand-in `amp` that runs `script`, found where the app looks for it.
@@ -256,7 +255,7 @@ TEST_F(UsageTrackerTest, CodexReadsTheNewestLogThatHasLimitsAmongTheFiveNewest) 
     EXPECT_EQ(meters[0].agent, AgentKind::codex);
     EXPECT_EQ(meters[0].label, QStringLiteral("5-hour"));
     EXPECT_EQ(meters[0].percent, 40);
-    EXPECT_DOUBLE_EQ(*meters[0].resetsAt, 1'800'000'000.25 + 600); // the record's time + resets_in_seconds
+    EXPECT_DOUBLE_EQ(*meters[0].resetsAt, 1'800'000'000.25 + 600);
     EXPECT_EQ(meters[1].label, QStringLiteral("Weekly"));
     EXPECT_EQ(meters[1].resetsAt, 1'900'000'000.0);
 
