@@ -32,25 +32,12 @@ def next_id(prefix):
     return "%s_%024d" % (prefix, next(_ids))
 
 
-def texts_of(message):
+def blocks_of(message, kind):
+    """The content blocks of one kind in a message; a plain string is one text block."""
     content = message.get("content") if isinstance(message, dict) else None
     if isinstance(content, str):
-        return [content]
-    if not isinstance(content, list):
-        return []
-    return [b.get("text", "") for b in content if isinstance(b, dict) and b.get("type") == "text"]
-
-
-def tool_results_of(message):
-    content = message.get("content") if isinstance(message, dict) else None
-    if not isinstance(content, list):
-        return []
-    return [b for b in content if isinstance(b, dict) and b.get("type") == "tool_result"]
-
-
-def offers_bash(body):
-    tools = body.get("tools")
-    return isinstance(tools, list) and any(isinstance(t, dict) and t.get("name") == "Bash" for t in tools)
+        content = [{"type": "text", "text": content}]
+    return [b for b in content if isinstance(b, dict) and b.get("type") == kind] if isinstance(content, list) else []
 
 
 def last_user_message(body):
@@ -61,79 +48,55 @@ def last_user_message(body):
 
 
 def plan(body):
-    """Decides the answer: ("tool", command), ("text", words, "end_turn")."""
+    """Decides the answer: ("tool", command) or ("text", words)."""
     last = last_user_message(body)
-    results = tool_results_of(last)
+    results = blocks_of(last, "tool_result")
     if results:
-        denied = any(r.get("is_error") for r in results)
-        return ("text", "The command was refused." if denied else "The command ran.")
-    if offers_bash(body):
-        for text in texts_of(last):
-            found = TRIGGER.search(text)
+        return ("text", "The command was refused." if any(r.get("is_error") for r in results) else "The command ran.")
+    tools = body.get("tools") if isinstance(body.get("tools"), list) else []
+    if any(isinstance(t, dict) and t.get("name") == "Bash" for t in tools):
+        for block in blocks_of(last, "text"):
+            found = TRIGGER.search(str(block.get("text", "")))
             if found:
                 return ("tool", found.group(1))
     return ("text", "Mirrowisp test")
 
 
-def message_json(content, stop_reason, model):
+def message_json(content, stop_reason, model, usage=None):
     return {
-        "id": next_id("msg"),
-        "type": "message",
-        "role": "assistant",
-        "model": model,
-        "content": content,
-        "stop_reason": stop_reason,
-        "stop_sequence": None,
-        "usage": {"input_tokens": 12, "output_tokens": 6},
+        "id": next_id("msg"), "type": "message", "role": "assistant", "model": model, "content": content,
+        "stop_reason": stop_reason, "stop_sequence": None, "usage": usage or {"input_tokens": 12, "output_tokens": 6},
     }
 
 
-def sse(event, data):
-    return ("event: %s\ndata: %s\n\n" % (event, json.dumps(data))).encode()
+def answer_block(answer):
+    """The content block of the answer, and its stop reason."""
+    if answer[0] == "tool":
+        tool_input = {"command": answer[1], "description": "Run the requested command"}
+        return {"type": "tool_use", "id": next_id("toolu"), "name": "Bash", "input": tool_input}, "tool_use"
+    return {"type": "text", "text": answer[1]}, "end_turn"
 
 
 def stream_body(answer, model):
-    start = message_json([], None, model)
-    start["usage"] = {"input_tokens": 12, "output_tokens": 1}
-    out = [sse("message_start", {"type": "message_start", "message": start})]
-    if answer[0] == "tool":
-        block = {"type": "tool_use", "id": next_id("toolu"), "name": "Bash", "input": {}}
-        tool_input = {"command": answer[1], "description": "Run the requested command"}
-        delta = {"type": "input_json_delta", "partial_json": json.dumps(tool_input)}
-        stop_reason = "tool_use"
+    """The answer as server-sent events: the block starts empty and its whole content comes as one delta."""
+    block, stop_reason = answer_block(answer)
+    if block["type"] == "tool_use":
+        delta = {"type": "input_json_delta", "partial_json": json.dumps(block.pop("input"))}
+        block["input"] = {}
     else:
-        block = {"type": "text", "text": ""}
-        delta = {"type": "text_delta", "text": answer[1]}
-        stop_reason = "end_turn"
-    out.append(sse("content_block_start", {"type": "content_block_start", "index": 0, "content_block": block}))
-    out.append(sse("content_block_delta", {"type": "content_block_delta", "index": 0, "delta": delta}))
-    out.append(sse("content_block_stop", {"type": "content_block_stop", "index": 0}))
-    out.append(
-        sse(
-            "message_delta",
-            {
-                "type": "message_delta",
-                "delta": {"stop_reason": stop_reason, "stop_sequence": None},
-                "usage": {"output_tokens": 6},
-            },
-        )
-    )
-    out.append(sse("message_stop", {"type": "message_stop"}))
-    return b"".join(out)
-
-
-def whole_body(answer, model):
-    if answer[0] == "tool":
-        content = [
-            {
-                "type": "tool_use",
-                "id": next_id("toolu"),
-                "name": "Bash",
-                "input": {"command": answer[1], "description": "Run the requested command"},
-            }
-        ]
-        return json.dumps(message_json(content, "tool_use", model)).encode()
-    return json.dumps(message_json([{"type": "text", "text": answer[1]}], "end_turn", model)).encode()
+        delta = {"type": "text_delta", "text": block["text"]}
+        block["text"] = ""
+    events = [
+        ("message_start", {"message": message_json([], None, model, {"input_tokens": 12, "output_tokens": 1})}),
+        ("content_block_start", {"index": 0, "content_block": block}),
+        ("content_block_delta", {"index": 0, "delta": delta}),
+        ("content_block_stop", {"index": 0}),
+        ("message_delta",
+         {"delta": {"stop_reason": stop_reason, "stop_sequence": None}, "usage": {"output_tokens": 6}}),
+        ("message_stop", {}),
+    ]
+    return b"".join(("event: %s\ndata: %s\n\n" % (name, json.dumps(dict(data, type=name)))).encode()
+                    for name, data in events)
 
 
 def responses_stream(text):
@@ -165,21 +128,21 @@ def responses_stream(text):
         {"type": "response.output_item.done", "output_index": 0, "item": item},
         {"type": "response.completed", "response": {"id": response_id, "usage": usage}},
     ]
-    return b"".join(sse(e["type"], e) for e in events)
+    return b"".join(("event: %s\ndata: %s\n\n" % (e["type"], json.dumps(e))).encode() for e in events)
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     log_path = None
+    NOT_FOUND = b'{"type":"error","error":{"type":"not_found_error","message":"none"}}'
 
     def log_message(self, format, *args):  # noqa: A002 - the base class's signature
         pass
 
     def record(self, entry):
-        if not self.log_path:
-            return
-        with _log_lock, open(self.log_path, "a", encoding="utf-8") as log:
-            log.write(json.dumps(entry) + "\n")
+        if self.log_path:
+            with _log_lock, open(self.log_path, "a", encoding="utf-8") as log:
+                log.write(json.dumps(dict(entry, method=self.command, path=self.path)) + "\n")
 
     def read_body(self):
         length = int(self.headers.get("Content-Length") or 0)
@@ -201,11 +164,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(payload)
 
     def do_GET(self):
-        self.record({"method": "GET", "path": self.path})
-        self.send(404, "application/json", b'{"type":"error","error":{"type":"not_found_error","message":"none"}}')
+        self.record({})
+        self.send(404, "application/json", self.NOT_FOUND)
 
     def do_HEAD(self):
-        self.record({"method": "HEAD", "path": self.path})
+        self.record({})
         self.send_response(200)
         self.send_header("Content-Length", "0")
         self.end_headers()
@@ -213,37 +176,26 @@ class Handler(http.server.BaseHTTPRequestHandler):
     def do_POST(self):
         body = self.read_body()
         path = self.path.split("?", 1)[0]
-        entry = {"method": "POST", "path": self.path, "stream": bool(body.get("stream"))}
         if path.endswith("/count_tokens"):
-            self.record(entry)
-            self.send(200, "application/json", b'{"input_tokens": 12}')
-            return
+            self.record({})
+            return self.send(200, "application/json", b'{"input_tokens": 12}')
         if path.endswith("/v1/responses"):
-            self.record(entry)
-            self.send(200, "text/event-stream", responses_stream("Mirrowisp test"))
-            return
+            self.record({})
+            return self.send(200, "text/event-stream", responses_stream("Mirrowisp test"))
         if not path.endswith("/v1/messages"):
-            self.record(entry)
-            self.send(404, "application/json", b'{"type":"error","error":{"type":"not_found_error","message":"none"}}')
-            return
-        messages = body.get("messages") if isinstance(body.get("messages"), list) else []
+            self.record({})
+            return self.send(404, "application/json", self.NOT_FOUND)
         answer = plan(body)
         model = body.get("model") if isinstance(body.get("model"), str) else MODEL
-        entry.update(
-            {
-                "model": model,
-                "tools": len(body.get("tools") or []),
-                "messages": len(messages),
-                "lastUserText": " | ".join(texts_of(last_user_message(body)))[-300:],
-                "toolResults": tool_results_of(last_user_message(body)),
-                "answer": list(answer),
-            }
-        )
-        self.record(entry)
+        last = last_user_message(body)
+        texts = " | ".join(str(b.get("text", "")) for b in blocks_of(last, "text"))[-300:]
+        self.record({"stream": bool(body.get("stream")), "model": model, "answer": list(answer), "lastUserText": texts,
+                     "toolResults": blocks_of(last, "tool_result")})
         if body.get("stream"):
             self.send(200, "text/event-stream", stream_body(answer, model))
         else:
-            self.send(200, "application/json", whole_body(answer, model))
+            block, stop_reason = answer_block(answer)
+            self.send(200, "application/json", json.dumps(message_json([block], stop_reason, model)).encode())
 
 
 def main():
@@ -254,13 +206,7 @@ def main():
     server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
     server.daemon_threads = True
     print(server.server_address[1], flush=True)
-    try:
-        server.serve_forever()
-    except KeyboardInterrupt:
-        pass
-    finally:
-        server.server_close()
-    return 0
+    server.serve_forever()
 
 
 if __name__ == "__main__":

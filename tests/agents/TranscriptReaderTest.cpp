@@ -238,11 +238,8 @@ TEST_F(TranscriptReaderTest, LastUserPromptIsWhatTheUserTyped) {
               QStringLiteral("the real one"));
     EXPECT_EQ(prompt({user(R"("flagged oddly")", R"("isMeta":"true","isCompactSummary":1,)")}, claude),
               QStringLiteral("flagged oddly"));
-    EXPECT_EQ(
-        prompt({user(R"("<command-name>/model</command-name><command-args>opus</command-args>")")}, claude),
-        QStringLiteral("/model opus"));
     EXPECT_EQ(prompt({user(R"("<pasted_content>log</pasted_content> why?")")}, claude),
-              QStringLiteral("[Pasted text] why?"));
+              QStringLiteral("[Pasted text] why?")); // read as a preview
 
     const AgentKind codexAgent = AgentKind::codex;
     EXPECT_EQ(

@@ -5,11 +5,11 @@
 #include "base/UserDefaults.h"
 #include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
+#include "support/ToolEnd.h"
 
 #include <QFile>
 #include <QJsonDocument>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -44,17 +44,10 @@ protected:
     QByteArray route(const QByteArray& event) {
         int fds[2];
         ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
+        test::ToolEnd tool(fds[1]);
         model.route(
             BridgeConnection::make({QStringLiteral("r"), AgentKind::claude, event, true, {}}, fds[0]));
-        QByteArray reply;
-        pollfd p{fds[1], POLLIN, 0};
-        char buffer[512];
-        ssize_t n = 0;
-        while (::poll(&p, 1, 0) > 0 && (n = ::recv(fds[1], buffer, sizeof buffer, 0)) > 0) {
-            reply.append(buffer, n);
-        }
-        ::close(fds[1]);
-        return reply;
+        return tool.replyLine().value_or("(no reply)");
     }
 
     test::TemporaryHome home;
@@ -67,18 +60,19 @@ protected:
 
 } // namespace
 
+const QByteArray emptyReply = "{\"id\":\"r\"}\n";
+
 TEST_F(AppModelTest, KeepsStatusLinesForTheUsageSideAndHandsEverythingElseToTheStore) {
     const QByteArray statusLine = R"({"hook_event_name":"StatusLine","session_id":"s",)"
                                   R"("rate_limits":{"limits":[{"kind":"session","percent":42}]}})";
-    EXPECT_EQ(route(statusLine), QByteArray("{\"id\":\"r\"}\n"));
+    EXPECT_EQ(route(statusLine), emptyReply);
     EXPECT_TRUE(model.agents().sessions().empty());
     ASSERT_EQ(model.usage().claude().size(), 1);
     EXPECT_EQ(model.usage().claude().first().percent, 42);
 
-    EXPECT_EQ(route(R"({"hook_event_name":"SessionStart","session_id":"s"})"),
-              QByteArray("{\"id\":\"r\"}\n"));
+    EXPECT_EQ(route(R"({"hook_event_name":"SessionStart","session_id":"s"})"), emptyReply);
     EXPECT_EQ(model.agents().sessions().size(), 1U);
-    EXPECT_EQ(route("not json"), QByteArray("{\"id\":\"r\"}\n"));
+    EXPECT_EQ(route("not json"), emptyReply);
     EXPECT_EQ(model.agents().sessions().size(), 1U);
 }
 

@@ -10,15 +10,9 @@
 using namespace mirrowisp;
 using namespace Qt::Literals::StringLiterals;
 using mirrowisp::test::TemporaryHome;
+using mirrowisp::test::writeFile;
 
 namespace {
-
-void writeText(const QString& path, const QByteArray& text) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(text);
-}
 
 QByteArray readText(const QString& path) {
     QFile file(path);
@@ -73,11 +67,11 @@ TEST_F(AutostartEntryTest, AnEntrySwitchedOffByTheDesktopCountsAsDisabledUntilEn
         {"", false},
     };
     for (const auto& [text, enabled] : cases) {
-        writeText(entryPath, text);
+        writeFile(entryPath, text);
         EXPECT_EQ(entry.isEnabled(), enabled) << text;
     }
 
-    writeText(entryPath, "[Desktop Entry]\nExec=mirrowisp\nHidden=true\n");
+    writeFile(entryPath, "[Desktop Entry]\nExec=mirrowisp\nHidden=true\n");
     EXPECT_EQ(entry.setEnabled(true), std::nullopt);
     EXPECT_TRUE(entry.isEnabled());
 }
@@ -99,7 +93,7 @@ TEST_F(AutostartEntryTest, ExecQuotesThePathSoLaunchersReadItBackExactly) {
 }
 
 TEST_F(AutostartEntryTest, AFailedChangeAnswersTheErrorAndChangesNothing) {
-    writeText(home.path() + u"/.config/autostart"_s, "a file where the folder should be");
+    writeFile(home.path() + u"/.config/autostart"_s, "a file where the folder should be");
     const auto error = entry.setEnabled(true);
     ASSERT_TRUE(error.has_value());
     EXPECT_FALSE(error->isEmpty());

@@ -54,45 +54,7 @@ protected:
 
 } // namespace
 
-TEST_F(PreferencesTest, AFreshInstallReadsTheDefaultsAndWritesNothing) {
-    const auto prefs = start();
-
-    EXPECT_TRUE(prefs->openOnHover());
-    EXPECT_EQ(prefs->hoverDelay(), 0.05);
-    EXPECT_EQ(prefs->displayChoice(), DisplayChoice::automatic);
-    EXPECT_EQ(prefs->fakeNotchWidth(), 140);
-    EXPECT_TRUE(prefs->hapticsEnabled());
-    EXPECT_TRUE(prefs->nowPlayingEnabled());
-    EXPECT_TRUE(prefs->hudEnabled());
-    EXPECT_TRUE(prefs->batteryEnabled());
-    EXPECT_TRUE(prefs->bluetoothEnabled());
-    EXPECT_TRUE(prefs->calendarEnabled());
-    EXPECT_TRUE(prefs->shelfEnabled());
-    EXPECT_EQ(prefs->homeWidgets(),
-              (QList<HomeWidget>{HomeWidget::calendar, HomeWidget::pullRequests, HomeWidget::reminders}));
-    EXPECT_EQ(prefs->homeWidgetSelection(), u"calendar"_s);
-    EXPECT_EQ(prefs->remindersListID(), QString());
-    EXPECT_FALSE(prefs->lockScreenEnabled());
-    EXPECT_EQ(prefs->agentsEnabled().size(), 8);
-    for (const AgentKind kind : AgentKinds::all) {
-        EXPECT_TRUE(prefs->isAgentEnabled(kind));
-        EXPECT_TRUE(prefs->agentsEnabled().value(kind));
-        EXPECT_FALSE(defaults.contains(Preferences::agentEnabledKey(kind)));
-    }
-    EXPECT_EQ(prefs->islandStyle(), Preferences::IslandStyle::glass);
-    EXPECT_TRUE(prefs->usageAgents().isEmpty());
-    EXPECT_TRUE(prefs->approveFromNotch());
-    EXPECT_TRUE(prefs->autoOpenOnAttention());
-    EXPECT_EQ(prefs->hideFinishedAfter(), 600);
-    EXPECT_TRUE(prefs->soundsEnabled());
-    EXPECT_EQ(prefs->soundVolume(), 0.5);
-    EXPECT_FALSE(prefs->launchAtLogin());
-
-    EXPECT_TRUE(defaults.keys().isEmpty());
-    EXPECT_FALSE(QFile::exists(path));
-}
-
-TEST_F(PreferencesTest, RegistersExactlyTheNineteenDefaults) {
+TEST_F(PreferencesTest, AFreshInstallReadsTheNineteenRegisteredDefaultsAndWritesNothing) {
     const auto prefs = start();
     const QJsonObject expected{
         {u"openOnHover"_s, true},
@@ -115,8 +77,25 @@ TEST_F(PreferencesTest, RegistersExactlyTheNineteenDefaults) {
         {u"soundsEnabled"_s, true},
         {u"soundVolume"_s, 0.5},
     };
-    EXPECT_EQ(defaults.registeredDefaults().size(), 19);
     EXPECT_EQ(defaults.registeredDefaults(), expected);
+    for (auto it = expected.begin(); it != expected.end(); ++it) {
+        EXPECT_EQ(QJsonValue::fromVariant(prefs->property(it.key().toUtf8().constData())), it.value())
+            << it.key().toStdString();
+    }
+    EXPECT_EQ(prefs->homeWidgets(),
+              (QList<HomeWidget>{HomeWidget::calendar, HomeWidget::pullRequests, HomeWidget::reminders}));
+    // The settings without a registered default.
+    EXPECT_EQ(prefs->remindersListID(), QString());
+    EXPECT_EQ(prefs->islandStyle(), Preferences::IslandStyle::glass);
+    EXPECT_TRUE(prefs->usageAgents().isEmpty());
+    EXPECT_FALSE(prefs->launchAtLogin());
+    EXPECT_EQ(prefs->agentsEnabled().size(), 8);
+    for (const AgentKind kind : AgentKinds::all) {
+        EXPECT_TRUE(prefs->isAgentEnabled(kind));
+        EXPECT_TRUE(prefs->agentsEnabled().value(kind));
+    }
+    EXPECT_TRUE(defaults.keys().isEmpty());
+    EXPECT_FALSE(QFile::exists(path));
 }
 
 TEST_F(PreferencesTest, StartUpRemovesTheKeysOfRetiredSettings) {
@@ -161,27 +140,6 @@ TEST_F(PreferencesTest, StoredListsKeepTheirKnownStringsInOrder) {
     EXPECT_EQ(prefs->homeWidgetSelection(), u"weather"_s); // a selection is not checked
 }
 
-TEST_F(PreferencesTest, EnumerationsFallBackOnTheirDefaultsForAnyOtherValue) {
-    const std::pair<QJsonValue, DisplayChoice> choices[] = {{u"main"_s, DisplayChoice::main},
-                                                            {u"allDisplays"_s, DisplayChoice::allDisplays},
-                                                            {u"automatic"_s, DisplayChoice::automatic},
-                                                            {u"Main"_s, DisplayChoice::automatic},
-                                                            {2, DisplayChoice::automatic},
-                                                            {QJsonValue::Null, DisplayChoice::automatic}};
-    for (const auto& [stored, expected] : choices) {
-        defaults.set(u"displayChoice"_s, stored);
-        EXPECT_EQ(start()->displayChoice(), expected) << stored.toVariant().toString().toStdString();
-    }
-    const std::pair<QJsonValue, Preferences::IslandStyle> styles[] = {
-        {u"black"_s, Preferences::IslandStyle::black},
-        {u"Black"_s, Preferences::IslandStyle::glass},
-        {true, Preferences::IslandStyle::glass}};
-    for (const auto& [stored, expected] : styles) {
-        defaults.set(u"islandStyle"_s, stored);
-        EXPECT_EQ(start()->islandStyle(), expected) << stored.toVariant().toString().toStdString();
-    }
-}
-
 TEST_F(PreferencesTest, AnAgentIsEnabledUnlessItsKeyHoldsFalse) {
     defaults.set(u"codexEnabled"_s, u"false"_s);
     defaults.set(u"ampEnabled"_s, false);
@@ -195,26 +153,37 @@ TEST_F(PreferencesTest, AnAgentIsEnabledUnlessItsKeyHoldsFalse) {
     }
 }
 
-TEST_F(PreferencesTest, WrongTypesReadAsTheTypesZeroValue) {
-    defaults.set(u"openOnHover"_s, u"yes"_s);
-    defaults.set(u"hoverDelay"_s, u"0.3"_s);
-    defaults.set(u"fakeNotchWidth"_s, QJsonArray{200});
-    defaults.set(u"homeWidgets"_s, QJsonArray{u"calendar"_s, 1});
-    defaults.set(u"homeWidgetSelection"_s, 5);
-    defaults.set(u"remindersListID"_s, QJsonObject{});
-    defaults.set(u"usageAgents"_s, u"claude"_s);
-    defaults.set(u"soundVolume"_s, true);
-    const auto prefs = start();
-
-    EXPECT_FALSE(prefs->openOnHover()); // not the registered true
-    EXPECT_EQ(prefs->hoverDelay(), 0);
-    EXPECT_EQ(prefs->fakeNotchWidth(), 0);
-    EXPECT_TRUE(prefs->homeWidgets().isEmpty());
-    EXPECT_EQ(prefs->homeWidgetSelection(), u"calendar"_s);
-    EXPECT_EQ(prefs->remindersListID(), QString());
-    EXPECT_TRUE(prefs->usageAgents().isEmpty());
-    EXPECT_EQ(prefs->soundVolume(), 0);
-    EXPECT_TRUE(prefs->soundsEnabled());
+TEST_F(PreferencesTest, WrongTypesReadAsTheTypesZeroValueAndUnknownCasesAsTheDefault) {
+    struct Case {
+        const char* key;
+        QJsonValue stored;
+        QVariant read;
+    };
+    const Case cases[] = {
+        {"openOnHover", u"yes"_s, false}, // not the registered true
+        {"hoverDelay", u"0.3"_s, 0.0},
+        {"fakeNotchWidth", QJsonArray{200}, 0.0},
+        {"homeWidgets", QJsonArray{u"calendar"_s, 1}, QStringList()},
+        {"homeWidgetSelection", 5, u"calendar"_s},
+        {"remindersListID", QJsonObject{}, QString()},
+        {"usageAgents", u"claude"_s, QStringList()},
+        {"soundVolume", true, 0.0},
+        {"displayChoice", u"main"_s, u"main"_s},
+        {"displayChoice", u"allDisplays"_s, u"allDisplays"_s},
+        {"displayChoice", u"Main"_s, u"automatic"_s},
+        {"displayChoice", 2, u"automatic"_s},
+        {"displayChoice", QJsonValue::Null, u"automatic"_s},
+        {"islandStyle", u"black"_s, u"black"_s},
+        {"islandStyle", u"Black"_s, u"glass"_s},
+        {"islandStyle", true, u"glass"_s},
+    };
+    for (const Case& c : cases) {
+        defaults.set(QString::fromLatin1(c.key), c.stored);
+        const auto prefs = start();
+        EXPECT_EQ(prefs->property(c.key), c.read)
+            << c.key << " " << c.stored.toVariant().toString().toStdString();
+        EXPECT_TRUE(prefs->soundsEnabled()); // a key left alone keeps its default
+    }
 }
 
 TEST_F(PreferencesTest, AnAssignmentWritesItsKeyAtOnceAndNotifiesOnlyOnAChange) {

@@ -3,6 +3,8 @@
 #include "support/TestSupport.h"
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
@@ -96,67 +98,53 @@ TEST(BridgeRequestDecoding, DropsMalformedLines) {
     }
 }
 
-TEST(BridgeRequestDecoding, RejectsPayloadsAndContextMembersOfTheWrongForm) {
-    const char* const payloads[] = {"eyJhIjoxfQ", "eyJh Ijox", "eyJhIjox\\nfQ==", "eyJh*jox", "eyJhIj=x",
-                                    "e===",       "{}"};
-    const char* const contexts[] = {
-        R"({"tty":5})",
-        R"({"agentPID":"12"})",
-        R"({"agentPID":1.5})",
-        R"({"agentPID":2147483648})",
-        R"({"agentPID":-2147483649})",
-        R"({"agentPID":1e999})",
-        R"({"environment":{"A":1}})",
-        R"({"environment":{"A":null}})",
-        R"({"environment":["A"]})",
-        R"({"termProgram":false})",
+TEST(BridgeRequestDecoding, RejectsBadPayloadsContextsAndText) {
+    // A request for Claude with the given raw JSON members.
+    const auto request = [](const QByteArray& id, const QByteArray& payload, const QByteArray& context) {
+        return R"({"id":)" + id + R"(,"agent":"claude","payload":)" + payload +
+               R"(,"expectsReply":true,"context":)" + context + "}";
     };
-    auto request = [](const QByteArray& payload, const QByteArray& context) {
-        return BridgeProtocol::decodeRequest(QByteArray(R"({"id":"r","agent":"claude","payload":")") +
-                                             payload + R"(","expectsReply":true,"context":)" + context + "}");
-    };
-    for (const char* payload : payloads) {
-        EXPECT_FALSE(request(payload, "{}").has_value()) << payload;
+    QList<QByteArray> bad;
+    // Payloads that are not strict Base64.
+    for (const char* payload :
+         {"eyJhIjoxfQ", "eyJh Ijox", "eyJhIjox\\nfQ==", "eyJh*jox", "eyJhIj=x", "e===", "{}"}) {
+        bad << request(R"("r")", '"' + QByteArray(payload) + '"', "{}");
     }
-    for (const char* context : contexts) {
-        EXPECT_FALSE(request("e30=", context).has_value()) << context;
+    // Context members of the wrong type.
+    for (const char* context :
+         {R"({"tty":5})", R"({"agentPID":"12"})", R"({"agentPID":1.5})", R"({"agentPID":2147483648})",
+          R"({"agentPID":-2147483649})", R"({"agentPID":1e999})", R"({"environment":{"A":1}})",
+          R"({"environment":{"A":null}})", R"({"environment":["A"]})", R"({"termProgram":false})"}) {
+        bad << request(R"("r")", R"("e30=")", context);
     }
-    // Empty Base64 is empty bytes: what those bytes mean is the event handler's business.
-    ASSERT_TRUE(request("", "{}").has_value());
-    EXPECT_TRUE(request("", "{}")->payload.isEmpty());
-    EXPECT_EQ(request("e30=", R"({"agentPID":-2147483648})")->context.agentPID, -2147483647 - 1);
-}
-
-TEST(BridgeRequestDecoding, RejectsBrokenTextAndSurvivesDeepNesting) {
-    const QByteArray prefix = R"({"id":")";
-    const QByteArray suffix = R"(","agent":"claude","payload":"e30=","expectsReply":true,"context":{}})";
-    EXPECT_TRUE(BridgeProtocol::decodeRequest(prefix + "caf\xc3\xa9 \\ud83d\\ude00" + suffix).has_value());
-    EXPECT_EQ(BridgeProtocol::decodeRequest(prefix + "\\u00e9\\ud83d\\ude00" + suffix)->id,
-              QString::fromUtf8("\xc3\xa9\xf0\x9f\x98\x80"));
-    const QByteArray broken[] = {
-        "caf\xc3",        // truncated sequence
-        "\xff\xfe",       // never valid in UTF-8
-        "\xc0\xaf",       // overlong slash
-        "\xed\xa0\x80",   // an encoded surrogate
-        "\\ud83d",        // lone high surrogate
-        "\\ude00",        // lone low surrogate
-        "\\ud83d\\u0041", // high surrogate followed by a non-surrogate
-        "tab\there",      // raw control character
-        "\\x41",          // unknown escape
-        "\\u12",          // short escape
-    };
-    for (const QByteArray& text : broken) {
-        EXPECT_FALSE(BridgeProtocol::decodeRequest(prefix + text + suffix).has_value()) << text.toStdString();
+    // Broken text: a truncated sequence, bytes never valid in UTF-8, an overlong slash, an encoded
+    // surrogate, lone or mismatched surrogate escapes, a raw control character, bad escapes.
+    for (const QByteArray& text :
+         {QByteArray("caf\xc3"), QByteArray("\xff\xfe"), QByteArray("\xc0\xaf"), QByteArray("\xed\xa0\x80"),
+          QByteArray("\\ud83d"), QByteArray("\\ude00"), QByteArray("\\ud83d\\u0041"), QByteArray("tab\there"),
+          QByteArray("\\x41"), QByteArray("\\u12")}) {
+        bad << request('"' + text + '"', R"("e30=")", "{}");
     }
-
     // Nesting deep enough to overflow a naive recursive reader must be refused, not crash.
-    const QByteArray deep =
-        QByteArray(R"({"x":)") + QByteArray(200'000, '[') + QByteArray(200'000, ']') + "}";
-    EXPECT_FALSE(BridgeProtocol::decodeRequest(deep).has_value());
-    const QByteArray shallow =
-        QByteArray(R"({"x":)") + QByteArray(100, '[') + QByteArray(100, ']') +
-        R"(,"id":"r","agent":"claude","payload":"e30=","expectsReply":true,"context":{}})";
-    EXPECT_TRUE(BridgeProtocol::decodeRequest(shallow).has_value());
+    bad << request(R"("r","x":)" + QByteArray(200'000, '[') + QByteArray(200'000, ']'), R"("e30=")", "{}");
+    for (const QByteArray& text : bad) {
+        EXPECT_FALSE(BridgeProtocol::decodeRequest(text).has_value()) << text.left(120).toStdString();
+    }
+
+    // Beside them, what is fine: empty Base64 (empty bytes: what they mean is the event handler's
+    // business), the lowest process id, escaped and raw non-ASCII text, and modest nesting.
+    const auto empty = BridgeProtocol::decodeRequest(request(R"("r")", R"("")", "{}"));
+    ASSERT_TRUE(empty.has_value());
+    EXPECT_TRUE(empty->payload.isEmpty());
+    const auto lowest =
+        BridgeProtocol::decodeRequest(request(R"("r")", R"("e30=")", R"({"agentPID":-2147483648})"));
+    ASSERT_TRUE(lowest.has_value());
+    EXPECT_EQ(lowest->context.agentPID, -2147483647 - 1);
+    EXPECT_TRUE(BridgeProtocol::decodeRequest(request("\"caf\xc3\xa9 \\ud83d\\ude00\"", R"("e30=")", "{}")));
+    EXPECT_EQ(BridgeProtocol::decodeRequest(request(R"("\u00e9\ud83d\ude00")", R"("e30=")", "{}"))->id,
+              QString::fromUtf8("\xc3\xa9\xf0\x9f\x98\x80"));
+    EXPECT_TRUE(BridgeProtocol::decodeRequest(
+        request(R"("r","x":)" + QByteArray(100, '[') + QByteArray(100, ']'), R"("e30=")", "{}")));
 }
 
 TEST(SupportDirectory, FollowsTheEnvironmentAtEachUse) {

@@ -12,6 +12,7 @@ using namespace mirrowisp;
 using namespace mirrowisp::TerminalJumper;
 using mirrowisp::test::awkwardValue;
 using mirrowisp::test::StandIns;
+using mirrowisp::test::words;
 
 namespace {
 
@@ -44,26 +45,32 @@ public:
 
 TEST(TerminalJumperDrivers, PassEveryValueAsOneIntactArgument) {
     StandIns standIns;
-    standIns.add(QStringLiteral("kitty"));
     const QString value = awkwardValue();
-    EXPECT_EQ(
-        jumpAndWait(targetWith({{QStringLiteral("KITTY_WINDOW_ID"), value},
-                                {QStringLiteral("KITTY_LISTEN_ON"), QStringLiteral("unix:/tmp/") + value}}),
-                    standInTools(standIns), {}),
-        QStringLiteral("kitty"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("kitty")),
-              (QStringList{QStringLiteral("@"), QStringLiteral("--to"), QStringLiteral("unix:/tmp/") + value,
-                           QStringLiteral("focus-window"), QStringLiteral("--match"),
-                           QStringLiteral("id:") + value}));
-
-    standIns.add(QStringLiteral("wezterm"));
-    EXPECT_EQ(jumpAndWait(targetWith({{QStringLiteral("WEZTERM_PANE"), value},
-                                      {QStringLiteral("WEZTERM_UNIX_SOCKET"), value}}),
-                          standInTools(standIns), {}),
-              QStringLiteral("wezterm"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("wezterm")),
-              (QStringList{QStringLiteral("cli"), QStringLiteral("activate-pane"),
-                           QStringLiteral("--pane-id"), value}));
+    const QString listen = QStringLiteral("unix:/tmp/") + value;
+    struct Case {
+        const char* tool;
+        QMap<QString, QString> environment;
+        QStringList arguments;
+    };
+    const Case cases[] = {
+        {"kitty",
+         {{QStringLiteral("KITTY_WINDOW_ID"), value}, {QStringLiteral("KITTY_LISTEN_ON"), listen}},
+         QStringList{QStringLiteral("@"), QStringLiteral("--to"), listen} + words(u"focus-window --match")
+             << QStringLiteral("id:") + value},
+        {"wezterm",
+         {{QStringLiteral("WEZTERM_PANE"), value}, {QStringLiteral("WEZTERM_UNIX_SOCKET"), value}},
+         words(u"cli activate-pane --pane-id") << value},
+        {"cmux",
+         {{QStringLiteral("CMUX_SURFACE_ID"), value},
+          {QStringLiteral("CMUX_WORKSPACE_ID"), QStringLiteral("w1")}},
+         words(u"focus-surface --surface") << value},
+    };
+    for (const Case& c : cases) {
+        const QString tool = QString::fromLatin1(c.tool);
+        standIns.add(tool);
+        EXPECT_EQ(jumpAndWait(targetWith(c.environment), standInTools(standIns), {}), tool);
+        EXPECT_EQ(standIns.arguments(tool), c.arguments);
+    }
     EXPECT_EQ(standIns.environment(QStringLiteral("wezterm")).value(QStringLiteral("WEZTERM_UNIX_SOCKET")),
               value);
 
@@ -78,19 +85,10 @@ TEST(TerminalJumperDrivers, PassEveryValueAsOneIntactArgument) {
                                      {QStringLiteral("HERDR_SOCKET_PATH"), value}});
     herdrTarget.appID = QStringLiteral("kitty");
     EXPECT_EQ(jumpAndWait(herdrTarget, standInTools(standIns), activate), QStringLiteral("herdr"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("herdr-bin")),
-              (QStringList{QStringLiteral("agent"), QStringLiteral("focus"), value}));
+    EXPECT_EQ(standIns.arguments(QStringLiteral("herdr-bin")), words(u"agent focus") << value);
     EXPECT_EQ(standIns.environment(QStringLiteral("herdr-bin")).value(QStringLiteral("HERDR_SOCKET_PATH")),
               value);
     EXPECT_EQ(activated, QStringList{QStringLiteral("kitty")}); // the terminal around herdr comes up too
-
-    standIns.add(QStringLiteral("cmux"));
-    EXPECT_EQ(jumpAndWait(targetWith({{QStringLiteral("CMUX_SURFACE_ID"), value},
-                                      {QStringLiteral("CMUX_WORKSPACE_ID"), QStringLiteral("w1")}}),
-                          standInTools(standIns), {}),
-              QStringLiteral("cmux"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("cmux")),
-              (QStringList{QStringLiteral("focus-surface"), QStringLiteral("--surface"), value}));
 
     auto konsole = std::make_shared<RecordingKonsole>();
     TerminalDrivers::Tools withKonsole = standInTools(standIns);
@@ -104,37 +102,37 @@ TEST(TerminalJumperDrivers, PassEveryValueAsOneIntactArgument) {
 }
 
 TEST(TerminalJumperDrivers, OpenTheFolderInTheEditorWhoseTerminalRunsTheAgent) {
-    StandIns standIns;
-    standIns.add(QStringLiteral("code"));
-    standIns.add(QStringLiteral("cursor"));
-    standIns.add(QStringLiteral("windsurf"));
     const QString folder = QStringLiteral("/home/u/") + awkwardValue();
-
-    Target vscode = targetWith(
-        {{QStringLiteral("VSCODE_IPC_HOOK_CLI"), QStringLiteral("/run/user/1000/vscode.sock")}}, folder);
-    EXPECT_EQ(jumpAndWait(vscode, standInTools(standIns), {}), QStringLiteral("editor"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("code")), (QStringList{QStringLiteral("-r"), folder}));
-    EXPECT_FALSE(standIns.ran(QStringLiteral("cursor")));
-
-    Target cursor =
-        targetWith({{QStringLiteral("TERM_PROGRAM"), QStringLiteral("vscode")},
-                    {QStringLiteral("VSCODE_GIT_ASKPASS_NODE"), QStringLiteral("/usr/share/cursor/cursor")}},
-                   folder);
-    EXPECT_EQ(jumpAndWait(cursor, standInTools(standIns), {}), QStringLiteral("editor"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("cursor")), (QStringList{QStringLiteral("-r"), folder}));
-
-    Target windsurf = targetWith({}, folder);
-    windsurf.appID = QStringLiteral("windsurf");
-    EXPECT_EQ(jumpAndWait(windsurf, standInTools(standIns), {}), QStringLiteral("editor"));
-    EXPECT_EQ(standIns.arguments(QStringLiteral("windsurf")), (QStringList{QStringLiteral("-r"), folder}));
-
-    // A plain terminal is no editor: nothing is opened.
-    StandIns fresh;
-    fresh.add(QStringLiteral("code"));
-    EXPECT_EQ(jumpAndWait(targetWith({{QStringLiteral("TERM_PROGRAM"), QStringLiteral("xterm")}}),
-                          standInTools(fresh), {}),
-              QStringLiteral("none"));
-    EXPECT_FALSE(fresh.ran(QStringLiteral("code")));
+    struct Case {
+        const char* editor;
+        QMap<QString, QString> environment;
+        std::optional<QString> appID;
+    };
+    const Case cases[] = {
+        {"code", {{QStringLiteral("VSCODE_IPC_HOOK_CLI"), QStringLiteral("/run/user/1000/vscode.sock")}}, {}},
+        {"cursor",
+         {{QStringLiteral("TERM_PROGRAM"), QStringLiteral("vscode")},
+          {QStringLiteral("VSCODE_GIT_ASKPASS_NODE"), QStringLiteral("/usr/share/cursor/cursor")}},
+         {}},
+        {"windsurf", {}, QStringLiteral("windsurf")},
+        // A plain terminal is no editor: nothing is opened.
+        {nullptr, {{QStringLiteral("TERM_PROGRAM"), QStringLiteral("xterm")}}, {}},
+    };
+    for (const Case& c : cases) {
+        StandIns standIns;
+        for (const char* editor : {"code", "cursor", "windsurf"}) {
+            standIns.add(QString::fromLatin1(editor));
+        }
+        Target target = targetWith(c.environment, folder);
+        target.appID = c.appID;
+        EXPECT_EQ(jumpAndWait(target, standInTools(standIns), {}),
+                  c.editor ? QStringLiteral("editor") : QStringLiteral("none"));
+        for (const char* editor : {"code", "cursor", "windsurf"}) {
+            const bool chosen = c.editor && QLatin1String(editor) == QLatin1String(c.editor);
+            const QStringList expected = chosen ? QStringList{QStringLiteral("-r"), folder} : QStringList();
+            EXPECT_EQ(standIns.arguments(QString::fromLatin1(editor)), expected) << editor;
+        }
+    }
 }
 
 TEST(TerminalJumperOrder, AFailingDriverHandsOnAndActivationComesLast) {

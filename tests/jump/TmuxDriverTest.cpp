@@ -34,27 +34,18 @@ struct AgentServer {
         server.tmux(words(u"new-session -d -s other -x 80 -y 24 cat"));
     }
 
-    // client tty -> session it shows
-    QMap<QString, QString> clientSessions() const {
-        QMap<QString, QString> sessions;
+    // client tty -> the client's value of a format such as #{client_session}
+    QMap<QString, QString> clients(const QString& format = QStringLiteral("#{client_session}")) const {
+        QMap<QString, QString> values;
         const QString text =
-            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} #{client_session}"));
+            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} ") + format);
         for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-            const QStringList fields = line.split(QLatin1Char(' '));
-            sessions.insert(fields.value(0), fields.value(1));
+            values.insert(line.section(QLatin1Char(' '), 0, 0), line.section(QLatin1Char(' '), 1));
         }
-        return sessions;
+        return values;
     }
-
     qint64 activity(const QString& tty) const {
-        const QString text =
-            server.query(words(u"list-clients -F") << QStringLiteral("#{client_tty} #{client_activity}"));
-        for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-            if (line.section(QLatin1Char(' '), 0, 0) == tty) {
-                return line.section(QLatin1Char(' '), 1, 1).toLongLong();
-            }
-        }
-        return -1;
+        return clients(QStringLiteral("#{client_activity}")).value(tty, QStringLiteral("-1")).toLongLong();
     }
 };
 
@@ -77,7 +68,7 @@ TEST(TmuxDriver, SwitchesTheMostRecentlyActiveClientAndSelectsThePane) {
     ClientHost clients;
     const QString older = clients.attach(QStringLiteral("older"), agent.server, QStringLiteral("other"));
     const QString recent = clients.attach(QStringLiteral("recent"), agent.server, QStringLiteral("other"));
-    ASSERT_TRUE(test::waitUntil([&] { return agent.clientSessions().size() == 2; }, 10000));
+    ASSERT_TRUE(test::waitUntil([&] { return agent.clients().size() == 2; }, 10000));
     // Activity is counted in whole seconds: type into one client until it is strictly more recent.
     ASSERT_TRUE(test::waitUntil(
         [&] {
@@ -91,7 +82,7 @@ TEST(TmuxDriver, SwitchesTheMostRecentlyActiveClientAndSelectsThePane) {
     ASSERT_TRUE(client);
     EXPECT_EQ(client->tty, recent);
     EXPECT_GT(client->pid, 0);
-    const QMap<QString, QString> sessions = agent.clientSessions();
+    const QMap<QString, QString> sessions = agent.clients();
     EXPECT_EQ(sessions.value(recent), QStringLiteral("work"));
     EXPECT_EQ(sessions.value(older), QStringLiteral("other"));
     EXPECT_EQ(agent.server.query(words(u"display-message -p -t work")
@@ -143,7 +134,7 @@ TEST(TmuxDriver, AStoppedServerCostsAtMostItsTimeOut) {
     AgentServer agent;
     ClientHost clients;
     clients.attach(QStringLiteral("one"), agent.server, QStringLiteral("work"));
-    ASSERT_TRUE(test::waitUntil([&] { return agent.clientSessions().size() == 1; }, 10000));
+    ASSERT_TRUE(test::waitUntil([&] { return agent.clients().size() == 1; }, 10000));
     const pid_t serverPID = agent.server.query(words(u"display-message -p #{pid}")).toInt();
     ASSERT_GT(serverPID, 0);
     ASSERT_EQ(::kill(serverPID, SIGSTOP), 0);

@@ -28,8 +28,7 @@ Forwarded forward(const char* agent, const QByteArray& input) {
         got = {request->payload, request->event(), request->expectsReply()};
         request->reply("{\"id\":\"1\"}\n");
     }
-    const Outcome run = tool->finish();
-    EXPECT_TRUE(run.finished && run.exitCode == 0 && run.out.isEmpty());
+    expectClean(tool->finish());
     return got;
 }
 
@@ -40,8 +39,8 @@ QJsonObject object(const QByteArray& json) {
 struct Row {
     const char* agent;
     const char* sent;
-    const char* received;
-    bool expectsReply;
+    const char* received = nullptr; // nullptr: the name sent
+    bool expectsReply = false;
 };
 
 std::ostream& operator<<(std::ostream& os, const Row& row) {
@@ -60,7 +59,8 @@ TEST_P(ToolEventNames, ArriveInTheAppsVocabularyWithEverythingElseKept) {
     const Forwarded got = forward(row.agent, QJsonDocument(event).toJson(QJsonDocument::Compact));
     EXPECT_EQ(got.expectsReply, row.expectsReply);
     QJsonObject received = got.event;
-    EXPECT_EQ(received.value(u"hook_event_name").toString(), QString::fromUtf8(row.received));
+    EXPECT_EQ(received.value(u"hook_event_name").toString(),
+              QString::fromUtf8(row.received ? row.received : row.sent));
     received.insert(u"hook_event_name", QString::fromUtf8(row.sent));
     EXPECT_EQ(received, event);
 }
@@ -68,36 +68,26 @@ TEST_P(ToolEventNames, ArriveInTheAppsVocabularyWithEverythingElseKept) {
 INSTANTIATE_TEST_SUITE_P(
     Table, ToolEventNames,
     testing::Values(
-        Row{"claude", "PermissionRequest", "PermissionRequest", true},
-        Row{"claude", "PreToolUse", "PreToolUse", false},
-        Row{"claude", "Notification", "Notification", false},
-        Row{"codex", "PermissionRequest", "PermissionRequest", true},
-        Row{"devin", "PermissionRequest", "PermissionRequest", true}, Row{"devin", "Stop", "Stop", false},
-        Row{"cursor", "beforeSubmitPrompt", "UserPromptSubmit", false},
-        Row{"cursor", "afterAgentResponse", "AgentResponse", false},
-        Row{"cursor", "postToolUseFailure", "PostToolUseFailure", false},
-        Row{"cursor", "sessionStart", "SessionStart", false},
-        Row{"cursor", "sessionEnd", "SessionEnd", false}, Row{"cursor", "stop", "Stop", false},
-        Row{"cursor", "preCompact", "PreCompact", false}, Row{"cursor", "preToolUse", "PreToolUse", false},
-        Row{"cursor", "postToolUse", "PostToolUse", false},
-        Row{"cursor", "subagentStart", "SubagentStart", false},
-        Row{"cursor", "subagentStop", "SubagentStop", false},
-        Row{"cursor", "afterAgentThought", "AfterAgentThought", false},
-        Row{"gemini", "BeforeAgent", "UserPromptSubmit", false}, Row{"gemini", "AfterAgent", "Stop", false},
-        Row{"gemini", "BeforeTool", "PreToolUse", false}, Row{"gemini", "AfterTool", "PostToolUse", false},
-        Row{"gemini", "PreCompress", "PreCompact", false},
-        Row{"gemini", "SessionStart", "SessionStart", false},
-        Row{"gemini", "Notification", "Notification", false},
-        Row{"copilot", "sessionStart", "SessionStart", false},
-        Row{"copilot", "sessionEnd", "SessionEnd", false},
-        Row{"copilot", "userPromptSubmitted", "UserPromptSubmit", false},
-        Row{"copilot", "preToolUse", "PreToolUse", false},
-        Row{"copilot", "postToolUse", "PostToolUse", false},
-        Row{"copilot", "postToolUseFailure", "PostToolUseFailure", false},
-        Row{"copilot", "agentStop", "Stop", false}, Row{"copilot", "preCompact", "PreCompact", false},
-        Row{"copilot", "errorOccurred", "ErrorOccurred", false},
-        Row{"copilot", "permissionRequest", "PermissionRequest", true},
-        Row{"copilot", "UserPromptSubmit", "UserPromptSubmit", false}));
+        Row{"claude", "PermissionRequest", nullptr, true}, Row{"claude", "PreToolUse"},
+        Row{"claude", "Notification"}, Row{"codex", "PermissionRequest", nullptr, true},
+        Row{"devin", "PermissionRequest", nullptr, true}, Row{"devin", "Stop"},
+        Row{"cursor", "beforeSubmitPrompt", "UserPromptSubmit"},
+        Row{"cursor", "afterAgentResponse", "AgentResponse"},
+        Row{"cursor", "postToolUseFailure", "PostToolUseFailure"},
+        Row{"cursor", "sessionStart", "SessionStart"}, Row{"cursor", "sessionEnd", "SessionEnd"},
+        Row{"cursor", "stop", "Stop"}, Row{"cursor", "preCompact", "PreCompact"},
+        Row{"cursor", "preToolUse", "PreToolUse"}, Row{"cursor", "postToolUse", "PostToolUse"},
+        Row{"cursor", "subagentStart", "SubagentStart"}, Row{"cursor", "subagentStop", "SubagentStop"},
+        Row{"cursor", "afterAgentThought", "AfterAgentThought"},
+        Row{"gemini", "BeforeAgent", "UserPromptSubmit"}, Row{"gemini", "AfterAgent", "Stop"},
+        Row{"gemini", "BeforeTool", "PreToolUse"}, Row{"gemini", "AfterTool", "PostToolUse"},
+        Row{"gemini", "PreCompress", "PreCompact"}, Row{"gemini", "SessionStart"},
+        Row{"gemini", "Notification"}, Row{"copilot", "sessionStart", "SessionStart"},
+        Row{"copilot", "sessionEnd", "SessionEnd"}, Row{"copilot", "userPromptSubmitted", "UserPromptSubmit"},
+        Row{"copilot", "preToolUse", "PreToolUse"}, Row{"copilot", "postToolUse", "PostToolUse"},
+        Row{"copilot", "postToolUseFailure", "PostToolUseFailure"}, Row{"copilot", "agentStop", "Stop"},
+        Row{"copilot", "preCompact", "PreCompact"}, Row{"copilot", "errorOccurred", "ErrorOccurred"},
+        Row{"copilot", "permissionRequest", "PermissionRequest", true}, Row{"copilot", "UserPromptSubmit"}));
 
 TEST(ToolEvents, PassUntouchedWhenNothingNeedsChanging) {
     // Odd spacing and a name the app doesn't know: still the agent's bytes, exactly.

@@ -13,15 +13,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QList<QByteArray> kClaude = {"--agent", "claude"};
 const QByteArray kPreToolUse = R"({"hook_event_name":"PreToolUse","session_id":"s1"})";
-const QByteArray kPermission = R"({"hook_event_name":"PermissionRequest","session_id":"s1"})";
-
-void expectQuietSuccess(const Outcome& run) {
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.out, QByteArray());
-}
 
 } // namespace
 
@@ -37,11 +29,11 @@ TEST(ToolRequest, SendsOneCompactLineWithTheEventBytesInBase64) {
     const QByteArray pretty = "{\n  \"hook_event_name\": \"PreToolUse\",\n  \"session_id\": \"s1\",\n"
                               "  \"tool_input\": {\"command\": \"echo caf\xc3\xa9 \\u2603\"}\n}\n";
     for (const QByteArray& input : {pretty, binary}) {
-        auto tool = box.start(kClaude, input);
+        auto tool = box.start(claudeHook, input);
         auto request = app.next();
         ASSERT_TRUE(request);
         // The app still holds the connection: an event nobody answers must not keep the agent waiting.
-        expectQuietSuccess(tool->finish(5000));
+        expectClean(tool->finish(5000));
 
         EXPECT_TRUE(request->line.startsWith("{\"id\":\""));
         EXPECT_EQ(request->json.keys(),
@@ -59,7 +51,7 @@ TEST(ToolRequest, IdsStayUniqueAcrossConcurrentRuns) {
     FakeApp app(box.socketPath());
     std::vector<std::unique_ptr<Child>> tools;
     for (int i = 0; i < 12; ++i) {
-        tools.push_back(box.start(kClaude, kPreToolUse));
+        tools.push_back(box.start(claudeHook, kPreToolUse));
     }
     QSet<QString> ids;
     for (size_t i = 0; i < tools.size(); ++i) {
@@ -68,7 +60,7 @@ TEST(ToolRequest, IdsStayUniqueAcrossConcurrentRuns) {
         ids.insert(request->json.value(u"id").toString());
     }
     for (auto& tool : tools) {
-        expectQuietSuccess(tool->finish());
+        expectClean(tool->finish());
     }
     EXPECT_EQ(ids.size(), 12);
     EXPECT_FALSE(ids.contains(QString()));
@@ -77,9 +69,9 @@ TEST(ToolRequest, IdsStayUniqueAcrossConcurrentRuns) {
 TEST(ToolRequest, IgnoresMissingOrUnknownAgents) {
     ToolSandbox box;
     FakeApp app(box.socketPath());
-    expectQuietSuccess(box.run({}, kPermission));
-    expectQuietSuccess(box.run({"--agent", "vim"}, kPermission));
-    expectQuietSuccess(box.run({"--agent"}, kPermission));
+    expectClean(box.run({}, permissionRequest));
+    expectClean(box.run({"--agent", "vim"}, permissionRequest));
+    expectClean(box.run({"--agent"}, permissionRequest));
     EXPECT_FALSE(app.hasPending());
 }
 
@@ -89,15 +81,15 @@ TEST(ToolSocket, EmptyOrUnsetSupportDirectoryMeansTheOneInHome) {
     FakeApp inHome(box.path() + "/home/.mirrowisp/bridge.sock");
     FakeApp inSupport(box.socketPath());
     for (const QByteArray& value : {QByteArray(""), QByteArray()}) {
-        auto tool = box.start(kClaude, kPreToolUse, {{"MIRROWISP_SUPPORT_DIR", value}});
+        auto tool = box.start(claudeHook, kPreToolUse, {{"MIRROWISP_SUPPORT_DIR", value}});
         EXPECT_TRUE(inHome.next());
-        expectQuietSuccess(tool->finish());
+        expectClean(tool->finish());
     }
     EXPECT_FALSE(inSupport.hasPending());
     // A trailing slash names the same folder.
-    auto tool = box.start(kClaude, kPreToolUse, {{"MIRROWISP_SUPPORT_DIR", box.supportDir() + "//"}});
+    auto tool = box.start(claudeHook, kPreToolUse, {{"MIRROWISP_SUPPORT_DIR", box.supportDir() + "//"}});
     EXPECT_TRUE(inSupport.next());
-    expectQuietSuccess(tool->finish());
+    expectClean(tool->finish());
 }
 
 TEST(ToolSocket, PathTooLongForAnAddressFailsQuietlyInsteadOfCuttingIt) {
@@ -109,7 +101,7 @@ TEST(ToolSocket, PathTooLongForAnAddressFailsQuietlyInsteadOfCuttingIt) {
     ASSERT_TRUE(QDir().mkpath(QString::fromUtf8(dir)));
     FakeApp atCutPath((dir + tail).left(kField - 1));
 
-    expectQuietSuccess(box.run(kClaude, kPermission, {{"MIRROWISP_SUPPORT_DIR", dir}}));
+    expectClean(box.run(claudeHook, permissionRequest, {{"MIRROWISP_SUPPORT_DIR", dir}}));
     EXPECT_FALSE(atCutPath.hasPending());
 }
 
@@ -119,23 +111,23 @@ TEST(ToolSocket, AnAppThatHangsUpMidRequestDoesNotTakeTheToolDown) {
     // Far more than a socket buffer holds, so the tool is still writing when the app stops reading.
     const QByteArray big =
         R"({"hook_event_name":"PermissionRequest","pad":")" + QByteArray(4 << 20, 'p') + "\"}";
-    auto tool = box.start(kClaude, big);
+    auto tool = box.start(claudeHook, big);
     const auto refused = app.refuseNext();
     EXPECT_TRUE(refused);
-    expectQuietSuccess(tool->finish());
+    expectClean(tool->finish());
 }
 
 TEST(ToolSocket, WithoutAppOrWithAStaleSocketExitsAtOnceAndSilently) {
     ToolSandbox box;
     // Nothing at the path: the app isn't running.
-    Outcome run = box.run(kClaude, kPermission);
-    expectQuietSuccess(run);
+    Outcome run = box.run(claudeHook, permissionRequest);
+    expectClean(run);
     EXPECT_LT(run.elapsedMs, 2000);
 
     // A socket file nobody listens on, as a crashed app leaves behind.
     { FakeApp crashed(box.socketPath()); }
     ASSERT_TRUE(QFileInfo::exists(QString::fromUtf8(box.socketPath())));
-    run = box.run(kClaude, kPermission);
-    expectQuietSuccess(run);
+    run = box.run(claudeHook, permissionRequest);
+    expectClean(run);
     EXPECT_LT(run.elapsedMs, 2000);
 }

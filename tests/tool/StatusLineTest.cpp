@@ -23,10 +23,7 @@ TEST(ToolStatusLine, ShowsModelAndContextAndSendsAStatusLineEventWithoutWaiting)
     auto request = app.next();
     ASSERT_TRUE(request);
     // The app answers status lines with nothing and may keep the connection a while: no waiting for it.
-    const Outcome run = tool->finish(5000);
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.out, "Opus 4 \xc2\xb7 42% context\n");
+    expectClean(tool->finish(5000), "Opus 4 \xc2\xb7 42% context\n");
 
     EXPECT_FALSE(request->expectsReply());
     QJsonObject event = request->event();
@@ -57,9 +54,7 @@ TEST(ToolStatusLine, PrintsWhatTheInputHoldsAndPrintsItWithoutTheApp) {
         {"not json", ""},
     };
     for (const auto& c : cases) {
-        const Outcome run = box.run(kStatusLine, c.input);
-        EXPECT_TRUE(run.finished);
-        EXPECT_EQ(run.exitCode, 0);
-        EXPECT_EQ(run.out, c.shown) << c.input.constData();
+        SCOPED_TRACE(c.input.constData());
+        expectClean(box.run(kStatusLine, c.input), c.shown);
     }
 }

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -38,6 +39,12 @@ QElapsedTimer started() {
 
 QByteArray toolPath() {
     return MIRROWISP_BRIDGE_TOOL_PATH;
+}
+
+void expectClean(const Outcome& run, const QByteArray& out) {
+    EXPECT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out, out);
 }
 
 Child::Child(const QList<QByteArray>& argv, const Environment& env, const QByteArray& input) {

@@ -118,4 +118,12 @@ private:
 
 QByteArray toolPath();
 
+// The tool's arguments in a Claude Code hook, and an event that waits for the app's answer.
+inline const QList<QByteArray> claudeHook = {"--agent", "claude"};
+inline const QByteArray permissionRequest =
+    R"({"hook_event_name":"PermissionRequest","session_id":"s1","tool_name":"Bash"})";
+
+// Checks that the run ended by itself with status 0, having printed exactly `out`.
+void expectClean(const Outcome& run, const QByteArray& out = {});
+
 } // namespace mirrowisp::test

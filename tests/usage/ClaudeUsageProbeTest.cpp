@@ -5,7 +5,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
@@ -13,18 +12,11 @@ using namespace mirrowisp::ClaudeUsageProbe;
 
 namespace {
 
+using test::writeFile;
+
 QString readTrimmed(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
-}
-
-void writeExecutable(const QString& path, const QByteArray& text) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(text);
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 } // namespace
@@ -32,10 +24,11 @@ void writeExecutable(const QString& path, const QByteArray& text) {
 TEST(ClaudeUsageProbeFetch, RunsTheToolInTheProbeFolderWithoutHooksAndReadsItsMeters) {
     test::TemporaryHome home;
     const QString cli = home.path() + QStringLiteral("/bin/claude");
-    writeExecutable(cli,
-                    "#!/bin/sh\n"
-                    "pwd -P > \"$HOME/cwd\"; printf '%s\\n' \"$@\" > \"$HOME/args\"\n"
-                    "echo 'Usage'; echo ' Current session: 91% used'; echo 'Current week (Opus): 3% used'\n");
+    writeFile(cli,
+              "#!/bin/sh\n"
+              "pwd -P > \"$HOME/cwd\"; printf '%s\\n' \"$@\" > \"$HOME/args\"\n"
+              "echo 'Usage'; echo ' Current session: 91% used'; echo 'Current week (Opus): 3% used'\n",
+              true);
     const FetchResult result = fetch(cli);
     ASSERT_FALSE(result.failure.has_value());
     ASSERT_EQ(result.meters.size(), 2);
@@ -51,12 +44,15 @@ TEST(ClaudeUsageProbeFetch, RunsTheToolInTheProbeFolderWithoutHooksAndReadsItsMe
 TEST(ClaudeUsageProbeFetch, TellsASignedOutToolFromTextWithoutMetersAndAToolThatWillNotStart) {
     test::TemporaryHome home;
     const QString cli = home.path() + QStringLiteral("/claude");
-    writeExecutable(cli, "#!/bin/sh\necho 'Current session: 5% used'; echo 'Error: PLEASE RUN /LOGIN'\n");
-    EXPECT_EQ(fetch(cli).failure, Failure::notSignedIn);
-    writeExecutable(cli, "#!/bin/sh\necho 'Invalid API key · Fix external API key' >&2\n");
-    EXPECT_EQ(fetch(cli).failure, Failure::notSignedIn);
-    writeExecutable(cli, "#!/bin/sh\necho 'Unknown command: /usage'\n");
-    EXPECT_EQ(fetch(cli).failure, Failure::unparseable);
+    const std::pair<const char*, Failure> cases[] = {
+        {"echo 'Current session: 5% used'; echo 'Error: PLEASE RUN /LOGIN'", Failure::notSignedIn},
+        {"echo 'Invalid API key · Fix external API key' >&2", Failure::notSignedIn},
+        {"echo 'Unknown command: /usage'", Failure::unparseable},
+    };
+    for (const auto& [script, failure] : cases) {
+        writeFile(cli, QByteArray("#!/bin/sh\n") + script + '\n', true);
+        EXPECT_EQ(fetch(cli).failure, failure) << script;
+    }
     EXPECT_EQ(fetch(home.path() + QStringLiteral("/gone")).failure, Failure::couldNotStart);
 }
 
@@ -69,16 +65,14 @@ TEST(ClaudeUsageProbeFindCLI, PrefersTheUsualPlacesThenAsksTheLoginShell) {
     test::TemporaryHome home;
     test::ScopedEnvironment environment;
     environment.set("SHELL", "/bin/bash");
-    QFile profile(home.path() + QStringLiteral("/.bash_profile"));
-    ASSERT_TRUE(profile.open(QIODevice::WriteOnly));
-    profile.write("echo 'Hello from the profile'\nexport PATH=\"$HOME/tools:$PATH\"\n");
-    profile.close();
+    writeFile(home.path() + QStringLiteral("/.bash_profile"),
+              "echo 'Hello from the profile'\nexport PATH=\"$HOME/tools:$PATH\"\n");
 
     EXPECT_EQ(findCLI(), std::nullopt);
-    writeExecutable(home.path() + QStringLiteral("/tools/claude"), "#!/bin/sh\n");
+    writeFile(home.path() + QStringLiteral("/tools/claude"), "#!/bin/sh\n", true);
     EXPECT_EQ(findCLI(), home.path() + QStringLiteral("/tools/claude"));
-    writeExecutable(home.path() + QStringLiteral("/.claude/local/claude"), "#!/bin/sh\n");
+    writeFile(home.path() + QStringLiteral("/.claude/local/claude"), "#!/bin/sh\n", true);
     EXPECT_EQ(findCLI(), home.path() + QStringLiteral("/.claude/local/claude"));
-    writeExecutable(home.path() + QStringLiteral("/.local/bin/claude"), "#!/bin/sh\n");
+    writeFile(home.path() + QStringLiteral("/.local/bin/claude"), "#!/bin/sh\n", true);
     EXPECT_EQ(findCLI(), home.path() + QStringLiteral("/.local/bin/claude"));
 }

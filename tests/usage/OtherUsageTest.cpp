@@ -16,31 +16,23 @@ namespace {
 // A database in OpenCode's layout: messages with their JSON in `data` and milliseconds in `time_created`.
 class OpenCodeDatabase {
 public:
-    explicit OpenCodeDatabase(const QString& path) : path_(path) {
+    explicit OpenCodeDatabase(const QString& path) {
         QDir().mkpath(QFileInfo(path).path());
         EXPECT_EQ(sqlite3_open(QFile::encodeName(path).constData(), &db_), SQLITE_OK);
-        exec("CREATE TABLE message (id TEXT PRIMARY KEY, session_id TEXT NOT NULL, time_created INTEGER NOT "
-             "NULL, "
-             "time_updated INTEGER NOT NULL, data TEXT NOT NULL)");
+        exec("CREATE TABLE message (id TEXT PRIMARY KEY, session_id TEXT NOT NULL, "
+             "time_created INTEGER NOT NULL, time_updated INTEGER NOT NULL, data TEXT NOT NULL)");
     }
     ~OpenCodeDatabase() { sqlite3_close(db_); }
 
-    void exec(const char* sql) {
-        ASSERT_EQ(sqlite3_exec(db_, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    void exec(const QByteArray& sql) {
+        ASSERT_EQ(sqlite3_exec(db_, sql.constData(), nullptr, nullptr, nullptr), SQLITE_OK)
+            << sql.constData();
     }
 
     void add(Timestamp at, const QByteArray& data) {
-        sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(
-            sqlite3_prepare_v2(db_, "INSERT INTO message VALUES (?, 's', ?, ?, ?)", -1, &statement, nullptr),
-            SQLITE_OK);
-        const QByteArray id = QByteArray::number(++count_);
-        sqlite3_bind_text(statement, 1, id.constData(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_int64(statement, 2, static_cast<sqlite3_int64>(at * 1000));
-        sqlite3_bind_int64(statement, 3, static_cast<sqlite3_int64>(at * 1000));
-        sqlite3_bind_text(statement, 4, data.constData(), -1, SQLITE_TRANSIENT);
-        EXPECT_EQ(sqlite3_step(statement), SQLITE_DONE);
-        sqlite3_finalize(statement);
+        const QByteArray ms = QByteArray::number(static_cast<qint64>(at * 1000));
+        exec("INSERT INTO message VALUES ('" + QByteArray::number(++count_) + "', 's', " + ms + ", " + ms +
+             ", '" + data + "')");
     }
 
     void assistant(Timestamp at, double cost) {
@@ -48,22 +40,12 @@ public:
     }
 
 private:
-    QString path_;
     sqlite3* db_ = nullptr;
     int count_ = 0;
 };
 
 Timestamp localNoon(const QDate& day) {
     return static_cast<Timestamp>(QDateTime(day, QTime(12, 0)).toMSecsSinceEpoch()) / 1000.0;
-}
-
-std::optional<QString> textOf(const QList<UsageMeter>& meters, const QString& label) {
-    for (const UsageMeter& meter : meters) {
-        if (meter.label == label) {
-            return meter.text.value_or(QString::number(meter.percent));
-        }
-    }
-    return std::nullopt;
 }
 
 } // namespace
@@ -137,51 +119,35 @@ TEST(OpenCodeUsage, GivesNothingForACorruptOrLockedDatabaseWithinTheBusyTimeout)
     EXPECT_DOUBLE_EQ(OtherUsage::spend(locked, 0).value_or(-1), 2.0);
 }
 
-TEST(AmpUsage, ReadsTheFreePlanThePaidBalanceAndTheResetDays) {
+TEST(AmpUsage, ReadsPlansBalancesSharesLeftAndResetDays) {
     const Timestamp now = 1'800'000'000.0;
-    const QString text = QStringLiteral("Signed in as someone@example.com\n\n"
-                                        "  Amp Free: $2.50/$10 remaining (replenishes in 3 days)  \n"
-                                        "Individual credits: $25.40 remaining\n");
-    const QList<UsageMeter> meters = OtherUsage::parseAmp(text, now);
-    ASSERT_EQ(meters.size(), 2);
-    EXPECT_EQ(meters[0].label, QStringLiteral("Free"));
-    EXPECT_DOUBLE_EQ(meters[0].percent, 75.0);
-    EXPECT_EQ(meters[0].severity, QStringLiteral("warning"));
-    EXPECT_EQ(meters[0].resetsAt, now + 3 * 86400.0);
-    EXPECT_EQ(meters[1].label, QStringLiteral("Left"));
-    EXPECT_EQ(meters[1].text, QStringLiteral("$25.40"));
-    for (const UsageMeter& meter : meters) {
-        EXPECT_EQ(meter.agent, AgentKind::amp);
+    // Each meter as label, its text or its percent used and severity, and the seconds to its reset.
+    const auto describe = [now](const QList<UsageMeter>& meters) {
+        QStringList shown;
+        for (const UsageMeter& meter : meters) {
+            EXPECT_EQ(meter.agent, AgentKind::amp);
+            shown << meter.label + QLatin1Char(' ') +
+                         meter.text.value_or(QString::number(meter.percent) + QLatin1Char(' ') +
+                                             meter.severity) +
+                         (meter.resetsAt ? QLatin1Char(' ') + QString::number(*meter.resetsAt - now)
+                                         : QString());
+        }
+        return shown.join(QStringLiteral(" | "));
+    };
+    const std::pair<const char*, const char*> cases[] = {
+        {"Signed in as someone@example.com\n\n  Amp Free: $2.50/$10 remaining (replenishes in 3 days)  \n"
+         "Individual credits: $25.40 remaining\n",
+         "Free 75 warning 259200 | Left $25.40 259200"},
+        // The percentage written wins over the amounts: 8% left is 92% used.
+        {"Tier: Pro — $5/$50 remaining (8%), resets in 1 day", "Plan 92 critical 86400 | Left $5 86400"},
+        {"Daily grant: 60% remaining", "Today 40 normal"},
+        // Output in an unknown shape, and a marker without any amount or share, say nothing.
+        {"", ""},
+        {"error: unknown command \"usage\"\nRun amp --help", ""},
+        {"{\"balance\": 12.5, \"remaining\": \"lots\"}", ""},
+        {"Amp Free: enabled\nTier: unknown", ""},
+    };
+    for (const auto& [text, meters] : cases) {
+        EXPECT_EQ(describe(OtherUsage::parseAmp(QString::fromUtf8(text), now)).toStdString(), meters) << text;
     }
-}
-
-TEST(AmpUsage, ReadsPercentagesLeftAsTheShareUsed) {
-    const Timestamp now = 1'800'000'000.0;
-    const QList<UsageMeter> tier =
-        OtherUsage::parseAmp(QStringLiteral("Tier: Pro — $5/$50 remaining (8%), resets in 1 day"), now);
-    ASSERT_EQ(tier.size(), 2);
-    EXPECT_EQ(tier[0].label, QStringLiteral("Plan"));
-    // The percentage written wins over the amounts: 8% left is 92% used.
-    EXPECT_DOUBLE_EQ(tier[0].percent, 92.0);
-    EXPECT_EQ(tier[0].severity, QStringLiteral("critical"));
-    EXPECT_EQ(tier[1].label, QStringLiteral("Left"));
-    EXPECT_EQ(tier[1].text, QStringLiteral("$5"));
-    EXPECT_EQ(tier[1].resetsAt, now + 86400.0);
-
-    const QList<UsageMeter> today = OtherUsage::parseAmp(QStringLiteral("Daily grant: 60% remaining"), now);
-    ASSERT_EQ(today.size(), 1);
-    EXPECT_EQ(today[0].label, QStringLiteral("Today"));
-    EXPECT_DOUBLE_EQ(today[0].percent, 40.0);
-    EXPECT_FALSE(today[0].resetsAt);
-    EXPECT_EQ(textOf(today, QStringLiteral("Today")), QStringLiteral("40"));
-}
-
-TEST(AmpUsage, GivesNothingForOutputInAnUnknownShape) {
-    EXPECT_TRUE(OtherUsage::parseAmp(QString()).isEmpty());
-    EXPECT_TRUE(
-        OtherUsage::parseAmp(QStringLiteral("error: unknown command \"usage\"\nRun amp --help")).isEmpty());
-    EXPECT_TRUE(
-        OtherUsage::parseAmp(QStringLiteral("{\"balance\": 12.5, \"remaining\": \"lots\"}")).isEmpty());
-    // A marker without any amount or share says nothing about the limit.
-    EXPECT_TRUE(OtherUsage::parseAmp(QStringLiteral("Amp Free: enabled\nTier: unknown")).isEmpty());
 }

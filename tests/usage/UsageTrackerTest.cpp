@@ -1,7 +1,6 @@
 #include "usage/UsageTracker.h"
 
 #include "agents/AgentActivity.h"
-#include "base/ProcessRunner.h"
 #include "base/UserDefaults.h"
 #include "integration/Locations.h"
 #include "support/TestSupport.h"
@@ -22,63 +21,70 @@ using mirrowisp::test::ManualClock;
 
 namespace {
 
-UsageMeter claudeMeter(const QString& label, double percent,
-                       std::optional<Timestamp> resetsAt = std::nullopt) {
+UsageMeter claudeMeter(double percent) {
     UsageMeter meter;
-    meter.label = label;
+    meter.label = QStringLiteral("5-hour");
     meter.percent = percent;
-    meter.resetsAt = resetsAt;
-    meter.severity = QStringLiteral("normal");
     return meter;
+}
+
+QJsonObject statusLine(const char* json) {
+    return QJsonDocument::fromJson(json).object();
 }
 
 using mirrowisp::test::writeFile;
 
-void setModified(const QString& path, qint64 secondsSinceEpoch) {
+// Writes a log and dates its last change.
+void writeLog(const QString& path, const QByteArray& text, qint64 secondsSinceEpoch) {
+    writeFile(path, text);
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
     ASSERT_TRUE(file.setFileTime(QDateTime::fromSecsSinceEpoch(secondsSinceEpoch),
                                  QFileDevice::FileModificationTime));
 }
 
-QByteArray tokenCount(double primary, double secondary, const char* timestamp = "2027-01-15T08:00:00.250Z") {
-    return QByteArrayLiteral("{\"timestamp\":\"") + timestamp +
-           QByteArrayLiteral(
-               "\",\"type\":\"event_msg\",\"payload\":{\"type\":\"token_count\",\"rate_limits\":{"
-               "\"primary\":{\"used_percent\":") +
-           QByteArray::number(primary) +
-           QByteArrayLiteral(",\"window_minutes\":300,\"resets_in_seconds\":600},"
-                             "\"secondary\":{\"used_percent\":") +
-           QByteArray::number(secondary) +
-           QByteArrayLiteral(",\"window_minutes\":10080,\"resets_at\":1900000000}}}}\n");
+// A Codex token count at 2027-01-15 08:00:00.25 UTC (1,800,000,000.25) with both windows' limits.
+QByteArray tokenCount(double primary, double secondary) {
+    return QString::fromLatin1(
+               R"({"timestamp":"2027-01-15T08:00:00.250Z","type":"event_msg","payload":{"type":"token_count",)"
+               R"("rate_limits":{"primary":{"used_percent":%1,"window_minutes":300,"resets_in_seconds":600},)"
+               R"("secondary":{"used_percent":%2,"window_minutes":10080,"resets_at":1900000000}}}})")
+               .arg(primary)
+               .arg(secondary)
+               .toUtf8() +
+           '\n';
 }
 
 QByteArray otherLine(int i) {
-    return QByteArrayLiteral("{\"type\":\"response_item\",\"payload\":{\"type\":\"message\",\"n\":") +
-           QByteArray::number(i) + QByteArrayLiteral("}}\n");
+    return R"({"type":"response_item","payload":{"type":"message","n":)" + QByteArray::number(i) + "}}\n";
 }
 
 // A probe whose every call is counted and whose answer the test sets; `gate`, when set, holds the
 // probe on the background queue until the test releases it.
 struct FakeProbe {
-    std::shared_ptr<std::atomic<int>> fetches = std::make_shared<std::atomic<int>>(0);
-    std::shared_ptr<std::atomic<int>> finds = std::make_shared<std::atomic<int>>(0);
-    std::shared_ptr<ClaudeUsageProbe::FetchResult> answer = std::make_shared<ClaudeUsageProbe::FetchResult>();
-    std::shared_ptr<std::optional<QString>> cli =
-        std::make_shared<std::optional<QString>>(QStringLiteral("/x/claude"));
-    std::shared_ptr<std::shared_future<void>> gate = std::make_shared<std::shared_future<void>>();
+    struct State {
+        std::atomic<int> fetches = 0, finds = 0;
+        ClaudeUsageProbe::FetchResult answer;
+        std::optional<QString> cli = QStringLiteral("/x/claude");
+        std::shared_future<void> gate;
+    };
+    std::shared_ptr<State> state = std::make_shared<State>();
+    State* operator->() const { return state.get(); }
 
     ClaudeProbeRunner runner() const {
-        return {[finds = finds, cli = cli] {
-                    ++*finds;
-                    return *cli;
+        return {[state = state] {
+                    ++state->finds;
+                    return state->cli;
                 },
-                [fetches = fetches, answer = answer, gate = gate](const QString&) {
-                    if (gate->valid()) {
-                        gate->wait();
+                [state = state](const QString& cli) {
+                    if (state->gate.valid()) {
+                        state->gate.wait();
                     }
-                    ++*fetches;
-                    return *answer;
+                    ++state->fetches;
+                    // Only the tool that was found answers.
+                    return cli == state->cli
+                               ? state->answer
+                               : ClaudeUsageProbe::FetchResult{{}, ClaudeUsageProbe::Failure::couldNotStart};
                 }};
     }
 };
@@ -90,10 +96,18 @@ protected:
     std::unique_ptr<UsageTracker> tracker(ClaudeProbeRunner runner) {
         return std::make_unique<UsageTracker>(defaults, clock, std::move(runner));
     }
-    bool settle(UsageTracker& t, int timeoutMs = 10000) {
-        return mirrowisp::test::waitUntil([&t] { return t.pendingWork() == 0; }, timeoutMs);
+    bool settle(UsageTracker& t) {
+        return mirrowisp::test::waitUntil([&t] { return t.pendingWork() == 0; }, 10000);
     }
     QString codexSessions() const { return home.path() + QStringLiteral("/.codex/sessions"); }
+    // A stand-in `amp` that runs `script`, found where the app looks for it.
+    void standInAmp(const QByteArray& script) {
+        const QString amp = home.path() + QStringLiteral("/bin/amp");
+        writeFile(amp, "#!/bin/sh\n" + script + '\n', true);
+        Locations locations = Locations::standard(home.path());
+        locations.clis.insert(AgentKind::amp, amp);
+        AgentEnvironment::setCurrent(locations);
+    }
 
     mirrowisp::test::TemporaryHome home;
     UserDefaults defaults{home.path() + QStringLiteral("/defaults.json")};
@@ -104,35 +118,40 @@ protected:
 } // namespace
 
 TEST_F(UsageTrackerTest, ClaudeProbeRunsOncePerMinuteUnlessForcedAndNeverTwiceAtOnce) {
-    probe.answer->meters = {claudeMeter(QStringLiteral("5-hour"), 10)};
+    probe->answer.meters = {claudeMeter(10)};
     auto t = tracker(probe.runner());
     const Timestamp start = clock.now();
     t->refreshClaude(false, start);
     ASSERT_TRUE(settle(*t));
     t->refreshClaude(false, start + 59.9);
     ASSERT_TRUE(settle(*t));
-    EXPECT_EQ(*probe.fetches, 1);
+    EXPECT_EQ(probe->fetches, 1);
     t->refreshClaude(false, start + 60);
     ASSERT_TRUE(settle(*t));
-    EXPECT_EQ(*probe.fetches, 2);
+    EXPECT_EQ(probe->fetches, 2);
 
     std::promise<void> release;
-    *probe.gate = release.get_future().share();
+    probe->gate = release.get_future().share();
     t->refreshClaude(true, start + 61);
     EXPECT_TRUE(t->probing());
+    // The probe hangs on its own queue: the main loop still runs.
+    bool mainRan = false;
+    QTimer::singleShot(0, [&mainRan] { mainRan = true; });
+    EXPECT_TRUE(mirrowisp::test::waitUntil([&mainRan] { return mainRan; }, 500));
     t->refreshClaude(true, start + 62); // a probe runs: nothing more is queued
     EXPECT_EQ(t->lastClaudeProbe(), start + 61);
     release.set_value();
     ASSERT_TRUE(settle(*t));
     EXPECT_FALSE(t->probing());
-    EXPECT_EQ(*probe.fetches, 3);
-    EXPECT_EQ(*probe.finds, 1); // the tool found once is kept
+    EXPECT_EQ(probe->fetches, 3);
+    EXPECT_EQ(probe->finds, 1); // the tool found once is kept
+    EXPECT_EQ(t->claudeCLI(), QStringLiteral("/x/claude"));
 }
 
 TEST_F(UsageTrackerTest, ClaudeFailuresSetTheirStateAndKeepTheMetersHeld) {
     auto t = tracker(probe.runner());
     EXPECT_EQ(t->claudeState(), ClaudeUsageState::checking);
-    probe.answer->meters = {claudeMeter(QStringLiteral("5-hour"), 80)};
+    probe->answer.meters = {claudeMeter(80)};
     t->refreshClaude(true, clock.now());
     ASSERT_TRUE(settle(*t));
     EXPECT_EQ(t->claudeState(), ClaudeUsageState::live);
@@ -146,78 +165,29 @@ TEST_F(UsageTrackerTest, ClaudeFailuresSetTheirStateAndKeepTheMetersHeld) {
         {ClaudeUsageProbe::Failure::couldNotStart, ClaudeUsageState::unavailable},
     };
     for (const auto& [failure, state] : cases) {
-        *probe.answer = {{}, failure};
+        probe->answer = {{}, failure};
         clock.advance(10);
         t->refreshClaude(true, clock.now());
         ASSERT_TRUE(settle(*t));
         EXPECT_EQ(t->claudeState(), state);
         EXPECT_EQ(t->claude().size(), 1);
     }
-    EXPECT_EQ(ClaudeUsageStates::title(ClaudeUsageState::unavailable),
-              QStringLiteral("Cannot read limits now"));
-    EXPECT_EQ(ClaudeUsageStates::rawValue(ClaudeUsageState::notSignedIn), QStringLiteral("notSignedIn"));
 
     FakeProbe missing;
-    *missing.cli = std::nullopt;
+    missing->cli = std::nullopt;
     auto none = tracker(missing.runner());
     none->refreshClaude(true, clock.now());
     ASSERT_TRUE(settle(*none));
     EXPECT_EQ(none->claudeState(), ClaudeUsageState::cliNotFound);
-    EXPECT_EQ(*missing.fetches, 0);
-    EXPECT_EQ(ClaudeUsageStates::title(none->claudeState()), QStringLiteral("Claude Code is not installed"));
-}
-
-TEST_F(UsageTrackerTest, AHungClaudeCostsItsTimeoutAndNeverBlocksTheMainThread) {
-    const QString cli = home.path() + QStringLiteral("/bin/claude");
-    writeFile(cli, "#!/bin/sh\nexec sleep 60\n", true);
-    // The app's probe waits 30 s; the stand-in's runner waits 1 s, the same path with a shorter fuse.
-    ClaudeProbeRunner runner{
-        [cli] { return std::optional<QString>(cli); },
-        [](const QString& path) {
-            const auto run = ProcessRunner::run(path, {QStringLiteral("-p")}, 1.0);
-            return run.ok() ? ClaudeUsageProbe::FetchResult{ClaudeUsageProbe::parse(run.output), std::nullopt}
-                            : ClaudeUsageProbe::FetchResult{{}, ClaudeUsageProbe::Failure::timedOut};
-        }};
-    auto t = tracker(runner);
-    QElapsedTimer elapsed;
-    elapsed.start();
-    t->refreshClaude(true, clock.now());
-    EXPECT_LT(elapsed.elapsed(), 200);
-    bool mainRan = false;
-    QTimer::singleShot(0, [&mainRan] { mainRan = true; });
-    ASSERT_TRUE(mirrowisp::test::waitUntil([&mainRan] { return mainRan; }, 500));
-    EXPECT_TRUE(t->probing()); // the main loop ran while the probe still hung
-    ASSERT_TRUE(settle(*t, 5000));
-    EXPECT_LT(elapsed.elapsed(), 4000);
-    EXPECT_EQ(t->claudeState(), ClaudeUsageState::unavailable);
-}
-
-TEST_F(UsageTrackerTest, AStandInClaudeThroughTheRealProbeGoesLive) {
-    const QString cli = home.path() + QStringLiteral("/bin/claude");
-    writeFile(cli,
-              "#!/bin/sh\necho \"$@\" >> \"$HOME/args\"\n"
-              "echo 'Current session: 45.5% used'\necho 'Current week (all models): 91% used'\n",
-              true);
-    auto t = tracker({[cli] { return std::optional<QString>(cli); },
-                      [](const QString& path) { return ClaudeUsageProbe::fetch(path); }});
-    t->refreshClaude(false, clock.now());
-    ASSERT_TRUE(settle(*t));
-    ASSERT_EQ(t->claudeState(), ClaudeUsageState::live);
-    ASSERT_EQ(t->claude().size(), 2);
-    EXPECT_EQ(t->claude()[0].label, QStringLiteral("5-hour"));
-    EXPECT_EQ(t->claude()[1].severity, QStringLiteral("critical"));
-    EXPECT_EQ(t->claudeCLI(), cli);
+    EXPECT_EQ(missing->fetches, 0);
 }
 
 TEST_F(UsageTrackerTest, StatusLineAndProbeBothStoreAndTheLaterWins) {
-    const QJsonObject payload =
-        QJsonDocument::fromJson(R"({"hook_event_name":"StatusLine","rate_limits":{"limits":[
-        {"kind":"session","percent":33,"resets_at":1800003600},
-        {"kind":"weekly_all","percent":50}]}})")
-            .object();
+    const QJsonObject payload = statusLine(R"({"hook_event_name":"StatusLine","rate_limits":{"limits":[
+        {"kind":"session","percent":33,"resets_at":1800003600},{"kind":"weekly_all","percent":50}]}})");
     std::promise<void> release;
-    *probe.gate = release.get_future().share();
-    probe.answer->meters = {claudeMeter(QStringLiteral("5-hour"), 70)};
+    probe->gate = release.get_future().share();
+    probe->answer.meters = {claudeMeter(70)};
     auto t = tracker(probe.runner());
     t->refreshClaude(true, clock.now());
     t->ingestClaudeStatusLine(payload, clock.now());
@@ -234,11 +204,9 @@ TEST_F(UsageTrackerTest, StatusLineAndProbeBothStoreAndTheLaterWins) {
 
     // A status line whose limits all reset already changes nothing.
     clock.advance(10);
-    const QJsonObject stale =
-        QJsonDocument::fromJson(
-            R"({"rate_limits":{"limits":[{"kind":"session","percent":99,"resets_at":1000}]}})")
-            .object();
-    t->ingestClaudeStatusLine(stale, clock.now());
+    t->ingestClaudeStatusLine(
+        statusLine(R"({"rate_limits":{"limits":[{"kind":"session","percent":99,"resets_at":1000}]}})"),
+        clock.now());
     EXPECT_EQ(t->claude().size(), 2);
     EXPECT_EQ(t->claudeUpdatedAt(), clock.now() - 10);
 }
@@ -257,17 +225,14 @@ TEST(UsageTrackerLimitRows, LabelsSeveritiesAndResetsFollowTheRow) {
                                 .array();
     const QList<UsageMeter> meters = UsageTracker::metersFromLimitRows(rows);
     ASSERT_EQ(meters.size(), 6);
-    EXPECT_EQ(meters[0].label, QStringLiteral("5-hour"));
-    EXPECT_EQ(meters[0].severity, QStringLiteral("normal"));
+    QStringList shown;
+    for (const UsageMeter& meter : meters) {
+        shown << meter.label + QLatin1Char('/') + meter.severity;
+    }
+    EXPECT_EQ(shown.join(QLatin1Char(',')), QString::fromUtf8("5-hour/normal,5-hour/warning,Weekly/critical,"
+                                                              "Weekly · Opus/normal,Weekly · Sonnet/warning,"
+                                                              "Weekly · Desktop/normal"));
     EXPECT_EQ(meters[0].resetsAt, 1800000100.0);
-    EXPECT_EQ(meters[1].label, QStringLiteral("5-hour"));
-    EXPECT_EQ(meters[1].severity, QStringLiteral("warning"));
-    EXPECT_EQ(meters[2].label, QStringLiteral("Weekly"));
-    EXPECT_EQ(meters[2].severity, QStringLiteral("critical"));
-    EXPECT_EQ(meters[3].label, QStringLiteral("Weekly · Opus"));
-    EXPECT_EQ(meters[4].label, QStringLiteral("Weekly · Sonnet"));
-    EXPECT_EQ(meters[4].severity, QStringLiteral("warning"));
-    EXPECT_EQ(meters[5].label, QStringLiteral("Weekly · Desktop"));
 
     const QList<UsageMeter> kept = UsageTracker::fresh(meters, 1800000100.0);
     EXPECT_EQ(kept.size(), 5); // a reset exactly now is past
@@ -277,35 +242,26 @@ TEST(UsageTrackerLimitRows, LabelsSeveritiesAndResetsFollowTheRow) {
 TEST_F(UsageTrackerTest, CodexReadsTheNewestLogThatHasLimitsAmongTheFiveNewest) {
     const QString dir = codexSessions() + QStringLiteral("/2027/01/15");
     // Newest: no token_count at all. Next: token_count with no limits object, then the real one.
-    writeFile(dir + QStringLiteral("/a.jsonl"), otherLine(1) + otherLine(2));
-    writeFile(dir + QStringLiteral("/b.jsonl"),
-              tokenCount(40, 60) +
-                  "{\"timestamp\":\"x\",\"payload\":{\"type\":\"token_count\",\"rate_limits\":null}}\n" +
-                  otherLine(3));
-    writeFile(dir + QStringLiteral("/notes.txt"), tokenCount(1, 1));
-    setModified(dir + QStringLiteral("/a.jsonl"), 1'799'999'900);
-    setModified(dir + QStringLiteral("/b.jsonl"), 1'799'999'800);
-    setModified(dir + QStringLiteral("/notes.txt"), 1'799'999'999);
+    writeLog(dir + QStringLiteral("/a.jsonl"), otherLine(1) + otherLine(2), 1'799'999'900);
+    writeLog(dir + QStringLiteral("/b.jsonl"),
+             tokenCount(40, 60) +
+                 "{\"timestamp\":\"x\",\"payload\":{\"type\":\"token_count\",\"rate_limits\":null}}\n" +
+                 otherLine(3),
+             1'799'999'800);
+    writeLog(dir + QStringLiteral("/notes.txt"), tokenCount(1, 1), 1'799'999'999);
 
     const QList<UsageMeter> meters = UsageTracker::readCodexLimits(home.path() + QStringLiteral("/.codex"));
     ASSERT_EQ(meters.size(), 2);
     EXPECT_EQ(meters[0].agent, AgentKind::codex);
     EXPECT_EQ(meters[0].label, QStringLiteral("5-hour"));
     EXPECT_EQ(meters[0].percent, 40);
-    EXPECT_DOUBLE_EQ(*meters[0].resetsAt,
-                     static_cast<Timestamp>(
-                         QDateTime::fromString(QStringLiteral("2027-01-15T08:00:00.250Z"), Qt::ISODateWithMs)
-                             .toMSecsSinceEpoch()) /
-                             1000.0 +
-                         600);
+    EXPECT_DOUBLE_EQ(*meters[0].resetsAt, 1'800'000'000.25 + 600);
     EXPECT_EQ(meters[1].label, QStringLiteral("Weekly"));
     EXPECT_EQ(meters[1].resetsAt, 1'900'000'000.0);
 
     // Five newer logs without limits push the one with limits out of reach.
     for (int i = 0; i < 5; ++i) {
-        const QString path = dir + QStringLiteral("/n%1.jsonl").arg(i);
-        writeFile(path, otherLine(i));
-        setModified(path, 1'799'999'950 + i);
+        writeLog(dir + QStringLiteral("/n%1.jsonl").arg(i), otherLine(i), 1'799'999'950 + i);
     }
     EXPECT_TRUE(UsageTracker::readCodexLimits(home.path() + QStringLiteral("/.codex")).isEmpty());
 }
@@ -317,10 +273,8 @@ TEST_F(UsageTrackerTest, CodexReadsOnlyTheTailOfATwentyMegabyteLog) {
         filler += otherLine(i);
     }
     // Limits only at the start of the newest log: beyond its tail, so the older log decides.
-    writeFile(dir + QStringLiteral("/big-head.jsonl"), tokenCount(99, 99) + filler);
-    writeFile(dir + QStringLiteral("/big-tail.jsonl"), filler + tokenCount(12, 34));
-    setModified(dir + QStringLiteral("/big-head.jsonl"), 1'799'999'900);
-    setModified(dir + QStringLiteral("/big-tail.jsonl"), 1'799'999'800);
+    writeLog(dir + QStringLiteral("/big-head.jsonl"), tokenCount(99, 99) + filler, 1'799'999'900);
+    writeLog(dir + QStringLiteral("/big-tail.jsonl"), filler + tokenCount(12, 34), 1'799'999'800);
 
     QElapsedTimer elapsed;
     elapsed.start();
@@ -353,21 +307,15 @@ TEST_F(UsageTrackerTest, AResetMeterGoesAtTheNextRefreshAndItsAgentLeavesTheIsla
     ASSERT_TRUE(settle(*t));
     EXPECT_TRUE(t->codex().isEmpty());
     EXPECT_TRUE(t->islandAgents(clock.now()).isEmpty());
-    EXPECT_EQ(UsageTracker::noDataText(AgentKind::codex), QStringLiteral("Shows after you use Codex"));
 }
 
 TEST_F(UsageTrackerTest, IslandShowsTheChoiceOrTheTwoMostUsedAgentsWithTiesInAgentOrder) {
     auto t = tracker(probe.runner());
-    const QJsonObject payload =
-        QJsonDocument::fromJson(R"({"rate_limits":{"limits":[{"kind":"session","percent":1}]}})").object();
-    t->ingestClaudeStatusLine(payload, clock.now());
+    t->ingestClaudeStatusLine(statusLine(R"({"rate_limits":{"limits":[{"kind":"session","percent":1}]}})"),
+                              clock.now());
     writeFile(codexSessions() + QStringLiteral("/s.jsonl"), tokenCount(1, 2));
     // OpenCode and Amp through the real readers: a database and a stand-in `amp`.
-    const QString amp = home.path() + QStringLiteral("/bin/amp");
-    writeFile(amp, "#!/bin/sh\n[ \"$1\" = usage ] && echo 'Amp Free: $9/$10 remaining'\n", true);
-    Locations locations = Locations::standard(home.path());
-    locations.clis.insert(AgentKind::amp, amp);
-    AgentEnvironment::setCurrent(locations);
+    standInAmp("[ \"$1\" = usage ] && echo 'Amp Free: $9/$10 remaining'");
     clock.set(1'700'000'000.0);
     t->refreshCodex();
     t->refreshOthers(AgentKind::amp, clock.now());
@@ -396,44 +344,26 @@ TEST_F(UsageTrackerTest, IslandShowsTheChoiceOrTheTwoMostUsedAgentsWithTiesInAge
     EXPECT_EQ(json.value(QStringLiteral("islandAgents")).toArray(), QJsonArray{QStringLiteral("amp")});
 }
 
-TEST_F(UsageTrackerTest, OthersKeepTheirRowsWhenALaterReadGivesNothing) {
-    const QString amp = home.path() + QStringLiteral("/bin/amp");
-    writeFile(amp, "#!/bin/sh\necho 'Individual credits: $12.00 remaining'\n", true);
-    Locations locations = Locations::standard(home.path());
-    locations.clis.insert(AgentKind::amp, amp);
-    AgentEnvironment::setCurrent(locations);
-    auto t = tracker(probe.runner());
-    t->refreshOthers(std::nullopt, clock.now());
-    ASSERT_TRUE(settle(*t));
-    ASSERT_EQ(t->meters(AgentKind::amp).size(), 1);
-    EXPECT_EQ(t->meters(AgentKind::amp)[0].text, QStringLiteral("$12.00"));
-    EXPECT_TRUE(t->meters(AgentKind::opencode).isEmpty()); // no database: no rows
-
-    writeFile(amp, "#!/bin/sh\necho 'Usage: amp [command]'\n", true);
-    t->refreshOthers(AgentKind::amp, clock.now());
-    ASSERT_TRUE(settle(*t));
-    EXPECT_EQ(t->meters(AgentKind::amp)[0].text, QStringLiteral("$12.00"));
-}
-
-TEST_F(UsageTrackerTest, StartReadsEverySourceOnceAndLaterTicksKeepTheGate) {
+TEST_F(UsageTrackerTest, StartReadsEverySourceOnceAndLaterTicksKeepTheGateAndTheRows) {
     writeFile(codexSessions() + QStringLiteral("/s.jsonl"), tokenCount(5, 6));
-    const QString amp = home.path() + QStringLiteral("/bin/amp");
-    writeFile(amp, "#!/bin/sh\necho 'Amp Free: 50% remaining'\n", true);
-    Locations locations = Locations::standard(home.path());
-    locations.clis.insert(AgentKind::amp, amp);
-    AgentEnvironment::setCurrent(locations);
+    standInAmp("echo 'Individual credits: $12.00 remaining'");
     clock.set(1'700'000'000.0);
-    probe.answer->meters = {claudeMeter(QStringLiteral("5-hour"), 10)};
+    probe->answer.meters = {claudeMeter(10)};
     auto t = tracker(probe.runner());
     t->start();
     EXPECT_TRUE(t->probing());
     ASSERT_TRUE(settle(*t));
-    EXPECT_EQ(*probe.fetches, 1);
+    EXPECT_EQ(probe->fetches, 1);
     EXPECT_EQ(t->lastClaudeProbe(), clock.now());
     EXPECT_EQ(t->codex().size(), 2);
     ASSERT_EQ(t->meters(AgentKind::amp).size(), 1);
-    EXPECT_EQ(t->meters(AgentKind::amp)[0].percent, 50);
+    EXPECT_EQ(t->meters(AgentKind::amp)[0].text, QStringLiteral("$12.00"));
+    EXPECT_TRUE(t->meters(AgentKind::opencode).isEmpty()); // no database: no rows
     t->refreshClaude(false); // what the Claude timer does: within the minute, nothing
+    // A later read that gives nothing keeps the rows.
+    standInAmp("echo 'Usage: amp [command]'");
+    t->refreshOthers(AgentKind::amp, clock.now());
     ASSERT_TRUE(settle(*t));
-    EXPECT_EQ(*probe.fetches, 1);
+    EXPECT_EQ(probe->fetches, 1);
+    EXPECT_EQ(t->meters(AgentKind::amp)[0].text, QStringLiteral("$12.00"));
 }
