@@ -34,13 +34,16 @@ def default_codex():
 
 class Rig(base.Rig):
     def __init__(self, app, bridge, codex, keep):
-        super().__init__(app, bridge, codex, keep)
+        super().__init__(argparse.Namespace(app=app, bridge=bridge, claude=codex, keep=keep))
         self.codex = codex
         self.codex_home = os.path.join(self.home, ".codex")
         self.folders = {name: os.path.join(self.root, name) for name in ("alpha", "beta")}
         for folder in [self.codex_home, *self.folders.values()]:
             os.makedirs(folder, exist_ok=True)
         self.client = None
+
+    def pane(self, target):
+        return self.tmux("capture-pane", "-p", "-t", target).stdout
 
     def codex_env(self):
         return {
@@ -90,18 +93,18 @@ class Rig(base.Rig):
 
     def attach_client(self):
         """A tmux client on a terminal of its own, so that the jump has one to switch."""
-        command = "tmux -L %s -f %s attach -t %s" % (self.tmux_socket, self.tmux_conf, SESSION)
+        command = "tmux -L mirrowisp-e2e-%d -f %s attach -t %s" % (os.getpid(), self.tmux_conf, SESSION)
         self.client = subprocess.Popen(
             ["script", "-qfc", command, "/dev/null"],
             stdin=subprocess.PIPE,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL,
-            env=self.base_env(),
+            env=self.env,
         )
         wait_for("a tmux client", lambda: self.current_window(), 15)
 
     def current_window(self):
-        return self.tmux("list-clients", "-F", "#{window_name}", check_result=False).stdout.strip()
+        return self.tmux("list-clients", "-F", "#{window_name}").stdout.strip()
 
     def type_line(self, name, text):
         target = "%s:%s" % (SESSION, name)
@@ -128,7 +131,7 @@ class Rig(base.Rig):
     def close(self):
         # The server and its helper outlive the UIs: stop them before their home goes.
         if os.path.isdir(os.path.join(self.codex_home, "packages")):
-            env = dict(self.base_env(), **self.codex_env())
+            env = dict(self.env, **self.codex_env())
             try:
                 subprocess.run(
                     [self.codex, "app-server", "daemon", "stop"],
@@ -166,10 +169,9 @@ def codex_processes_under(home):
 
 def run(args):
     rig = Rig(args.app, args.bridge, args.codex, args.keep)
-    app = base.App(rig)
 
     def session_of(name, condition=lambda s: True):
-        for s in app.sessions():
+        for s in rig.sessions():
             if s.get("agent") == "codex" and s.get("cwd") == rig.folders[name] and condition(s):
                 return s
         return None
