@@ -1,6 +1,7 @@
 // Bridge server figures: round trips per second against the real app beside a minimal epoll server
 // doing the same work, the app's peak memory while it takes a request near the 32 MiB line limit,
 // and a hook's round trip while other clients dawdle, beside the same round trip alone.
+#include "BenchSocket.h"
 #include "BenchSupport.h"
 #include "bridge/BridgeProtocol.h"
 #include "bridge/BridgeServer.h"
@@ -26,54 +27,10 @@
 #include <vector>
 
 using namespace mirrowisp;
+using namespace mirrowisp::bench;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-int connectTo(const QByteArray& path) {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    // A server that never answers shows as a failed round trip, not as a bench that hangs.
-    const timeval limit{10, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-bool sendAll(int fd, const QByteArray& bytes) {
-    qsizetype sent = 0;
-    while (sent < bytes.size()) {
-        const ssize_t n =
-            ::send(fd, bytes.constData() + sent, static_cast<size_t>(bytes.size() - sent), MSG_NOSIGNAL);
-        if (n <= 0) {
-            return false;
-        }
-        sent += n;
-    }
-    return true;
-}
-
-// One hook-like round trip: connect, one line, read the answer to end of file.
-bool roundTrip(const QByteArray& path, const QByteArray& line) {
-    const int fd = connectTo(path);
-    if (fd < 0) {
-        return false;
-    }
-    bool ok = sendAll(fd, line);
-    char buffer[512];
-    ssize_t n = 0;
-    qsizetype total = 0;
-    while (ok && (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
-        total += n;
-    }
-    ::close(fd);
-    return ok && total > 0;
-}
 
 double roundTripsPerSecond(const QByteArray& path, const QByteArray& line, int clients, double seconds) {
     std::atomic<long> done = 0;
