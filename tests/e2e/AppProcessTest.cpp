@@ -1,5 +1,5 @@
 // The real programs: the app as a user starts it, and the hook tool as an agent starts it.
-#include "support/TestSupport.h"
+#include "support/RealApp.h"
 
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -16,15 +16,7 @@ QString text(const char* s) {
 
 class AppProcess : public testing::Test {
 protected:
-    std::unique_ptr<QProcess> startApp() {
-        auto app = std::make_unique<QProcess>();
-        // A bus of its own, so the app never meets a copy the user runs.
-        QProcessEnvironment env = mirrowisp::test::appEnvironment(bus.address());
-        env.remove(text("DISPLAY"));
-        app->setProcessEnvironment(env);
-        app->start(text(MIRROWISP_APP_PATH), {});
-        return app;
-    }
+    std::unique_ptr<QProcess> startApp() { return real.startCopy(); }
 
     bool waitForLog(QProcess& app, const QByteArray& line, QByteArray& log) {
         return mirrowisp::test::waitUntil(
@@ -37,19 +29,15 @@ protected:
 
     // Runs the hook tool, which must always exit 0, and returns what it printed.
     QByteArray runTool(const QJsonObject& event) {
-        QProcess tool;
-        tool.start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), text("claude")});
-        tool.write(QJsonDocument(event).toJson(QJsonDocument::Compact));
-        tool.closeWriteChannel();
-        EXPECT_TRUE(tool.waitForFinished(10000));
-        EXPECT_EQ(tool.exitCode(), 0);
-        return tool.readAllStandardOutput();
+        const auto tool = real.hook(event);
+        EXPECT_TRUE(tool->waitForFinished(10000));
+        EXPECT_EQ(tool->exitCode(), 0);
+        return tool->readAllStandardOutput();
     }
 
-    QString socketPath() const { return home.supportDir() + text("/bridge.sock"); }
+    QString socketPath() const { return real.home().supportDir() + text("/bridge.sock"); }
 
-    mirrowisp::test::TemporaryHome home;
-    mirrowisp::test::PrivateSessionBus bus;
+    mirrowisp::test::RealApp real;
 };
 
 const QJsonObject sessionStart{{text("hook_event_name"), text("SessionStart")},

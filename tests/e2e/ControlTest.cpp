@@ -1,5 +1,5 @@
 // `mirrowisp ctl` against the real app on a private session bus, with the real hook tool waiting.
-#include "support/TestSupport.h"
+#include "support/RealApp.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,52 +17,20 @@ QString text(const char* s) {
     return QString::fromUtf8(s);
 }
 
-struct CtlResult {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
+using mirrowisp::test::RunResult;
 
 class Control : public testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_FALSE(bus.address().isEmpty()) << "dbus-daemon did not start";
-        env = mirrowisp::test::appEnvironment(bus.address());
-        env.remove(text("DISPLAY"));
-    }
-
-    void TearDown() override {
-        if (app.state() != QProcess::NotRunning) {
-            app.terminate();
-            app.waitForFinished(5000);
-        }
-    }
-
-    void startApp() {
-        app.setProcessEnvironment(env);
-        app.start(text(MIRROWISP_APP_PATH), {});
-        // The bus name is taken right after the bridge starts: wait until ctl gets through.
-        ASSERT_TRUE(mirrowisp::test::waitUntil([&] { return ctl({text("sessions")}).exitCode == 0; }, 10000));
-    }
-
-    // Starts one copy of the app; its output is read by the test.
+    void SetUp() override { ASSERT_TRUE(real.busStarted()) << "dbus-daemon did not start"; }
+    void startApp() { ASSERT_TRUE(real.start()); }
+    RunResult run(const QStringList& arguments) { return real.run(arguments); }
+    RunResult ctl(const QStringList& arguments) { return real.ctl(arguments); }
     std::unique_ptr<QProcess> startCopy(const QStringList& arguments = {}) {
-        auto copy = std::make_unique<QProcess>();
-        copy->setProcessEnvironment(env);
-        copy->start(text(MIRROWISP_APP_PATH), arguments);
-        return copy;
+        return real.startCopy(arguments);
     }
-
-    // Runs the app with `arguments` to its end; one still running after ten seconds is killed.
-    CtlResult run(const QStringList& arguments) {
-        const auto process = startCopy(arguments);
-        if (!process->waitForFinished(10000)) {
-            return {};
-        }
-        return {process->exitCode(), process->readAllStandardOutput(), process->readAllStandardError()};
-    }
-
-    CtlResult ctl(const QStringList& arguments) { return run(QStringList{text("ctl")} + arguments); }
+    std::unique_ptr<QProcess> hook(const QJsonObject& event) { return real.hook(event); }
+    QJsonArray sessions() { return real.sessions(); }
+    QString waitForDecision() { return real.waitForDecision(); }
 
     // Sends a session start through the socket and waits until the bus lists it: the copy that
     // serves the socket also holds the name.
@@ -76,36 +44,9 @@ protected:
                    [&] { return ctl({text("sessions")}).out.contains(sessionID.toUtf8()); }, 10000);
     }
 
-    std::unique_ptr<QProcess> hook(const QJsonObject& event) {
-        auto process = std::make_unique<QProcess>();
-        process->setProcessEnvironment(env);
-        process->start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), text("claude")});
-        process->write(QJsonDocument(event).toJson(QJsonDocument::Compact));
-        process->closeWriteChannel();
-        return process;
-    }
-
-    QJsonArray sessions() { return QJsonDocument::fromJson(ctl({text("sessions")}).out).array(); }
-
-    // Waits until the session lists a pending decision; returns its id.
-    QString waitForDecision() {
-        QString id;
-        mirrowisp::test::waitUntil(
-            [&] {
-                const QJsonArray list = sessions();
-                const QJsonArray pending =
-                    list.isEmpty() ? QJsonArray() : list.first()[text("pending")].toArray();
-                id = pending.isEmpty() ? QString() : pending.first()[text("id")].toString();
-                return !id.isEmpty();
-            },
-            10000);
-        return id;
-    }
-
-    mirrowisp::test::TemporaryHome home;
-    mirrowisp::test::PrivateSessionBus bus;
-    QProcess app;
-    QProcessEnvironment env;
+    mirrowisp::test::RealApp real;
+    QProcess& app = real.process();
+    const mirrowisp::test::TemporaryHome& home = real.home();
 };
 
 const QJsonObject bashRequest{{text("hook_event_name"), text("PermissionRequest")},
@@ -132,7 +73,7 @@ TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     EXPECT_EQ(decision[text("tool")], text("Bash"));
     EXPECT_EQ(decision[text("summary")], text("make deploy"));
 
-    const CtlResult unknown = ctl({text("allow"), text("no-such-id")});
+    const RunResult unknown = ctl({text("allow"), text("no-such-id")});
     EXPECT_EQ(unknown.exitCode, 1);
     EXPECT_TRUE(unknown.err.contains("no-such-id"));
     EXPECT_EQ(unknown.err.count('\n'), 1) << unknown.err.toStdString();
@@ -157,7 +98,7 @@ TEST_F(Control, ListsSessionsAndAnswersAWaitingToolLikeTheCardWould) {
     EXPECT_TRUE(usage[text("meters")].isObject());
 
     // No terminal the drivers know and no window system here: the jump reports that it found none.
-    const CtlResult jumped = ctl({text("jump"), text("claude:ctl-1")});
+    const RunResult jumped = ctl({text("jump"), text("claude:ctl-1")});
     EXPECT_EQ(jumped.exitCode, 0);
     EXPECT_EQ(jumped.out.trimmed(), QByteArray("none"));
     EXPECT_EQ(ctl({text("jump"), text("nope")}).exitCode, 1);
@@ -216,7 +157,7 @@ TEST_F(Control, AnswersHelpAndRefusesWrongCommandLinesWithoutStarting) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.arguments.join(QLatin1Char(' ')).toStdString());
-        const CtlResult result = run(c.arguments);
+        const RunResult result = run(c.arguments);
         EXPECT_EQ(result.exitCode, c.exitCode);
         EXPECT_TRUE(result.out.contains(c.out)) << result.out.toStdString();
         EXPECT_TRUE(result.err.contains(c.err)) << result.err.toStdString();
@@ -226,7 +167,7 @@ TEST_F(Control, AnswersHelpAndRefusesWrongCommandLinesWithoutStarting) {
     // A copy that holds the name but does not answer in time is not "not running".
     startApp();
     ::kill(static_cast<pid_t>(app.processId()), SIGSTOP);
-    const CtlResult slow = ctl({text("--timeout"), text("0.3"), text("sessions")});
+    const RunResult slow = ctl({text("--timeout"), text("0.3"), text("sessions")});
     ::kill(static_cast<pid_t>(app.processId()), SIGCONT);
     EXPECT_EQ(slow.exitCode, 3);
     EXPECT_EQ(slow.err, QByteArray("mirrowisp ctl: Mirrowisp is not answering (timed out)\n"));
