@@ -8,6 +8,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace mirrowisp;
 using mirrowisp::test::HookTest;
@@ -214,46 +218,104 @@ TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
 
 // ---- Files we must not touch ----
 
-TEST_F(HookTest, AnUnreadableSettingsFileIsNeverWrittenNorBackedUp) {
-    const std::pair<const char*, QByteArray> contents[] = {
-        {"line comment", "{\n  // mine\n  \"model\": \"opus\"\n}\n"},
-        {"block comment", "/* mine */ {\"model\": \"opus\"}"},
-        {"trailing comma", "{\"model\": \"opus\",}"},
-        {"trailing comma in a list", "{\"hooks\": {\"Stop\": [{\"command\": \"x\"},]}}"},
-        {"top-level array", "[]"},
-        {"top-level string", "\"settings\""},
-        {"not UTF-8", "{\"model\": \"op\xff\xfeus\"}"},
-        {"Latin-1 text", "{\"name\": \"Jos\xe9\"}"},
-        {"raw control character", "{\"model\": \"a\x01z\"}"},
-        {"two objects", "{} {}"},
-        {"cut short", "{\"hooks\": {"},
+// Every file install refuses: nothing written or backed up, on connect or disconnect, and the agent
+// reported as blocked by it.
+TEST_F(HookTest, ARefusedSettingsFileIsNeverWrittenNorBackedUp) {
+    enum class Make { bytes, folder, fifo, linkToDevZero, oversized };
+    struct Case {
+        const char* name;
+        AgentKind agent;
+        QByteArray bytes;
+        const char* unexpectedKey = nullptr; // else unreadable
+        Make make = Make::bytes;
+        const char* reason = "";
     };
-    for (const auto& [name, bytes] : contents) {
-        SCOPED_TRACE(name);
-        const QString path = settingsOf(AgentKind::claude);
-        writeBytes(path, bytes);
-        EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::unreadable);
+    const Case cases[] = {
+        {"line comment", AgentKind::claude, "{\n  // mine\n  \"model\": \"opus\"\n}\n"},
+        {"block comment", AgentKind::claude, "/* mine */ {\"model\": \"opus\"}"},
+        {"trailing comma", AgentKind::claude, "{\"model\": \"opus\",}"},
+        {"trailing comma in a list", AgentKind::claude, "{\"hooks\": {\"Stop\": [{\"command\": \"x\"},]}}"},
+        {"top-level array", AgentKind::claude, "[]"},
+        {"top-level string", AgentKind::claude, "\"settings\""},
+        {"not UTF-8", AgentKind::claude, "{\"model\": \"op\xff\xfeus\"}"},
+        {"Latin-1 text", AgentKind::claude, "{\"name\": \"Jos\xe9\"}"},
+        {"raw control character", AgentKind::claude, "{\"model\": \"a\x01z\"}"},
+        {"two objects", AgentKind::claude, "{} {}"},
+        {"cut short", AgentKind::claude, "{\"hooks\": {"},
+        {"a folder", AgentKind::gemini, {}, nullptr, Make::folder, "not a regular file"},
+        {"a FIFO", AgentKind::claude, {}, nullptr, Make::fifo, "not a regular file"},
+        {"a link to /dev/zero", AgentKind::codex, {}, nullptr, Make::linkToDevZero, "not a regular file"},
+        {"over 16 MB", AgentKind::cursor, {}, nullptr, Make::oversized, "too large to read"},
+        {"string event", AgentKind::claude, R"({"hooks": {"Stop": "echo done"}})", "hooks.Stop"},
+        {"object event", AgentKind::claude, R"({"hooks": {"SessionStart": {"command": "x"}}})",
+         "hooks.SessionStart"},
+        {"null event", AgentKind::claude, R"({"hooks": {"PreCompact": null}})", "hooks.PreCompact"},
+        {"hooks a string", AgentKind::codex, R"({"hooks": "none"})", "hooks"},
+        {"hooks a list", AgentKind::codex, R"({"hooks": [1, 2]})", "hooks"},
+        {"hooks null", AgentKind::codex, R"({"hooks": null})", "hooks"},
+        {"Gemini object event", AgentKind::gemini, R"({"hooks": {"BeforeTool": {"a": 1}}})",
+         "hooks.BeforeTool"},
+        {"list of numbers", AgentKind::devin, R"({"hooks": {"Stop": [1]}})", "hooks.Stop"},
+        {"Cursor string event", AgentKind::cursor, R"({"version": 1, "hooks": {"stop": "x"}})", "hooks.stop"},
+        {"Copilot notification", AgentKind::copilot, R"({"hooks": {"notification": 3}})",
+         "hooks.notification"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = settingsOf(c.agent);
+        const QByteArray name = QFile::encodeName(path);
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        QByteArray bytes = c.bytes;
+        switch (c.make) {
+        case Make::bytes:
+            break;
+        case Make::folder:
+            ASSERT_TRUE(QDir().mkpath(path));
+            break;
+        case Make::fifo:
+            ASSERT_EQ(::mkfifo(name.constData(), 0600), 0);
+            break;
+        case Make::linkToDevZero:
+            ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), path));
+            break;
+        case Make::oversized:
+            bytes = "{\"a\": \"" + QByteArray(16 * 1024 * 1024, 'x') + "\"}";
+            break;
+        }
+        if (!bytes.isEmpty()) {
+            writeBytes(path, bytes);
+        }
+        struct stat before {};
+        ASSERT_EQ(::lstat(name.constData(), &before), 0);
+        const HookError expected = c.unexpectedKey
+                                       ? HookError::unexpected(path, QString::fromLatin1(c.unexpectedKey))
+                                       : HookError::unreadable(path, QString::fromLatin1(c.reason));
 
-        const HookResult installed = HookInstaller::install(AgentKind::claude, defaults());
-        ASSERT_TRUE(installed);
-        EXPECT_EQ(*installed, HookError::unreadable(path));
-        EXPECT_EQ(installed->message(), QStringLiteral("Mirrowisp cannot read ") + path +
-                                            QStringLiteral(". Fix the file, then try again."));
-        EXPECT_EQ(HookInstaller::uninstall(AgentKind::claude), HookError::unreadable(path));
-        EXPECT_EQ(HookInstaller::disconnect(AgentKind::claude, defaults()), HookError::unreadable(path));
-        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
-        EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-        EXPECT_EQ(readBytes(path), bytes);
+        EXPECT_EQ(HookInstaller::install(c.agent, defaults()), expected);
+        EXPECT_EQ(HookInstaller::uninstall(c.agent), expected);
+        EXPECT_EQ(HookInstaller::disconnect(c.agent, defaults()), expected);
+        EXPECT_EQ(HookInstaller::connect(c.agent, defaults()), expected);
+        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(c.agent, defaults()));
+        const AgentSetup setup = HookInstaller::setup(c.agent, 1.0, defaults(), {});
+        EXPECT_EQ(setup.kind, AgentSetup::Kind::unreadableConfig);
+        EXPECT_EQ(setup.unexpectedKey, c.unexpectedKey ? std::optional(expected.detail) : std::nullopt);
+        if (c.unexpectedKey) {
+            EXPECT_TRUE(expected.message().contains(QStringLiteral("cannot install: ") + path +
+                                                    QStringLiteral(" has an unexpected ") + expected.detail));
+        }
+        struct stat after {};
+        ASSERT_EQ(::lstat(name.constData(), &after), 0);
+        EXPECT_EQ(after.st_mode, before.st_mode);
+        if (!bytes.isEmpty()) {
+            EXPECT_EQ(readBytes(path), bytes);
+        }
         EXPECT_TRUE(backups().isEmpty());
+        if (QFileInfo(path).isDir() && !QFileInfo(path).isSymLink()) {
+            QDir(path).removeRecursively();
+        } else {
+            ::unlink(name.constData());
+        }
     }
-}
-
-TEST_F(HookTest, AFolderWhereTheSettingsFileShouldBeIsUnreadable) {
-    const QString path = settingsOf(AgentKind::gemini);
-    ASSERT_TRUE(QDir().mkpath(path));
-    EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::unreadable);
-    EXPECT_EQ(HookInstaller::install(AgentKind::gemini, defaults()), HookError::unreadable(path));
-    EXPECT_TRUE(QFileInfo(path).isDir());
 }
 
 TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
@@ -306,18 +368,6 @@ TEST_F(HookTest, ForeignEntriesOfEveryShapeSurviveInstallAndUninstall) {
     ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
     EXPECT_EQ(readObject(path), parse(user));
     EXPECT_EQ(backups().size(), 1);
-}
-
-TEST_F(HookTest, HooksThatAreNoObjectAreReplacedByOurs) {
-    for (const char* json : {R"({"hooks": "none"})", R"({"hooks": [1, 2]})", R"({"hooks": null})"}) {
-        SCOPED_TRACE(json);
-        const QString path = settingsOf(AgentKind::codex);
-        writeBytes(path, json);
-        clearBackups();
-        ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
-        EXPECT_EQ(keysOf(readObject(path).value(QStringLiteral("hooks"))).size(), 11);
-        EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::codex));
-    }
 }
 
 TEST_F(HookTest, AUsersHookBesideOursInOneGroupStaysAfterUninstall) {
@@ -410,54 +460,108 @@ TEST_F(HookTest, DisconnectRemovesTheHooksAndRemembersConnectUndoesBoth) {
 
 // ---- Backups ----
 
-TEST_F(HookTest, ABackupIsNamedAfterFolderFileAndTime) {
+TEST_F(HookTest, BackupsAreNamedByTimeSkipRepeatsAndNeverOverwriteEachOther) {
     const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"a": 1})");
+    const QString folder = HookInstaller::backupsDirectory();
     const QDateTime when(QDate(2026, 1, 31), QTime(9, 15, 0), Qt::UTC);
+    writeBytes(path, R"({"a": 1})");
     ASSERT_FALSE(HookInstaller::backup(path, when));
     EXPECT_EQ(backups(), QStringList{QStringLiteral("claude-settings.json-2026-01-31T09-15-00Z")});
-    EXPECT_EQ(readBytes(HookInstaller::backupsDirectory() +
-                        QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+    EXPECT_EQ(readBytes(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
               QByteArray(R"({"a": 1})"));
-    EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
+    // The same content again is no new backup, however much later.
+    ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(3600)));
     EXPECT_EQ(backups().size(), 1);
+    // New content within the same second collides: the change fails rather than lose the first backup.
+    writeBytes(path, R"({"a": 2})");
+    const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
+    EXPECT_EQ(readBytes(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+              QByteArray(R"({"a": 1})"));
+    ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(60)));
+    EXPECT_EQ(backups().size(), 2);
+    EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
+    EXPECT_EQ(backups().size(), 2);
 }
 
-TEST_F(HookTest, TheTwentyFirstBackupDeletesTheOldestWhicheverAgentItBelongedTo) {
+TEST_F(HookTest, PruningKeepsTheTwentyNewestAndTheFirstBackupOfEachFile) {
     const QString folder = HookInstaller::backupsDirectory();
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    for (int i = 0; i < 20; ++i) {
-        const QString name = folder + QStringLiteral("/%1-settings.json-old%2")
-                                          .arg(QString::fromLatin1(i % 2 ? "gemini" : "codex"))
-                                          .arg(i);
-        writeBytes(name, "{}");
-        QFile file(name);
+    const QDateTime start(QDate(2026, 1, 1), QTime(0, 0, 0), Qt::UTC);
+    const auto name = [&](int i) {
+        return QStringLiteral("codex-hooks.json-") +
+               start.addSecs(i).toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ"));
+    };
+    for (int i = 0; i < 22; ++i) {
+        writeBytes(folder + QLatin1Char('/') + name(i), QByteArray::number(i));
+        QFile file(folder + QLatin1Char('/') + name(i));
         ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-        // old0 is the oldest, old19 the newest.
-        ASSERT_TRUE(file.setFileTime(now.addSecs(-1000 + i), QFileDevice::FileModificationTime));
+        ASSERT_TRUE(file.setFileTime(start.addSecs(i), QFileDevice::FileModificationTime)); // 0 the oldest
     }
     writeBytes(settingsOf(AgentKind::claude), R"({"b": 2})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
 
     const QStringList names = backups();
-    EXPECT_EQ(names.size(), 20);
-    EXPECT_FALSE(names.contains(QStringLiteral("codex-settings.json-old0")));
-    EXPECT_TRUE(names.contains(QStringLiteral("gemini-settings.json-old1")));
+    EXPECT_EQ(names.size(), 21);
+    EXPECT_TRUE(names.contains(name(0))) << "the user's original";
+    EXPECT_FALSE(names.contains(name(1)));
+    EXPECT_FALSE(names.contains(name(2)));
+    EXPECT_TRUE(names.contains(name(3)));
     EXPECT_EQ(names.filter(QStringLiteral("claude-settings.json-")).size(), 1);
 }
 
-TEST_F(HookTest, TwoBackupsOfOneFileWithinASecondCollideAndKeepTheFirst) {
+TEST_F(HookTest, ASettingsFileThatCannotBeWrittenGetsNoBackupPassAfterPass) {
     const QString path = settingsOf(AgentKind::claude);
-    const QDateTime when(QDate(2026, 2, 1), QTime(8, 0, 0), Qt::UTC);
-    writeBytes(path, R"({"first": true})");
-    ASSERT_FALSE(HookInstaller::backup(path, when));
-    writeBytes(path, R"({"second": true})");
-    const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
-    ASSERT_TRUE(again);
-    EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
-    EXPECT_EQ(readBytes(HookInstaller::backupsDirectory() +
-                        QStringLiteral("/claude-settings.json-2026-02-01T08-00-00Z")),
-              QByteArray(R"({"first": true})"));
+    writeBytes(path, R"({"model": "opus"})");
+    // No file over 1 KB can be written now: the new settings fail as a read-only file would (which
+    // this test, when run as root, could still write), while a backup of the old would still fit.
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+    rlimit small = old;
+    small.rlim_cur = 1024;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    HookResult results[3];
+    for (HookResult& result : results) {
+        result = HookInstaller::install(AgentKind::claude, defaults());
+    }
+    ::setrlimit(RLIMIT_FSIZE, &old);
+    for (const HookResult& result : results) {
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->kind, HookError::Kind::fileSystem);
+    }
+    EXPECT_TRUE(backups().isEmpty());
+    EXPECT_EQ(readBytes(path), QByteArray(R"({"model": "opus"})"));
+}
+
+TEST_F(HookTest, BackupsAndRewrittenSettingsKeepTheirOwnersModeInPrivateFolders) {
+    // A support folder made before, open to all: it is closed on the next backup.
+    ASSERT_TRUE(QDir().mkpath(support()));
+    ASSERT_EQ(::chmod(QFile::encodeName(support()).constData(), 0755), 0);
+    for (const mode_t mode : {mode_t(0600), mode_t(0640), mode_t(0644)}) {
+        SCOPED_TRACE(mode);
+        clearBackups();
+        const QString path = settingsOf(AgentKind::claude);
+        const QByteArray name = QFile::encodeName(path);
+        writeBytes(path, R"({"env": {"TOKEN": "secret"}})");
+        ASSERT_EQ(::chmod(name.constData(), mode), 0);
+        ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
+
+        struct stat info {};
+        ASSERT_EQ(::stat(name.constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, mode);
+        ASSERT_EQ(backups().size(), 1);
+        const QString copy = HookInstaller::backupsDirectory() + QLatin1Char('/') + backups().constFirst();
+        ASSERT_EQ(::stat(QFile::encodeName(copy).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, mode);
+        for (const QString& folder : {support(), HookInstaller::backupsDirectory()}) {
+            ASSERT_EQ(::stat(QFile::encodeName(folder).constData(), &info), 0);
+            EXPECT_EQ(info.st_mode & 0777, 0700u) << folder.toStdString();
+        }
+        QFile::remove(path);
+    }
 }
 
 TEST_F(HookTest, ABackupThatCannotBeMadeStopsTheChange) {
