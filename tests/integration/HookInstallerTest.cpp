@@ -177,6 +177,10 @@ TEST_F(HookTest, InstallingAgainChangesNothingForEveryAgent) {
         SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
         ASSERT_FALSE(HookInstaller::install(kind, defaults()));
         const QString path = settingsOf(kind);
+        if (HookInstaller::integration(kind).kind != HookInstaller::Integration::Kind::plugin) {
+            // The same content in other words, as another tool might have rewritten it.
+            writeBytes(path, QJsonDocument(readObject(path)).toJson(QJsonDocument::Compact));
+        }
         const QByteArray before = readBytes(path);
         const QDateTime time = age(path);
         clearBackups();
@@ -185,20 +189,6 @@ TEST_F(HookTest, InstallingAgainChangesNothingForEveryAgent) {
         EXPECT_EQ(QFileInfo(path).lastModified(), time);
         EXPECT_TRUE(backups().isEmpty());
     }
-}
-
-TEST_F(HookTest, AFileThatSaysTheSameInOtherWordsIsNotRewritten) {
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    const QString path = settingsOf(AgentKind::claude);
-    // The same content, compact, as another tool might have rewritten it.
-    const QByteArray compact = QJsonDocument(readObject(path)).toJson(QJsonDocument::Compact);
-    writeBytes(path, compact);
-    const QDateTime time = age(path);
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_EQ(readBytes(path), compact);
-    EXPECT_EQ(QFileInfo(path).lastModified(), time);
-    EXPECT_TRUE(backups().isEmpty());
 }
 
 TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
@@ -334,84 +324,72 @@ TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
               HookInstaller::ConfigFile::State::missing);
 }
 
-// ---- Foreign entries ----
+// ---- Foreign entries, and uninstall ----
 
-TEST_F(HookTest, ForeignEntriesOfEveryShapeSurviveInstallAndUninstall) {
-    const char* user = R"json({
-      "hooks": {
-        "MyOwnEvent": "just a string",
-        "Counter": 3,
-        "Flags": {"a": true},
-        "Mixed": [{"command": "mirrowisp-bridge but not a list of objects"}, 7],
-        "Empty": null,
-        "Stop": [{"command": "echo flat"}, {"bash": "echo bash"},
-                 {"matcher": "*", "hooks": [{"type": "command", "command": "notify-me"}]},
-                 {"something": "else"}]
-      },
-      "permissions": {"allow": ["Bash(ls:*)"]}
-    })json";
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, user);
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    const QJsonObject hooks = readObject(path).value(QStringLiteral("hooks")).toObject();
-    const QJsonObject theirs = parse(user).value(QStringLiteral("hooks")).toObject();
-    for (const char* key : {"MyOwnEvent", "Counter", "Flags", "Mixed", "Empty"}) {
-        EXPECT_EQ(hooks.value(QString::fromLatin1(key)), theirs.value(QString::fromLatin1(key))) << key;
+// Install keeps every value of the user's and adds ours after theirs; uninstall gives back their file.
+TEST_F(HookTest, InstallThenUninstallGivesBackTheUsersFile) {
+    struct Case {
+        const char* name;
+        AgentKind agent;
+        const char* user;  // nullptr: no file
+        const char* after; // nullptr: the user's file again; "": no file
+    };
+    const Case cases[] = {
+        {"foreign entries of every shape", AgentKind::claude, R"json({
+          "hooks": {"MyOwnEvent": "just a string", "Counter": 3, "Flags": {"a": true},
+                    "Mixed": [{"command": "mirrowisp-bridge but not a list of objects"}, 7], "Empty": null,
+                    "Stop": [{"command": "echo flat"}, {"bash": "echo bash"},
+                             {"matcher": "*", "hooks": [{"type": "command", "command": "notify-me"}]},
+                             {"something": "else"}]},
+          "permissions": {"allow": ["Bash(ls:*)"]}})json",
+         nullptr},
+        {"the user's status line", AgentKind::claude,
+         R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})", nullptr},
+        {"no hooks of the user's", AgentKind::claude, R"({"theme": "dark"})", nullptr},
+        {"our hook inside the user's group", AgentKind::claude,
+         R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": $C}, {"command": "mine"}]}]}})",
+         R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": "mine"}]}]}})"},
+        {"Copilot's file with the user's hooks", AgentKind::copilot,
+         R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})", nullptr},
+        {"Copilot's file, ours alone", AgentKind::copilot, nullptr, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = settingsOf(c.agent);
+        QFile::remove(path);
+        const QJsonObject user = c.user ? expected(c.agent, c.user) : QJsonObject();
+        if (c.user) {
+            writeBytes(path, QJsonDocument(user).toJson());
+        }
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::install(c.agent, defaults()));
+        EXPECT_TRUE(HookInstaller::isInstalled(c.agent));
+        const QJsonObject hooks = readObject(path).value(QStringLiteral("hooks")).toObject();
+        // What is the user's: the file as uninstall leaves it.
+        const bool gone = c.after && *c.after == '\0';
+        const QJsonObject left = gone ? QJsonObject() : c.after ? expected(c.agent, c.after) : user;
+        const QJsonObject theirs = left.value(QStringLiteral("hooks")).toObject();
+        for (auto it = theirs.begin(); it != theirs.end(); ++it) {
+            SCOPED_TRACE(it.key().toStdString());
+            QJsonValue now = hooks.value(it.key());
+            if (HookInstaller::integration(c.agent).events.contains(it.key())) {
+                QJsonArray list = now.toArray();
+                EXPECT_TRUE(HookInstaller::containsMarker(list.takeAt(list.size() - 1).toObject()));
+                now = list; // ours comes last, after theirs
+            }
+            EXPECT_EQ(now, it.value());
+        }
+
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::uninstall(c.agent));
+        EXPECT_FALSE(HookInstaller::isInstalled(c.agent));
+        if (gone) {
+            EXPECT_FALSE(QFile::exists(path));
+        } else {
+            EXPECT_EQ(readObject(path), left);
+        }
+        EXPECT_EQ(backups().size(), 1);
     }
-    const QJsonArray stop = hooks.value(QStringLiteral("Stop")).toArray();
-    ASSERT_EQ(stop.size(), 5);
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(stop.at(i), theirs.value(QStringLiteral("Stop")).toArray().at(i));
-    }
-
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path), parse(user));
-    EXPECT_EQ(backups().size(), 1);
-}
-
-TEST_F(HookTest, AUsersHookBesideOursInOneGroupStaysAfterUninstall) {
-    const QString path = settingsOf(AgentKind::claude);
-    const QString ours = HookInstaller::command(AgentKind::claude, false);
-    QJsonObject group{{QStringLiteral("matcher"), QStringLiteral("Bash")},
-                      {QStringLiteral("hooks"),
-                       QJsonArray{QJsonObject{{QStringLiteral("command"), ours}},
-                                  QJsonObject{{QStringLiteral("command"), QStringLiteral("mine")}}}}};
-    writeBytes(path,
-               QJsonDocument(QJsonObject{{QStringLiteral("hooks"),
-                                          QJsonObject{{QStringLiteral("PreToolUse"), QJsonArray{group}}}}})
-                   .toJson());
-    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path),
-              parse(R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": "mine"}]}]}})"));
-    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-}
-
-TEST_F(HookTest, AUsersOwnStatusLineIsLeftByInstallAndUninstall) {
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})");
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_EQ(readObject(path).value(QStringLiteral("statusLine")).toObject(),
-              parse(R"({"type": "command", "command": "~/bin/my-status"})"));
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path),
-              parse(R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})"));
-}
-
-// ---- Uninstall ----
-
-TEST_F(HookTest, UninstallTakesOutOurHooksAndStatusLineAndDropsAnEmptyHooksKey) {
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"theme": "dark"})");
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path), parse(R"({"theme": "dark"})"));
-    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-    EXPECT_EQ(backups().size(), 1);
 }
 
 TEST_F(HookTest, UninstallAlwaysBacksUpAndWritesAReadableFile) {
@@ -422,21 +400,6 @@ TEST_F(HookTest, UninstallAlwaysBacksUpAndWritesAReadableFile) {
     EXPECT_EQ(readBytes(path), QJsonDocument(parse(R"({"theme":"dark"})")).toJson());
     EXPECT_FALSE(HookInstaller::uninstall(AgentKind::cursor)); // no file: nothing to do
     EXPECT_FALSE(QFile::exists(settingsOf(AgentKind::cursor)));
-}
-
-TEST_F(HookTest, CopilotsFileGoesUnlessItHoldsForeignHooks) {
-    const QString path = settingsOf(AgentKind::copilot);
-    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::copilot));
-    EXPECT_FALSE(QFile::exists(path));
-
-    writeBytes(path, R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})");
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::copilot));
-    EXPECT_EQ(readObject(path),
-              parse(R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})"));
 }
 
 // ---- Connect and disconnect ----
