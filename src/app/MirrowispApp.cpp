@@ -2,6 +2,7 @@
 
 #include "app/AgentConnector.h"
 #include "app/AppModel.h"
+#include "app/ConnectionPass.h"
 #include "app/Preferences.h"
 #include "base/Clock.h"
 #include "base/Log.h"
@@ -116,6 +117,8 @@ int runMirrowisp(int argc, char** argv) {
     }
 
     UserDefaults& defaults = UserDefaults::standard();
+    // Frequent small changes (a prompt counted per hook) reach the disk once a second, off this thread.
+    defaults.coalesceWrites(SystemClock::shared());
     AppModel model(Preferences::shared(), defaults, SystemClock::shared());
     // The hook command points at a stable link in the support directory, kept on this build's tool.
     HookInstaller::refreshBridgeLink();
@@ -124,8 +127,9 @@ int runMirrowisp(int argc, char** argv) {
     };
     model.setEnvironmentResolver(
         [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
+    ConnectionPass connectionPass(defaults, isInstalled);
     model.setConnectionPass(
-        [&defaults, isInstalled] { AgentConnector::connectionPass(defaults, isInstalled); });
+        [&connectionPass](std::function<void()> done) { connectionPass.run(std::move(done)); });
     model.agents().setCodexStatusSource([&defaults] { return HookInstaller::codexHookStatus(defaults); });
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
@@ -142,8 +146,8 @@ int runMirrowisp(int argc, char** argv) {
                                                                  isInstalled, SystemClock::shared().now()))
                             .toJson(QJsonDocument::Indented));
                 },
-                [&model, &defaults](const QString& agent, bool connect) {
-                    auto error = AgentConnector::setConnected(defaults, agent, connect);
+                [&model, &connectionPass](const QString& agent, bool connect) {
+                    auto error = connectionPass.setConnected(agent, connect);
                     model.agents().refreshCodexApproval();
                     return error;
                 },
@@ -165,6 +169,7 @@ int runMirrowisp(int argc, char** argv) {
     const int status = QCoreApplication::exec();
     island.reset();
     model.stop();
+    defaults.flush();
     if (signalFD >= 0) {
         signalNotifier.reset();
         ::close(signalFD);

@@ -6,11 +6,17 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <functional>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <vector>
 
 using namespace mirrowisp;
+using mirrowisp::test::drainMainQueue;
 using mirrowisp::test::LogCapture;
+using mirrowisp::test::ManualClock;
 using mirrowisp::test::TemporaryHome;
+using mirrowisp::test::waitUntil;
 
 namespace {
 
@@ -40,7 +46,8 @@ QJsonObject fileObject(const QString& path) {
 }
 
 QStringList entriesOf(const QString& folder) {
-    return QDir(folder).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot | QDir::Hidden,
+                                  QDir::Name);
 }
 
 class UserDefaultsTest : public ::testing::Test {
@@ -251,6 +258,44 @@ TEST_F(UserDefaultsTest, ValuesOfWrongTypesReadAsAbsentAndSurviveOtherWrites) {
     EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")}); // readable: nothing to keep aside
 }
 
+TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
+    ManualClock clock(1000);
+    std::vector<std::pair<double, std::function<void()>>> timers;
+    UserDefaults defaults(path);
+    defaults.coalesceWrites(clock, [&](double seconds, std::function<void()> work) {
+        timers.emplace_back(seconds, std::move(work));
+    });
+    const auto written = [&](int n) {
+        return waitUntil([&] {
+            return QJsonDocument::fromJson(readBytes(path)).object() == QJsonObject({{key("n"), n}});
+        });
+    };
+
+    defaults.set(key("n"), 1); // after a quiet second: at once
+    EXPECT_TRUE(written(1));
+    EXPECT_TRUE(timers.empty());
+    for (int n = 2; n <= 20'000; ++n) { // a prompt each, all within the second
+        clock.advance(0.00001);
+        defaults.set(key("n"), n);
+    }
+    EXPECT_EQ(defaults.object(key("n")), QJsonValue(20'000));
+    ASSERT_EQ(timers.size(), 1u);
+    EXPECT_NEAR(timers[0].first, 1.0, 0.25);
+    drainMainQueue();
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 1}}));
+
+    clock.set(1001);
+    timers[0].second(); // the second is over: the burst goes in one write
+    EXPECT_TRUE(written(20'000));
+
+    defaults.set(key("n"), 20'001);
+    ASSERT_EQ(timers.size(), 2u);
+    defaults.flush(); // at quit, without waiting for the timer
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+    timers[1].second();
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+}
+
 TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
     const QString blocker = home.path() + QStringLiteral("/blocker");
     writeBytes(blocker, "a file where a folder should be");
@@ -263,6 +308,26 @@ TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
     ASSERT_EQ(LogCapture::lines().size(), 1);
     EXPECT_TRUE(
         LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: user defaults write failed: ")));
+}
+
+TEST_F(UserDefaultsTest, AFifoOrALinkToADeviceIsMovedAsideUnreadAndReplaced) {
+    for (const bool fifo : {true, false}) {
+        SCOPED_TRACE(fifo ? "FIFO" : "link to /dev/zero");
+        QDir(folder).removeRecursively();
+        ASSERT_TRUE(QDir().mkpath(folder));
+        const QByteArray name = QFile::encodeName(path);
+        ASSERT_TRUE(fifo ? ::mkfifo(name.constData(), 0600) == 0
+                         : QFile::link(QStringLiteral("/dev/zero"), path));
+        LogCapture log;
+        UserDefaults defaults(path); // neither waits for a writer nor reads without end
+        defaults.set(key("k"), 1);
+        EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+        const QStringList entries = entriesOf(folder);
+        ASSERT_EQ(entries.size(), 2);
+        const QFileInfo kept(folder + QLatin1Char('/') + entries.at(1));
+        EXPECT_TRUE(fifo ? !kept.isFile() && !kept.isSymLink() : kept.isSymLink())
+            << entries.at(1).toStdString();
+    }
 }
 
 namespace {

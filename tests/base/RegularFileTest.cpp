@@ -1,0 +1,62 @@
+#include "base/RegularFile.h"
+
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+using namespace mirrowisp;
+using mirrowisp::test::TemporaryHome;
+
+TEST(RegularFile, ReadsOnlyRegularFilesWithinTheLimit) {
+    const TemporaryHome home;
+    const QString dir = home.path();
+    const auto at = [&](const char* name) { return dir + QLatin1Char('/') + QString::fromLatin1(name); };
+    test::writeFile(at("small"), "{}");
+    test::writeFile(at("limit"), QByteArray(64, 'x'));
+    test::writeFile(at("over"), QByteArray(65, 'x'));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(at("fifo")).constData(), 0600), 0);
+    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), at("zero")));
+    ASSERT_TRUE(QFile::link(at("small"), at("link")));
+    ASSERT_TRUE(QDir().mkpath(at("folder")));
+
+    struct Case {
+        const char* name;
+        FileRead::Status status;
+        QByteArray bytes;
+    };
+    const Case cases[] = {
+        {"small", FileRead::Status::ok, "{}"},
+        {"link", FileRead::Status::ok, "{}"},
+        {"limit", FileRead::Status::ok, QByteArray(64, 'x')},
+        {"over", FileRead::Status::tooLarge, {}},
+        {"fifo", FileRead::Status::notRegular, {}}, // with no writer: would wait for ever
+        {"zero", FileRead::Status::notRegular, {}}, // endless: would exhaust memory
+        {"folder", FileRead::Status::notRegular, {}},
+        {"absent", FileRead::Status::missing, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const FileRead read = readRegularFile(at(c.name), 64);
+        EXPECT_EQ(read.status, c.status);
+        EXPECT_EQ(read.bytes, c.bytes);
+    }
+    EXPECT_EQ(readRegularFile(at("over"), 64).reason(), QStringLiteral("too large to read"));
+}
+
+TEST(RegularFile, APrivateDirectoryIsMadeOrClosedToOthers) {
+    const TemporaryHome home;
+    const QString open = home.path() + QStringLiteral("/open");
+    ASSERT_TRUE(QDir().mkpath(open));
+    ASSERT_EQ(::chmod(QFile::encodeName(open).constData(), 0755), 0);
+    for (const QString& path : {open, home.path() + QStringLiteral("/a/new")}) {
+        ASSERT_TRUE(makePrivateDirectory(path));
+        struct stat info {};
+        ASSERT_EQ(::stat(QFile::encodeName(path).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, 0700u) << path.toStdString();
+    }
+    test::writeFile(home.path() + QStringLiteral("/file"), "x");
+    EXPECT_FALSE(makePrivateDirectory(home.path() + QStringLiteral("/file")));
+}
