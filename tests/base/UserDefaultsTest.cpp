@@ -59,44 +59,24 @@ protected:
 
 } // namespace
 
-TEST_F(UserDefaultsTest, RegisteredValueAnswersUntilTheUserWritesOneAndReturnsOnRemove) {
+TEST_F(UserDefaultsTest, AUserValueOfAnyTypeHidesTheRegisteredOneUntilRemoved) {
     UserDefaults defaults(path);
-    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}, {key("hoverDelay"), 0.05}});
-
+    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}, {key("width"), 140}});
+    defaults.registerDefaults(QVariantMap{{key("width"), 200.5}}); // the newer registration wins
+    EXPECT_EQ(defaults.doubleValue(key("width")), 200.5);
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_FALSE(defaults.contains(key("openOnHover")));
     EXPECT_FALSE(defaults.object(key("neverSet")).has_value());
 
-    defaults.set(key("openOnHover"), false);
-    EXPECT_EQ(defaults.boolValue(key("openOnHover")), false);
+    defaults.set(key("openOnHover"), key("yes"));
+    EXPECT_FALSE(defaults.boolValue(key("openOnHover")).has_value());
     EXPECT_TRUE(defaults.contains(key("openOnHover")));
 
     defaults.remove(key("openOnHover"));
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_FALSE(defaults.contains(key("openOnHover")));
-    EXPECT_FALSE(fileObject(path).contains(key("openOnHover")));
-
     // The registration domain is never written to the file.
-    EXPECT_FALSE(fileObject(path).contains(key("hoverDelay")));
-}
-
-TEST_F(UserDefaultsTest, RegisteringAgainTakesTheNewerValueAndAcceptsVariantMaps) {
-    UserDefaults defaults(path);
-    defaults.registerDefaults(QJsonObject{{key("width"), 140}, {key("style"), key("glass")}});
-    defaults.registerDefaults(QVariantMap{{key("width"), 200.5}});
-
-    EXPECT_EQ(defaults.doubleValue(key("width")), 200.5);
-    EXPECT_EQ(defaults.stringValue(key("style")), key("glass"));
-    EXPECT_EQ(defaults.registeredDefaults().size(), 2);
-}
-
-TEST_F(UserDefaultsTest, AUserValueOfTheWrongTypeHidesTheRegisteredOne) {
-    UserDefaults defaults(path);
-    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
-    defaults.set(key("openOnHover"), key("yes"));
-
-    EXPECT_FALSE(defaults.boolValue(key("openOnHover")).has_value());
-    EXPECT_EQ(defaults.object(key("openOnHover")), QJsonValue(key("yes")));
+    EXPECT_EQ(fileObject(path), QJsonObject());
 }
 
 TEST_F(UserDefaultsTest, TypedReadsAnswerOnlyTheirOwnType) {
