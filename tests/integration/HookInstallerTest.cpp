@@ -123,15 +123,9 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
         EXPECT_FALSE(file.contains(QStringLiteral("statusLine")));
         const bool versioned = c.kind == AgentKind::cursor || c.kind == AgentKind::copilot;
         EXPECT_EQ(file.contains(QStringLiteral("version")), versioned);
+        // Sorted, indented for people, and slashes as they are.
+        EXPECT_EQ(readBytes(settingsOf(c.kind)), QJsonDocument(file).toJson(QJsonDocument::Indented));
     }
-}
-
-TEST_F(HookTest, SettingsAreWrittenSortedIndentedAndWithPlainSlashes) {
-    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    const QByteArray text = readBytes(settingsOf(AgentKind::copilot));
-    EXPECT_EQ(text,
-              QJsonDocument(readObject(settingsOf(AgentKind::copilot))).toJson(QJsonDocument::Indented));
-    EXPECT_TRUE(text.contains("\n            {\n                \"bash\": \"/bin/sh -c")) << text.constData();
 }
 
 TEST_F(HookTest, AnExistingVersionStaysAndAMissingOneBecomesOne) {
