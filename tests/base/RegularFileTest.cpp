@@ -45,18 +45,3 @@ TEST(RegularFile, ReadsOnlyRegularFilesWithinTheLimit) {
     }
     EXPECT_EQ(readRegularFile(at("over"), 64).reason(), QStringLiteral("too large to read"));
 }
-
-TEST(RegularFile, APrivateDirectoryIsMadeOrClosedToOthers) {
-    const TemporaryHome home;
-    const QString open = home.path() + QStringLiteral("/open");
-    ASSERT_TRUE(QDir().mkpath(open));
-    ASSERT_EQ(::chmod(QFile::encodeName(open).constData(), 0755), 0);
-    for (const QString& path : {open, home.path() + QStringLiteral("/a/new")}) {
-        ASSERT_TRUE(makePrivateDirectory(path));
-        struct stat info {};
-        ASSERT_EQ(::stat(QFile::encodeName(path).constData(), &info), 0);
-        EXPECT_EQ(info.st_mode & 0777, 0700u) << path.toStdString();
-    }
-    test::writeFile(home.path() + QStringLiteral("/file"), "x");
-    EXPECT_FALSE(makePrivateDirectory(home.path() + QStringLiteral("/file")));
-}
