@@ -12,6 +12,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace mirrowisp;
 using mirrowisp::test::HookTest;
@@ -430,30 +431,6 @@ TEST_F(HookTest, PruningKeepsTheTwentyNewestAndTheFirstBackupOfEachFile) {
     EXPECT_EQ(names.filter(QStringLiteral("claude-settings.json-")).size(), 1);
 }
 
-TEST_F(HookTest, ASettingsFileThatCannotBeWrittenGetsNoBackupPassAfterPass) {
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"model": "opus"})");
-    // No file over 1 KB can be written now: the new settings fail as a read-only file would (which
-    // this test, when run as root, could still write), while a backup of the old would still fit.
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit old{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-    rlimit small = old;
-    small.rlim_cur = 1024;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    HookResult results[3];
-    for (HookResult& result : results) {
-        result = HookInstaller::install(AgentKind::claude, defaults());
-    }
-    ::setrlimit(RLIMIT_FSIZE, &old);
-    for (const HookResult& result : results) {
-        ASSERT_TRUE(result);
-        EXPECT_EQ(result->kind, HookError::Kind::fileSystem);
-    }
-    EXPECT_TRUE(backups().isEmpty());
-    EXPECT_EQ(readBytes(path), QByteArray(R"({"model": "opus"})"));
-}
-
 TEST_F(HookTest, BackupsAndRewrittenSettingsKeepTheirOwnersModeInPrivateFolders) {
     // A support folder made before, open to all: it is closed on the next backup.
     ASSERT_TRUE(QDir().mkpath(support()));
@@ -484,21 +461,42 @@ TEST_F(HookTest, BackupsAndRewrittenSettingsKeepTheirOwnersModeInPrivateFolders)
     }
 }
 
-TEST_F(HookTest, ABackupThatCannotBeMadeStopsTheChange) {
+// A change that can't be completed leaves the file as it was, the agent connected and no backup behind,
+// however often it is tried.
+TEST_F(HookTest, AChangeThatCannotBeMadeLeavesTheFileAndNoBackup) {
     const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"c": 3})");
-    // A file where the backups folder belongs: no backup can be made, so nothing is written.
-    writeBytes(HookInstaller::backupsDirectory(), "a file, not a folder");
-    const HookResult installed = HookInstaller::install(AgentKind::claude, defaults());
-    ASSERT_TRUE(installed);
-    EXPECT_EQ(installed->kind, HookError::Kind::fileSystem);
-    const HookResult uninstalled = HookInstaller::uninstall(AgentKind::claude);
-    ASSERT_TRUE(uninstalled);
-    EXPECT_EQ(uninstalled->kind, HookError::Kind::fileSystem);
-    EXPECT_EQ(readBytes(path), QByteArray(R"({"c": 3})"));
-    // Disconnecting fails the same way and leaves the agent connected.
-    EXPECT_TRUE(HookInstaller::disconnect(AgentKind::claude, defaults()));
-    EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+    for (const bool backupBlocked : {true, false}) {
+        SCOPED_TRACE(backupBlocked ? "no backup possible" : "no write possible");
+        writeBytes(path, R"({"model": "opus"})");
+        rlimit old{};
+        ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+        if (backupBlocked) {
+            writeBytes(HookInstaller::backupsDirectory(), "a file, not a folder");
+        } else {
+            // No file over 1 KB can be written: the new settings fail as a read-only file would (which
+            // root could still write), while a backup of the old would still fit.
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit small = old;
+            small.rlim_cur = 1024;
+            ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        }
+        std::vector<HookResult> results;
+        for (int pass = 0; pass < 3; ++pass) {
+            results.push_back(HookInstaller::install(AgentKind::claude, defaults()));
+        }
+        if (backupBlocked) { // (the smaller file disconnect writes would fit under the limit)
+            results.push_back(HookInstaller::disconnect(AgentKind::claude, defaults()));
+        }
+        ::setrlimit(RLIMIT_FSIZE, &old);
+        for (const HookResult& result : results) {
+            ASSERT_TRUE(result);
+            EXPECT_EQ(result->kind, HookError::Kind::fileSystem);
+        }
+        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+        EXPECT_EQ(readBytes(path), QByteArray(R"({"model": "opus"})"));
+        EXPECT_TRUE(backups().isEmpty());
+        QFile::remove(HookInstaller::backupsDirectory());
+    }
 }
 
 // ---- isInstalled ----
