@@ -26,6 +26,9 @@ struct ConnectionPass::State {
     std::vector<std::function<void()>> running_done; // for the pass under way
     std::vector<std::function<void()>> waiting_done; // for the one asked for meanwhile
     bool again = false;
+    std::optional<HookInstaller::CodexTrustReading> codex;
+    bool readingCodex = false;
+    std::function<void()> codexChanged;
 };
 
 ConnectionPass::ConnectionPass(UserDefaults& defaults, Presence isInstalled)
@@ -78,24 +81,27 @@ void ConnectionPass::run(std::function<void()> done) {
             // Errors are the setup page's business (an unreadable settings file, say); the pass goes on.
             changes.emplace_back(kind, HookInstaller::installFile(kind));
         }
-        postToMain([weak = std::weak_ptr<State>(shared), changes = std::move(changes)] {
-            const std::shared_ptr<State> alive = weak.lock();
-            if (!alive) {
-                return;
-            }
-            for (const auto& change : changes) {
-                HookInstaller::publish(change.second, alive->defaults);
-            }
-            alive->running = false;
-            const auto finished = std::exchange(alive->running_done, {});
-            if (std::exchange(alive->again, false)) {
-                alive->running_done = std::exchange(alive->waiting_done, {});
-                alive->owner->run();
-            }
-            for (const auto& callback : finished) {
-                callback();
-            }
-        });
+        HookInstaller::CodexTrustReading codex = HookInstaller::readCodexTrust();
+        postToMain(
+            [weak = std::weak_ptr<State>(shared), changes = std::move(changes), codex = std::move(codex)] {
+                const std::shared_ptr<State> alive = weak.lock();
+                if (!alive) {
+                    return;
+                }
+                alive->codex = codex;
+                for (const auto& change : changes) {
+                    HookInstaller::publish(change.second, alive->defaults);
+                }
+                alive->running = false;
+                const auto finished = std::exchange(alive->running_done, {});
+                if (std::exchange(alive->again, false)) {
+                    alive->running_done = std::exchange(alive->waiting_done, {});
+                    alive->owner->run();
+                }
+                for (const auto& callback : finished) {
+                    callback();
+                }
+            });
     });
 }
 
@@ -108,6 +114,7 @@ std::optional<QString> ConnectionPass::setConnected(const QString& agent, bool c
     const std::lock_guard lock(state.files);
     const HookResult result = connect ? HookInstaller::connect(*kind, state.defaults)
                                       : HookInstaller::disconnect(*kind, state.defaults);
+    state.codex = HookInstaller::readCodexTrust(); // read here anyway: the user is waiting on files
     if (HookInstaller::isDisconnectedByUser(*kind, state.defaults)) {
         state.disconnected.insert(*kind);
     } else {
@@ -117,6 +124,35 @@ std::optional<QString> ConnectionPass::setConnected(const QString& agent, bool c
         return result->message();
     }
     return std::nullopt;
+}
+
+CodexHookStatus ConnectionPass::codexHookStatus() {
+    State& state = *state_;
+    if (!state.readingCodex) {
+        state.readingCodex = true;
+        queue_->async([weak = std::weak_ptr<State>(state_)] {
+            HookInstaller::CodexTrustReading reading = HookInstaller::readCodexTrust();
+            postToMain([weak, reading = std::move(reading)] {
+                const std::shared_ptr<State> alive = weak.lock();
+                if (!alive) {
+                    return;
+                }
+                alive->readingCodex = false;
+                if (alive->codex != reading) {
+                    alive->codex = reading;
+                    if (alive->codexChanged) {
+                        alive->codexChanged();
+                    }
+                }
+            });
+        });
+    }
+    return state.codex ? HookInstaller::codexHookStatus(*state.codex, state.defaults)
+                       : CodexHookStatus::ready;
+}
+
+void ConnectionPass::setCodexReadingChanged(std::function<void()> changed) {
+    state_->codexChanged = std::move(changed);
 }
 
 } // namespace mirrowisp

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agents/AgentKind.h"
+#include "integration/CodexHookStatus.h"
 
 #include <QString>
 #include <functional>
@@ -34,6 +35,11 @@ public:
 
     // Connects or disconnects one agent by its raw name, here and now; answers the error text.
     std::optional<QString> setConnected(const QString& agent, bool connect);
+
+    // Codex's hook status from its files as last read on the pass's thread (ready before the first
+    // reading). Asking starts a new reading; `changed` runs on the main thread when one differs.
+    CodexHookStatus codexHookStatus();
+    void setCodexReadingChanged(std::function<void()> changed);
 
 private:
     struct State;

@@ -130,7 +130,9 @@ int runMirrowisp(int argc, char** argv) {
     ConnectionPass connectionPass(defaults, isInstalled);
     model.setConnectionPass(
         [&connectionPass](std::function<void()> done) { connectionPass.run(std::move(done)); });
-    model.agents().setCodexStatusSource([&defaults] { return HookInstaller::codexHookStatus(defaults); });
+    // Codex's files are read on the pass's thread; the store asks often and gets the last reading.
+    model.agents().setCodexStatusSource([&connectionPass] { return connectionPass.codexHookStatus(); });
+    connectionPass.setCodexReadingChanged([&model] { model.agents().refreshCodexApproval(); });
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();

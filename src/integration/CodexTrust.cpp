@@ -145,10 +145,19 @@ QMap<QString, CodexTrust> codexTrustStates() {
 }
 
 CodexHookStatus codexHookStatus(const UserDefaults& defaults) {
-    if (!isInstalled(AgentKind::codex)) {
+    return codexHookStatus(readCodexTrust(), defaults);
+}
+
+CodexTrustReading readCodexTrust() {
+    const bool installed = isInstalled(AgentKind::codex);
+    return {installed, installed ? codexTrustStates() : QMap<QString, CodexTrust>()};
+}
+
+CodexHookStatus codexHookStatus(const CodexTrustReading& reading, const UserDefaults& defaults) {
+    if (!reading.installed) {
         return CodexHookStatus::ready; // nothing to approve
     }
-    const QMap<QString, CodexTrust> states = codexTrustStates();
+    const QMap<QString, CodexTrust>& states = reading.states;
     const QMap<QString, QString> stale = staleHashes(defaults);
     const QStringList events = codexEvents();
     // One untrusted event outranks a disabled one.

@@ -141,7 +141,17 @@ QString snakeCase(const QString& name);
 // The trust records for our hooks.json, by snake-case event name; empty when config.toml is missing
 // or isn't UTF-8 text.
 QMap<QString, CodexTrust> codexTrustStates();
-// Whether Codex runs the hooks we installed.
+// Whether our hooks are in Codex's file, and Codex's trust records: the files behind its status.
+struct CodexTrustReading {
+    bool installed = false;
+    QMap<QString, CodexTrust> states;
+    bool operator==(const CodexTrustReading&) const = default;
+};
+// Reads both files; may run off the main thread.
+CodexTrustReading readCodexTrust();
+// Whether Codex runs the hooks we installed, from a reading and the stale hashes in the defaults.
+CodexHookStatus codexHookStatus(const CodexTrustReading& reading, const UserDefaults& defaults);
+// The same, reading the files now.
 CodexHookStatus codexHookStatus(const UserDefaults& defaults);
 // The hashes Codex trusts now: after we rewrite hooks.json they no longer mean trust.
 QJsonObject codexTrustSnapshot();

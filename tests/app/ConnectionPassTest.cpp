@@ -5,6 +5,7 @@
 #include "integration/Locations.h"
 #include "support/TestSupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <atomic>
 #include <future>
@@ -49,4 +50,16 @@ TEST(ConnectionPass, InstallsOffTheMainThreadAndADisconnectMeanwhileHasTheLastWo
     // What the pass did is published on the main thread: Codex's trust in the old file is stale.
     EXPECT_TRUE(defaults.contains(HookInstaller::staleCodexTrustHashesKey));
     EXPECT_FALSE(pass.isRunning());
+
+    // Codex's status comes from the files as last read off this thread; asking starts a new reading.
+    EXPECT_EQ(pass.codexHookStatus(), CodexHookStatus::needsApproval); // no trust in the new hooks
+    EXPECT_EQ(pass.setConnected(QStringLiteral("codex"), false), std::nullopt);
+    EXPECT_EQ(pass.codexHookStatus(), CodexHookStatus::ready); // nothing left to approve
+    int readings = 0;
+    pass.setCodexReadingChanged([&] { ++readings; });
+    QDir(HookInstaller::backupsDirectory()).removeRecursively();      // a second backup within the second
+    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults)); // behind the pass's back
+    EXPECT_EQ(pass.codexHookStatus(), CodexHookStatus::ready);
+    ASSERT_TRUE(test::waitUntil([&] { return readings == 1; }));
+    EXPECT_EQ(pass.codexHookStatus(), CodexHookStatus::needsApproval);
 }
