@@ -23,8 +23,8 @@ struct ConnectionPass::State {
     // Main thread only. The owner outlives every result published: it joins the pass's thread first.
     ConnectionPass* owner = nullptr;
     bool running = false;
-    std::vector<std::function<void()>> running_done; // for the pass under way
-    std::vector<std::function<void()>> waiting_done; // for the one asked for meanwhile
+    std::vector<std::function<void()>> runningDone; // for the pass under way
+    std::vector<std::function<void()>> waitingDone; // for the one asked for meanwhile
     bool again = false;
     std::optional<HookInstaller::CodexTrustReading> codex;
     bool readingCodex = false;
@@ -50,13 +50,13 @@ void ConnectionPass::run(std::function<void()> done) {
     if (state.running) {
         state.again = true;
         if (done) {
-            state.waiting_done.push_back(std::move(done));
+            state.waitingDone.push_back(std::move(done));
         }
         return;
     }
     state.running = true;
     if (done) {
-        state.running_done.push_back(std::move(done));
+        state.runningDone.push_back(std::move(done));
     }
     {
         const std::lock_guard lock(state.files);
@@ -93,9 +93,9 @@ void ConnectionPass::run(std::function<void()> done) {
                     HookInstaller::publish(change.second, alive->defaults);
                 }
                 alive->running = false;
-                const auto finished = std::exchange(alive->running_done, {});
+                const auto finished = std::exchange(alive->runningDone, {});
                 if (std::exchange(alive->again, false)) {
-                    alive->running_done = std::exchange(alive->waiting_done, {});
+                    alive->runningDone = std::exchange(alive->waitingDone, {});
                     alive->owner->run();
                 }
                 for (const auto& callback : finished) {
