@@ -119,17 +119,6 @@ TEST_F(HookTest, CodexStatusWeighsTrustBeforeTurnedOff) {
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
 }
 
-TEST_F(HookTest, RecordsForAnOldCodexHomeDoNotCount) {
-    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
-    Locations moved = Locations::standard(home());
-    moved.dirs[AgentKind::codex] = home() + QStringLiteral("/codex home");
-    AgentEnvironment::setCurrent(moved);
-    ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
-    QFile::copy(home() + QStringLiteral("/.codex/config.toml"),
-                home() + QStringLiteral("/codex home/config.toml"));
-    EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
-}
-
 TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
     const QString config = codexDir() + QStringLiteral("/config.toml");
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));

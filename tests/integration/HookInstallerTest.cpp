@@ -350,19 +350,11 @@ TEST_F(HookTest, InstallThenUninstallGivesBackTheUsersFile) {
     }
 }
 
-TEST_F(HookTest, UninstallAlwaysBacksUpAndWritesAReadableFile) {
-    const QString path = settingsOf(AgentKind::gemini);
-    writeBytes(path, R"({"theme":"dark"})");
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::gemini));
-    EXPECT_EQ(backups().size(), 1);
-    EXPECT_EQ(readBytes(path), QJsonDocument(parse(R"({"theme":"dark"})")).toJson());
-    EXPECT_FALSE(HookInstaller::uninstall(AgentKind::cursor)); // no file: nothing to do
-    EXPECT_FALSE(QFile::exists(settingsOf(AgentKind::cursor)));
-}
-
 // ---- Connect and disconnect ----
 
 TEST_F(HookTest, DisconnectRemovesTheHooksAndRemembersConnectUndoesBoth) {
+    ASSERT_FALSE(HookInstaller::disconnect(AgentKind::cursor, defaults())); // no file: nothing to do
+    EXPECT_FALSE(QFile::exists(settingsOf(AgentKind::cursor)));
     ASSERT_FALSE(HookInstaller::connect(AgentKind::gemini, defaults()));
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::gemini));
     EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::gemini, defaults()));
