@@ -38,10 +38,6 @@ QJsonObject expected(AgentKind kind, const char* json) {
     return document.object();
 }
 
-QStringList keysOf(const QJsonValue& value) {
-    return value.toObject().keys();
-}
-
 // Moves the file's modification time into the past, so that any write would show.
 QDateTime age(const QString& path) {
     QFile file(path);
@@ -273,7 +269,7 @@ TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
         EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::missing);
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(AgentKind::devin, defaults()));
-        EXPECT_EQ(keysOf(readObject(path).value(QStringLiteral("hooks"))).size(), 7);
+        EXPECT_EQ(readObject(path).value(QStringLiteral("hooks")).toObject().size(), 7);
         clearBackups(); // install backed up the blank file within this second
         EXPECT_EQ(HookInstaller::uninstall(AgentKind::devin), std::nullopt);
         QFile::remove(path);
