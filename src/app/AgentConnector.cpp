@@ -7,16 +7,6 @@
 
 namespace mirrowisp::AgentConnector {
 
-void connectionPass(UserDefaults& defaults, const Presence& isInstalled) {
-    for (AgentKind kind : AgentKinds::all) {
-        if (HookInstaller::isDisconnectedByUser(kind, defaults) || !isInstalled(kind)) {
-            continue;
-        }
-        // Errors are the setup page's business (an unreadable settings file, say); the pass goes on.
-        [[maybe_unused]] const HookResult result = HookInstaller::install(kind, defaults);
-    }
-}
-
 QString setupCaseName(AgentSetup::Kind kind) {
     switch (kind) {
     case AgentSetup::Kind::unreadableConfig:
@@ -51,19 +41,6 @@ QJsonArray agentsJson(const UserDefaults& defaults, const QHash<AgentKind, Times
                                   {QStringLiteral("summary"), setup.summary(now, false)}});
     }
     return agents;
-}
-
-std::optional<QString> setConnected(UserDefaults& defaults, const QString& agent, bool connect) {
-    const auto kind = AgentKinds::fromRawValue(QStringView(agent));
-    if (!kind) {
-        return QStringLiteral("no agent called ") + agent;
-    }
-    const HookResult result =
-        connect ? HookInstaller::connect(*kind, defaults) : HookInstaller::disconnect(*kind, defaults);
-    if (result) {
-        return result->message();
-    }
-    return std::nullopt;
 }
 
 } // namespace mirrowisp::AgentConnector

@@ -72,10 +72,16 @@ void AppModel::stop() {
 }
 
 void AppModel::runConnectionPass() {
-    if (connectionPass_) {
-        connectionPass_();
+    if (!connectionPass_) {
+        agents_.refreshCodexApproval();
+        return;
     }
-    agents_.refreshCodexApproval();
+    QPointer<AppModel> weak(this);
+    connectionPass_([weak] {
+        if (weak) {
+            weak->agents_.refreshCodexApproval();
+        }
+    });
 }
 
 void AppModel::startBridge() {

@@ -93,7 +93,10 @@ public:
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
     // The hook connection pass, and how the agents' real locations are found before the first one;
     // the app wires both to the installer and the login-shell probe.
-    void setConnectionPass(std::function<void()> pass) { connectionPass_ = std::move(pass); }
+    // The pass may finish later, on the main thread, by calling the function it is given.
+    void setConnectionPass(std::function<void(std::function<void()>)> pass) {
+        connectionPass_ = std::move(pass);
+    }
     void setEnvironmentResolver(std::function<void(std::function<void()>)> resolve) {
         resolve_ = std::move(resolve);
     }
@@ -135,7 +138,7 @@ private:
     bool isEditingText_ = false;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
-    std::function<void()> connectionPass_;
+    std::function<void(std::function<void()>)> connectionPass_;
     std::function<void(std::function<void()>)> resolve_;
 };
 

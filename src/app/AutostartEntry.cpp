@@ -1,6 +1,7 @@
 #include "app/AutostartEntry.h"
 
 #include "base/AtomicJsonFile.h"
+#include "base/RegularFile.h"
 #include "base/UserDefaults.h"
 
 #include <QCoreApplication>
@@ -29,15 +30,16 @@ QString AutostartEntry::defaultEntryPath() {
 }
 
 bool AutostartEntry::isEnabled() const {
-    QFile file(entryPath_);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+    // A desktop entry is a few lines; anything but a small regular file is none.
+    const FileRead read = readRegularFile(entryPath_, 1024 * 1024);
+    if (!read.ok()) {
         return false;
     }
     bool inMainGroup = false;
     bool sawMainGroup = false;
     bool enabled = true;
-    while (!file.atEnd()) {
-        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+    for (const QByteArray& raw : read.bytes.split('\n')) {
+        const QString line = QString::fromUtf8(raw).trimmed();
         if (line.isEmpty() || line.startsWith(QLatin1Char('#'))) {
             continue;
         }

@@ -2,6 +2,7 @@
 
 #include "app/AgentConnector.h"
 #include "app/AppModel.h"
+#include "app/ConnectionPass.h"
 #include "app/Preferences.h"
 #include "base/Clock.h"
 #include "base/Log.h"
@@ -210,10 +211,13 @@ int runMirrowisp(int argc, char** argv) {
     auto signalNotifier = watchQuitSignals(signalFD);
 
     UserDefaults& defaults = UserDefaults::standard();
+    // Frequent small changes (a prompt counted per hook) reach the disk once a second, off this thread.
+    defaults.coalesceWrites(SystemClock::shared());
     AppModel model(Preferences::shared(), defaults, SystemClock::shared());
     const AgentConnector::Presence isInstalled = [](AgentKind kind) {
         return AgentEnvironment::isInstalled(kind);
     };
+    ConnectionPass connectionPass(defaults, isInstalled);
     std::unique_ptr<IslandShell> island;
     ControlService control(
         model, {[&model, &defaults, isInstalled] {
@@ -222,8 +226,8 @@ int runMirrowisp(int argc, char** argv) {
                                                                  isInstalled, SystemClock::shared().now()))
                             .toJson(QJsonDocument::Indented));
                 },
-                [&model, &defaults](const QString& agent, bool connect) {
-                    auto error = AgentConnector::setConnected(defaults, agent, connect);
+                [&model, &connectionPass](const QString& agent, bool connect) {
+                    auto error = connectionPass.setConnected(agent, connect);
                     model.agents().refreshCodexApproval();
                     return error;
                 },
@@ -242,8 +246,10 @@ int runMirrowisp(int argc, char** argv) {
     model.setEnvironmentResolver(
         [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
     model.setConnectionPass(
-        [&defaults, isInstalled] { AgentConnector::connectionPass(defaults, isInstalled); });
-    model.agents().setCodexStatusSource([&defaults] { return HookInstaller::codexHookStatus(defaults); });
+        [&connectionPass](std::function<void()> done) { connectionPass.run(std::move(done)); });
+    // Codex's files are read on the pass's thread; the store asks often and gets the last reading.
+    model.agents().setCodexStatusSource([&connectionPass] { return connectionPass.codexHookStatus(); });
+    connectionPass.setCodexReadingChanged([&model] { model.agents().refreshCodexApproval(); });
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
@@ -265,6 +271,7 @@ int runMirrowisp(int argc, char** argv) {
     const int status = QCoreApplication::exec();
     island.reset();
     model.stop();
+    defaults.flush();
     if (signalFD >= 0) {
         signalNotifier.reset();
         ::close(signalFD);

@@ -2,6 +2,8 @@
 
 #include "base/AtomicJsonFile.h"
 #include "base/Log.h"
+#include "base/RegularFile.h"
+#include "base/SerialQueue.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -9,15 +11,39 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QPointer>
+#include <QTimer>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <future>
 
 namespace mirrowisp {
+
+struct UserDefaults::Writer {
+    QString filePath;
+    // Why the file found at start-up couldn't be used; cleared once a copy of it is kept.
+    std::optional<QString> unreadable;
+    // The last write error logged, so a full disk doesn't log once per prompt.
+    std::optional<QString> lastWriteError;
+
+    void write(const QJsonObject& values);
+    bool keepUnreadableFile();
+};
 
 UserDefaults::UserDefaults(QObject* parent) : UserDefaults(defaultFilePath(), parent) {}
 
 UserDefaults::UserDefaults(QString filePath, QObject* parent)
-    : QObject(parent), filePath_(std::move(filePath)) {
+    : QObject(parent), filePath_(std::move(filePath)), writer_(std::make_shared<Writer>()) {
+    writer_->filePath = filePath_;
     load();
+}
+
+UserDefaults::~UserDefaults() {
+    flush();
 }
 
 UserDefaults& UserDefaults::standard() {
@@ -40,24 +66,25 @@ QString UserDefaults::defaultFilePath() {
 }
 
 void UserDefaults::load() {
-    QFile file(filePath_);
-    if (!file.exists()) {
+    const FileRead read = readRegularFile(filePath_);
+    if (read.status == FileRead::Status::missing) {
         return;
     }
-    if (!file.open(QIODevice::ReadOnly)) {
-        unreadable_ = file.errorString();
+    if (!read.ok()) {
+        writer_->unreadable = read.reason();
         return;
     }
-    const QByteArray bytes = file.readAll();
+    const QByteArray& bytes = read.bytes;
     if (bytes.isEmpty()) {
         return; // nothing in it to lose
     }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError) {
-        unreadable_ = QStringLiteral("not JSON: %1 at byte %2").arg(error.errorString()).arg(error.offset);
+        writer_->unreadable =
+            QStringLiteral("not JSON: %1 at byte %2").arg(error.errorString()).arg(error.offset);
     } else if (!document.isObject()) {
-        unreadable_ = QStringLiteral("not a JSON object");
+        writer_->unreadable = QStringLiteral("not a JSON object");
     } else {
         values_ = document.object();
     }
@@ -174,42 +201,100 @@ void UserDefaults::persist() {
     }
 }
 
-void UserDefaults::write() {
-    if (unreadable_ && !keepUnreadableFile()) {
-        return;
+void UserDefaults::coalesceWrites(const Clock& clock, Scheduler schedule, double interval) {
+    clock_ = &clock;
+    interval_ = interval;
+    schedule_ =
+        schedule ? std::move(schedule) : Scheduler([this](double seconds, std::function<void()> work) {
+            QTimer::singleShot(std::chrono::milliseconds(qRound64(seconds * 1000)), this, std::move(work));
+        });
+    if (!queue_) {
+        queue_ = std::make_unique<SerialQueue>("user defaults");
     }
-    const auto error = writeJsonAtomically(filePath_, QJsonDocument(values_));
-    if (error && error != lastWriteError_) {
-        logLine(QStringLiteral("Mirrowisp: user defaults write failed: ") + *error);
-    }
-    lastWriteError_ = error;
 }
 
-bool UserDefaults::keepUnreadableFile() {
-    if (!QFileInfo::exists(filePath_)) {
-        unreadable_.reset(); // gone meanwhile: nothing left to keep
+void UserDefaults::write() {
+    if (!clock_) {
+        writer_->write(values_);
+        return;
+    }
+    dirty_ = true;
+    if (writeScheduled_) {
+        return; // the write at the end of this interval takes this change along
+    }
+    // Bounded both ways, so that a clock set back can't hold writes back for long.
+    const double wait =
+        lastWrite_ ? std::clamp(*lastWrite_ + interval_ - clock_->now(), 0.0, interval_) : 0.0;
+    if (wait <= 0) {
+        startWrite();
+        return;
+    }
+    writeScheduled_ = true;
+    QPointer<UserDefaults> self(this);
+    schedule_(wait, [self] {
+        if (self) {
+            self->writeScheduled_ = false;
+            if (self->dirty_) {
+                self->startWrite();
+            }
+        }
+    });
+}
+
+void UserDefaults::startWrite() {
+    dirty_ = false;
+    lastWrite_ = clock_->now();
+    queue_->async([writer = writer_, values = values_] { writer->write(values); });
+}
+
+void UserDefaults::flush() {
+    if (!queue_) {
+        return;
+    }
+    if (dirty_) {
+        startWrite();
+    }
+    std::promise<void> done;
+    queue_->async([&done] { done.set_value(); });
+    done.get_future().wait();
+}
+
+void UserDefaults::Writer::write(const QJsonObject& values) {
+    if (unreadable && !keepUnreadableFile()) {
+        return;
+    }
+    const auto error = writeJsonAtomically(filePath, QJsonDocument(values));
+    if (error && error != lastWriteError) {
+        logLine(QStringLiteral("Mirrowisp: user defaults write failed: ") + *error);
+    }
+    lastWriteError = error;
+}
+
+bool UserDefaults::Writer::keepUnreadableFile() {
+    if (!QFileInfo::exists(filePath)) {
+        unreadable.reset(); // gone meanwhile: nothing left to keep
         return true;
     }
-    const QString stem = filePath_ + QStringLiteral(".unreadable-") +
+    const QString stem = filePath + QStringLiteral(".unreadable-") +
                          QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
     QString copy = stem;
     for (int n = 2; QFileInfo::exists(copy); ++n) {
         copy = stem + QStringLiteral("-%1").arg(n);
     }
-    QFile original(filePath_);
-    if (original.copy(copy)) {
+    // Moved aside rather than copied: a FIFO or a huge file is kept as it is without being read.
+    if (::rename(QFile::encodeName(filePath).constData(), QFile::encodeName(copy).constData()) == 0) {
         logLine(QStringLiteral("Mirrowisp: user defaults file %1 was unreadable (%2); kept it as %3")
-                    .arg(filePath_, *unreadable_, copy));
-        unreadable_.reset();
+                    .arg(filePath, *unreadable, copy));
+        unreadable.reset();
         return true;
     }
     // Writing now would destroy the only copy of the user's settings; keep them in memory instead.
     const QString error = QStringLiteral("cannot keep a copy of the unreadable file %1 (%2): %3")
-                              .arg(filePath_, *unreadable_, original.errorString());
-    if (error != lastWriteError_) {
+                              .arg(filePath, *unreadable, QString::fromLocal8Bit(std::strerror(errno)));
+    if (error != lastWriteError) {
         logLine(QStringLiteral("Mirrowisp: user defaults write failed: ") + error);
     }
-    lastWriteError_ = error;
+    lastWriteError = error;
     return false;
 }
 

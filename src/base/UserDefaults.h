@@ -1,14 +1,20 @@
 #pragma once
 
+#include "base/Clock.h"
+
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QObject>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
+#include <functional>
+#include <memory>
 #include <optional>
 
 namespace mirrowisp {
+
+class SerialQueue;
 
 // The user's settings and the app's small persistent state: one human-readable JSON object in
 // $XDG_CONFIG_HOME/mirrowisp/defaults.json.
@@ -18,10 +24,11 @@ namespace mirrowisp {
 // even when its type is wrong; typed reads then answer nothing and the caller falls back on its own
 // default. Dates are stored as seconds since the epoch (a number), read with doubleValue.
 //
-// The file is read once, at construction; from then on the copy in memory is the truth and every
-// change is written through at once, atomically, so a change is on disk before set() returns.
-// A file that can't be read as a JSON object is treated as empty, and is copied aside before the
-// first write replaces it. Used on the main thread only.
+// The file is read once, at construction; from then on the copy in memory is the truth. By default
+// every change is written through at once, atomically, so a change is on disk before set() returns;
+// the app coalesces writes instead (coalesceWrites). A file that can't be read as a JSON object is
+// treated as empty, and is copied aside before the first write replaces it. Used on the main thread
+// only; only the file writes happen elsewhere.
 class UserDefaults : public QObject {
     Q_OBJECT
 
@@ -29,6 +36,8 @@ public:
     // The store at defaultFilePath(), evaluated now.
     explicit UserDefaults(QObject* parent = nullptr);
     explicit UserDefaults(QString filePath, QObject* parent = nullptr);
+    // Writes what is pending and waits for it.
+    ~UserDefaults() override;
 
     // The app's store, made on first use.
     static UserDefaults& standard();
@@ -74,25 +83,44 @@ public:
         UserDefaults& defaults_;
     };
 
+    // Runs `work` on this thread after `seconds`.
+    using Scheduler = std::function<void(double seconds, std::function<void()> work)>;
+    // From now on changes are written at most once per `interval` seconds (a change after a quiet
+    // interval at once, later ones together at its end), on a thread of the store's own: a burst of
+    // changes, such as a prompt counted per hook, costs one write a second and never makes the caller
+    // wait on the disk. `schedule` defaults to a timer on this object.
+    void coalesceWrites(const Clock& clock, Scheduler schedule = {}, double interval = 1.0);
+    // Writes any pending change now and waits until every write has reached the disk; at quit.
+    void flush();
+
 Q_SIGNALS:
     // The value that object(key) answers has changed.
     void changed(const QString& key);
 
 private:
+    struct Writer;
+
     void load();
     void persist();
     void write();
-    bool keepUnreadableFile();
+    void startWrite();
 
     QString filePath_;
     QJsonObject values_;
     QJsonObject registered_;
-    // Why the file found at start-up couldn't be used; cleared once a copy of it is kept.
-    std::optional<QString> unreadable_;
-    // The last write error logged, so a full disk doesn't log once per prompt.
-    std::optional<QString> lastWriteError_;
+    // The file's side, used by one thread at a time: the caller's, or the queue's once writes coalesce.
+    std::shared_ptr<Writer> writer_;
     int batchDepth_ = 0;
     bool writeHeldBack_ = false;
+
+    // Coalesced writes only.
+    const Clock* clock_ = nullptr;
+    Scheduler schedule_;
+    double interval_ = 1.0;
+    std::optional<Timestamp> lastWrite_;
+    bool dirty_ = false;
+    bool writeScheduled_ = false;
+    std::unique_ptr<SerialQueue> queue_;
 };
 
 } // namespace mirrowisp

@@ -1,6 +1,7 @@
 #include "bridge/BridgeServer.h"
 
 #include "base/MainQueue.h"
+#include "base/RegularFile.h"
 #include "bridge/BridgeLoop.h"
 
 #include <QFile>
@@ -8,7 +9,6 @@
 #include <csignal>
 #include <cstddef>
 #include <cstring>
-#include <filesystem>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -99,11 +99,9 @@ std::optional<BridgeError> BridgeServer::start() {
                                              .arg(socketPath_)};
     }
 
-    std::error_code made;
-    std::filesystem::create_directories(std::filesystem::path(QFile::encodeName(directory).toStdString()),
-                                        made);
-    if (made) {
-        return posixError(made.value());
+    // The support folder holds the socket and backups of agents' settings: the user's alone.
+    if (!makePrivateDirectory(directory)) {
+        return posixError(errno != 0 ? errno : EACCES);
     }
 
     // A socket file left by a crash, or by another running copy: this copy takes the path over.

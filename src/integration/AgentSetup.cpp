@@ -46,6 +46,10 @@ QString relativePhrase(Timestamp then, Timestamp now) {
 QString AgentSetup::summary(Timestamp now, bool codexAppInstalled) const {
     switch (kind) {
     case Kind::unreadableConfig:
+        if (unexpectedKey) {
+            return QStringLiteral("Cannot install: ") + QFileInfo(file).fileName() +
+                   QStringLiteral(" has an unexpected ") + *unexpectedKey;
+        }
         return QStringLiteral("Cannot read ") + QFileInfo(file).fileName();
     case Kind::connected:
         if (!lastSeen) {

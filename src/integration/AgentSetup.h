@@ -25,10 +25,14 @@ struct AgentSetup {
     Kind kind = Kind::notConnected;
     QString file;                      // unreadableConfig only
     std::optional<Timestamp> lastSeen; // connected only
+    // unreadableConfig only: the value of a shape we don't manage that stops the install, "hooks.Stop".
+    std::optional<QString> unexpectedKey;
 
-    static AgentSetup unreadableConfig(const QString& file) { return {Kind::unreadableConfig, file, {}}; }
-    static AgentSetup connected(std::optional<Timestamp> lastSeen) { return {Kind::connected, {}, lastSeen}; }
-    static AgentSetup of(Kind kind) { return {kind, {}, {}}; }
+    static AgentSetup unreadableConfig(const QString& file) { return {Kind::unreadableConfig, file, {}, {}}; }
+    static AgentSetup connected(std::optional<Timestamp> lastSeen) {
+        return {Kind::connected, {}, lastSeen, {}};
+    }
+    static AgentSetup of(Kind kind) { return {kind, {}, {}, {}}; }
 
     // One line for the setup pages. `codexAppInstalled` picks between the desktop app's words and the
     // terminal's for the two Codex cases.

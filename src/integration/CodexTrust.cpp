@@ -1,12 +1,11 @@
 // Codex runs a hook only after the user trusted it, and records that trust by hash in its config.toml.
 // Only one kind of table matters there, so the file is scanned by hand rather than parsed as TOML.
 
+#include "base/RegularFile.h"
 #include "base/UserDefaults.h"
 #include "integration/HookInstaller.h"
 #include "integration/Locations.h"
 
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonObject>
 #include <QStringDecoder>
 
@@ -39,14 +38,13 @@ QString trimmedQuotes(const QString& text) {
 }
 
 std::optional<QString> configText(const QString& path) {
-    QFile file(path);
-    if (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)) {
+    const FileRead read = readRegularFile(path);
+    if (!read.ok()) {
         return std::nullopt;
     }
-    const QByteArray bytes = file.readAll();
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder(bytes);
-    if (file.error() != QFileDevice::NoError || decoder.hasError()) {
+    QString text = decoder(read.bytes);
+    if (decoder.hasError()) {
         return std::nullopt;
     }
     return text;
@@ -147,10 +145,19 @@ QMap<QString, CodexTrust> codexTrustStates() {
 }
 
 CodexHookStatus codexHookStatus(const UserDefaults& defaults) {
-    if (!isInstalled(AgentKind::codex)) {
+    return codexHookStatus(readCodexTrust(), defaults);
+}
+
+CodexTrustReading readCodexTrust() {
+    const bool installed = isInstalled(AgentKind::codex);
+    return {installed, installed ? codexTrustStates() : QMap<QString, CodexTrust>()};
+}
+
+CodexHookStatus codexHookStatus(const CodexTrustReading& reading, const UserDefaults& defaults) {
+    if (!reading.installed) {
         return CodexHookStatus::ready; // nothing to approve
     }
-    const QMap<QString, CodexTrust> states = codexTrustStates();
+    const QMap<QString, CodexTrust>& states = reading.states;
     const QMap<QString, QString> stale = staleHashes(defaults);
     const QStringList events = codexEvents();
     // One untrusted event outranks a disabled one.
@@ -174,7 +181,7 @@ CodexHookStatus codexHookStatus(const UserDefaults& defaults) {
     return CodexHookStatus::ready;
 }
 
-void markCodexTrustStale(UserDefaults& defaults) {
+QJsonObject codexTrustSnapshot() {
     QJsonObject snapshot;
     const QMap<QString, CodexTrust> states = codexTrustStates();
     for (auto it = states.begin(); it != states.end(); ++it) {
@@ -182,23 +189,17 @@ void markCodexTrustStale(UserDefaults& defaults) {
             snapshot.insert(it.key(), *it->hash);
         }
     }
-    defaults.set(staleCodexTrustHashesKey, snapshot);
+    return snapshot;
 }
 
 AgentSetup setup(AgentKind kind, std::optional<Timestamp> lastSeen, const UserDefaults& defaults,
                  const AgentPresence& agentIsInstalled) {
-    const Integration wiring = integration(kind);
-    if (wiring.kind == Integration::Kind::plugin) {
-        if (QFileInfo::exists(wiring.file)) {
-            QFile file(wiring.file);
-            QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-            const QString text = file.open(QIODevice::ReadOnly) ? decoder(file.readAll()) : QString();
-            if (decoder.hasError() || !text.contains(marker)) {
-                return AgentSetup::unreadableConfig(wiring.file);
-            }
+    if (const HookResult refused = problem(kind)) {
+        AgentSetup state = AgentSetup::unreadableConfig(refused->path);
+        if (refused->kind == HookError::Kind::unexpected) {
+            state.unexpectedKey = refused->detail;
         }
-    } else if (readConfig(wiring.file).state == ConfigFile::State::unreadable) {
-        return AgentSetup::unreadableConfig(wiring.file);
+        return state;
     }
 
     if (isInstalled(kind)) {

@@ -1,23 +1,54 @@
 // The backups taken before every change to an agent's file, and the link hooks run the tool through.
 
+#include "base/RegularFile.h"
 #include "integration/HookInstaller.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
+#include <QRegularExpression>
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace mirrowisp::HookInstaller {
 
 namespace {
 
+// <folder>-<name>-2026-01-31T09-15-00Z: the file a backup is of, and when it was taken.
+const QRegularExpression& stampedName() {
+    static const QRegularExpression pattern(
+        QStringLiteral("^(.+)-(\\d{4}-\\d\\d-\\d\\dT\\d\\d-\\d\\d-\\d\\dZ)$"));
+    return pattern;
+}
+
+QFileInfoList backupEntries(const QString& folder) {
+    return QDir(folder).entryInfoList(QDir::Files | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot);
+}
+
+// The newest backup of the file that `stem` names, by its stamp.
+std::optional<QString> newestBackupOf(const QString& folder, const QString& stem) {
+    std::optional<QString> newest;
+    QString newestStamp;
+    for (const QFileInfo& entry : backupEntries(folder)) {
+        const QRegularExpressionMatch match = stampedName().match(entry.fileName());
+        if (match.hasMatch() && match.captured(1) == stem && match.captured(2) > newestStamp) {
+            newestStamp = match.captured(2);
+            newest = entry.filePath();
+        }
+    }
+    return newest;
+}
+
 void pruneBackups(const QString& folder) {
     // Backups are written once and never changed, so their modification time is when they were made.
     // An entry without a time counts as the oldest. Errors here are of no consequence.
-    QFileInfoList entries =
-        QDir(folder).entryInfoList(QDir::Files | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot);
+    QFileInfoList entries = backupEntries(folder);
     std::stable_sort(entries.begin(), entries.end(), [](const QFileInfo& a, const QFileInfo& b) {
         const QDateTime left = a.lastModified();
         const QDateTime right = b.lastModified();
@@ -26,7 +57,22 @@ void pruneBackups(const QString& folder) {
         }
         return left > right;
     });
+    // The first backup of each file holds what the user had before we ever touched it: it stays.
+    QHash<QString, QString> oldest; // stem -> stamp
+    for (const QFileInfo& entry : entries) {
+        const QRegularExpressionMatch match = stampedName().match(entry.fileName());
+        if (match.hasMatch()) {
+            const auto it = oldest.constFind(match.captured(1));
+            if (it == oldest.constEnd() || match.captured(2) < *it) {
+                oldest.insert(match.captured(1), match.captured(2));
+            }
+        }
+    }
     for (qsizetype i = keptBackups; i < entries.size(); ++i) {
+        const QRegularExpressionMatch match = stampedName().match(entries.at(i).fileName());
+        if (match.hasMatch() && oldest.value(match.captured(1)) == match.captured(2)) {
+            continue;
+        }
         QFile::remove(entries.at(i).filePath());
     }
 }
@@ -53,14 +99,19 @@ HookResult backup(const QString& path) {
 }
 
 HookResult backup(const QString& path, const QDateTime& now) {
-    const QFileInfo info(path);
-    if (!info.exists()) {
+    const FileRead source = readRegularFile(path);
+    if (source.status == FileRead::Status::missing) {
         return std::nullopt;
     }
+    if (!source.ok()) {
+        return HookError::fileSystem(path, source.reason());
+    }
+    // Backups may hold secrets (an agent's settings can carry tokens): the folders are the user's alone.
     const QString folder = backupsDirectory();
-    if (!QDir().mkpath(folder)) {
+    if (!makePrivateDirectory(QFileInfo(folder).absolutePath()) || !makePrivateDirectory(folder)) {
         return HookError::fileSystem(folder, QStringLiteral("cannot create the folder"));
     }
+    const QFileInfo info(path);
     QString stamp = now.toUTC().toString(Qt::ISODate); // 2026-01-31T09:15:00Z
     stamp.replace(QLatin1Char(':'), QLatin1Char('-'));
     QString prefix = info.absoluteDir().dirName();
@@ -70,30 +121,49 @@ HookResult backup(const QString& path, const QDateTime& now) {
     while (prefix.endsWith(QLatin1Char('.'))) {
         prefix.chop(1);
     }
-    const QString target =
-        folder + QLatin1Char('/') + prefix + QLatin1Char('-') + info.fileName() + QLatin1Char('-') + stamp;
+    const QString stem = prefix + QLatin1Char('-') + info.fileName();
+    const QString target = folder + QLatin1Char('/') + stem + QLatin1Char('-') + stamp;
 
-    QFile source(path);
-    if (!source.open(QIODevice::ReadOnly)) {
-        return HookError::fileSystem(path, source.errorString());
+    // The same content twice in a row would only push older backups out.
+    if (const auto newest = newestBackupOf(folder, stem)) {
+        const FileRead previous = readRegularFile(*newest);
+        if (previous.ok() && previous.bytes == source.bytes) {
+            return std::nullopt;
+        }
     }
-    const QByteArray bytes = source.readAll();
-    if (source.error() != QFileDevice::NoError) {
-        return HookError::fileSystem(path, source.errorString());
-    }
+
     // Two backups of one file within a second collide: the copy fails and the change is not made,
-    // rather than losing the earlier backup.
-    QFile copy(target);
-    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
-        return HookError::fileSystem(target, copy.errorString());
+    // rather than losing the earlier backup. Made 0600, then given the source's own mode, so that it is
+    // never more open than the file it copies.
+    const QByteArray name = encoded(target);
+    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd < 0) {
+        return HookError::fileSystem(target, QString::fromLocal8Bit(std::strerror(errno)));
     }
-    if (copy.write(bytes) != bytes.size() || !copy.flush()) {
-        const QString error = copy.errorString();
-        copy.close();
-        QFile::remove(target);
-        return HookError::fileSystem(target, error);
+    qsizetype written = 0;
+    int error = 0;
+    while (written < source.bytes.size()) {
+        const ssize_t n = ::write(fd, source.bytes.constData() + written,
+                                  static_cast<size_t>(source.bytes.size() - written));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            error = n < 0 ? errno : EIO;
+            break;
+        }
+        written += n;
     }
-    copy.close();
+    if (error == 0 && ::fchmod(fd, source.mode & 0777) != 0) {
+        error = errno;
+    }
+    if (::close(fd) != 0 && error == 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        ::unlink(name.constData());
+        return HookError::fileSystem(target, QString::fromLocal8Bit(std::strerror(error)));
+    }
     pruneBackups(folder);
     return std::nullopt;
 }
@@ -111,7 +181,8 @@ void refreshBridgeLink(const QString& toolPath) {
         return;
     }
     const QString link = bridgeLinkPath();
-    if (!QDir().mkpath(QFileInfo(link).absolutePath())) {
+    const QString bin = QFileInfo(link).absolutePath();
+    if (!makePrivateDirectory(QFileInfo(bin).absolutePath()) || !QDir().mkpath(bin)) {
         return;
     }
     if (readLink(link) == toolPath) {

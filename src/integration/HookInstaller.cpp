@@ -1,6 +1,7 @@
 #include "integration/HookInstaller.h"
 
 #include "base/AtomicJsonFile.h"
+#include "base/RegularFile.h"
 #include "base/UserDefaults.h"
 #include "bridge/BridgeProtocol.h"
 #include "integration/AgentPlugins.h"
@@ -8,7 +9,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QStringDecoder>
@@ -62,21 +62,27 @@ bool hasRawControlInString(const QByteArray& bytes) {
     return false;
 }
 
-std::optional<QString> readUtf8(const QString& path) {
-    QFile file(path);
-    if (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
+// A plugin file: missing (no text, no refusal), ours as text, or refused.
+struct PluginFile {
+    HookResult refused;
+    std::optional<QString> text;
+};
+
+PluginFile readPlugin(const QString& path) {
+    const FileRead read = readRegularFile(path);
+    if (read.status == FileRead::Status::missing) {
+        return {};
     }
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        return std::nullopt;
+    if (!read.ok()) {
+        return {HookError::unreadable(path, read.reason()), {}};
     }
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder(bytes);
-    if (decoder.hasError()) {
-        return std::nullopt;
+    QString text = decoder(read.bytes);
+    // A file of that name that isn't ours is not ours to replace.
+    if (decoder.hasError() || !text.contains(marker)) {
+        return {HookError::unreadable(path), {}};
     }
-    return text;
+    return {std::nullopt, std::move(text)};
 }
 
 bool holdsMarker(const QJsonValue& value) {
@@ -142,11 +148,73 @@ QJsonObject entryFor(AgentKind kind, Integration::Kind integration, const QStrin
 }
 
 void append(QJsonObject& hooks, const QString& key, const QJsonObject& entry) {
-    // A user's value under one of our events that is no list can't take our entry beside it.
-    const QJsonValue existing = hooks.value(key);
-    QJsonArray list = existing.isArray() ? existing.toArray() : QJsonArray();
+    // Only a list of objects gets here: any other value under one of our events was refused before.
+    QJsonArray list = hooks.value(key).toArray();
     list.append(entry);
     hooks.insert(key, list);
+}
+
+// The event keys our entries go under.
+QStringList managedEvents(const Integration& wiring) {
+    QStringList keys = wiring.events;
+    if (wiring.kind == Integration::Kind::copilotHooks) {
+        keys.append(QStringLiteral("notification"));
+    }
+    return keys;
+}
+
+// The value, if any, that stands where our entries go with a shape we don't manage. Replacing it would
+// lose the user's setting, and leaving our entry out would be a silent half-install, so the whole
+// change is refused.
+std::optional<QString> unexpectedValue(const Integration& wiring, const QJsonObject& root) {
+    const QString hooksKey = QStringLiteral("hooks");
+    if (!root.contains(hooksKey)) {
+        return std::nullopt;
+    }
+    const QJsonValue hooks = root.value(hooksKey);
+    if (!hooks.isObject()) {
+        return hooksKey;
+    }
+    const QJsonObject events = hooks.toObject();
+    for (const QString& event : managedEvents(wiring)) {
+        if (events.contains(event) && !objectList(events.value(event))) {
+            return hooksKey + QLatin1Char('.') + event;
+        }
+    }
+    return std::nullopt;
+}
+
+// The file as read, refused when it is unreadable or holds a value we must not replace.
+HookResult refusal(const Integration& wiring, const ConfigFile& config) {
+    if (config.state == ConfigFile::State::unreadable) {
+        return HookError::unreadable(wiring.file, config.reason);
+    }
+    if (config.state == ConfigFile::State::parsed) {
+        if (const auto key = unexpectedValue(wiring, config.object)) {
+            return HookError::unexpected(wiring.file, *key);
+        }
+    }
+    return std::nullopt;
+}
+
+// Writes the object over an agent's file, backing the old file up once the new content is ready to
+// take its place: a file that can't be written gets no backup.
+HookResult replaceBackedUp(const QJsonObject& object, const QString& path) {
+    std::optional<HookError> backupError;
+    const auto error = writeJsonAtomically(path, QJsonDocument(object), [&]() -> std::optional<QString> {
+        backupError = backup(path);
+        if (backupError) {
+            return backupError->detail;
+        }
+        return std::nullopt;
+    });
+    if (backupError) {
+        return backupError;
+    }
+    if (error) {
+        return HookError::fileSystem(path, *error);
+    }
+    return std::nullopt;
 }
 
 QJsonObject installed(AgentKind kind, const Integration& wiring, QJsonObject root) {
@@ -224,28 +292,24 @@ Integration integration(AgentKind kind) {
 }
 
 ConfigFile readConfig(const QString& path) {
-    const QFileInfo info(path);
-    if (!info.exists()) {
-        return {ConfigFile::State::missing, {}};
+    const FileRead read = readRegularFile(path);
+    if (read.status == FileRead::Status::missing) {
+        return {ConfigFile::State::missing, {}, {}};
     }
-    QFile file(path);
-    if (info.isDir() || !file.open(QIODevice::ReadOnly)) {
-        return {ConfigFile::State::unreadable, {}};
+    if (!read.ok()) {
+        return {ConfigFile::State::unreadable, {}, read.reason()};
     }
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        return {ConfigFile::State::unreadable, {}};
-    }
+    const QByteArray& bytes = read.bytes;
     // A blank file is treated as no file, and is replaced on install.
     if (isBlank(bytes)) {
-        return {ConfigFile::State::missing, {}};
+        return {ConfigFile::State::missing, {}, {}};
     }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError || !document.isObject() || hasRawControlInString(bytes)) {
-        return {ConfigFile::State::unreadable, {}};
+        return {ConfigFile::State::unreadable, {}, {}};
     }
-    return {ConfigFile::State::parsed, document.object()};
+    return {ConfigFile::State::parsed, document.object(), {}};
 }
 
 QString command(AgentKind kind, bool statusLine) {
@@ -338,36 +402,49 @@ bool isOurs(const QJsonValue& value) {
     return value.isObject() && holdsMarker(value.toObject().value(QStringLiteral("command")));
 }
 
-HookResult install(AgentKind kind, UserDefaults& defaults) {
+FileChange installFile(AgentKind kind) {
     refreshBridgeLink();
     const Integration wiring = integration(kind);
     if (wiring.kind == Integration::Kind::plugin) {
-        return installPlugin(kind, wiring.file);
+        return {installPlugin(kind, wiring.file), {}};
     }
     const ConfigFile config = readConfig(wiring.file);
-    if (config.state == ConfigFile::State::unreadable) {
-        return HookError::unreadable(wiring.file);
+    if (auto refused = refusal(wiring, config)) {
+        return {refused, {}};
     }
     const QJsonObject next = installed(kind, wiring, config.object);
     // The steady state on every launch: no backup, no write, the file's time untouched, and Codex's
     // trust in an unchanged file left alone.
     if (config.state == ConfigFile::State::parsed && next == config.object) {
-        return std::nullopt;
+        return {};
     }
-    if (auto error = backup(wiring.file)) {
-        return error;
-    }
+    // Codex's trust as it stood before the rewrite, which no longer applies after it.
+    std::optional<QJsonObject> trust;
     if (kind == AgentKind::codex) {
-        markCodexTrustStale(defaults);
+        trust = codexTrustSnapshot();
     }
-    return writeJSON(next, wiring.file);
+    if (auto error = replaceBackedUp(next, wiring.file)) {
+        return {error, {}};
+    }
+    return {std::nullopt, trust};
+}
+
+void publish(const FileChange& change, UserDefaults& defaults) {
+    if (change.staleCodexTrust) {
+        defaults.set(staleCodexTrustHashesKey, *change.staleCodexTrust);
+    }
+}
+
+HookResult install(AgentKind kind, UserDefaults& defaults) {
+    const FileChange change = installFile(kind);
+    publish(change, defaults);
+    return change.result;
 }
 
 HookResult uninstall(AgentKind kind) {
     const Integration wiring = integration(kind);
     if (wiring.kind == Integration::Kind::plugin) {
-        const std::optional<QString> text = readUtf8(wiring.file);
-        if (!text || !text->contains(marker)) {
+        if (!readPlugin(wiring.file).text) {
             return std::nullopt; // nothing of ours, or a file of someone else's
         }
         QFile file(wiring.file);
@@ -381,16 +458,16 @@ HookResult uninstall(AgentKind kind) {
     if (config.state == ConfigFile::State::missing) {
         return std::nullopt;
     }
-    if (config.state == ConfigFile::State::unreadable) {
-        return HookError::unreadable(wiring.file);
-    }
-    if (auto error = backup(wiring.file)) {
-        return error;
+    if (auto refused = refusal(wiring, config)) {
+        return refused;
     }
     QJsonObject root = config.object;
     const QJsonObject hooks = stripOurs(hooksOf(root));
     // Copilot's file is ours alone: with nothing of the user's left it goes.
     if (wiring.kind == Integration::Kind::copilotHooks && hooks.isEmpty()) {
+        if (auto error = backup(wiring.file)) {
+            return error;
+        }
         QFile file(wiring.file);
         if (!file.remove()) {
             return HookError::fileSystem(wiring.file, file.errorString());
@@ -405,7 +482,15 @@ HookResult uninstall(AgentKind kind) {
     if (kind == AgentKind::claude && isOurs(root.value(QStringLiteral("statusLine")))) {
         root.remove(QStringLiteral("statusLine"));
     }
-    return writeJSON(root, wiring.file);
+    return replaceBackedUp(root, wiring.file);
+}
+
+HookResult problem(AgentKind kind) {
+    const Integration wiring = integration(kind);
+    if (wiring.kind == Integration::Kind::plugin) {
+        return readPlugin(wiring.file).refused;
+    }
+    return refusal(wiring, readConfig(wiring.file));
 }
 
 QString disconnectedKey(AgentKind kind) {
@@ -432,8 +517,7 @@ bool isDisconnectedByUser(AgentKind kind, const UserDefaults& defaults) {
 bool isInstalled(AgentKind kind) {
     const Integration wiring = integration(kind);
     if (wiring.kind == Integration::Kind::plugin) {
-        const std::optional<QString> text = readUtf8(wiring.file);
-        return text && text->contains(marker);
+        return readPlugin(wiring.file).text.has_value();
     }
     const ConfigFile config = readConfig(wiring.file);
     if (config.state != ConfigFile::State::parsed) {
@@ -452,27 +536,17 @@ bool isInstalled(AgentKind kind) {
     return false;
 }
 
-HookResult writeJSON(const QJsonObject& object, const QString& path) {
-    if (auto error = writeJsonAtomically(path, QJsonDocument(object))) {
-        return HookError::fileSystem(path, *error);
-    }
-    return std::nullopt;
-}
-
 HookResult installPlugin(AgentKind kind, const QString& path) {
     const std::optional<QString> source = AgentPlugins::source(kind, bridgeLinkPath());
     if (!source) {
         return std::nullopt;
     }
-    if (QFileInfo::exists(path)) {
-        // A file of that name that isn't ours is not replaced.
-        const std::optional<QString> text = readUtf8(path);
-        if (!text || !text->contains(marker)) {
-            return HookError::unreadable(path);
-        }
-        if (*text == *source) {
-            return std::nullopt;
-        }
+    const PluginFile existing = readPlugin(path);
+    if (existing.refused) {
+        return existing.refused;
+    }
+    if (existing.text == *source) {
+        return std::nullopt;
     }
     // Plugin files are ours alone, so they get no backup.
     if (auto error = writeFileAtomically(path, source->toUtf8())) {

@@ -53,10 +53,12 @@ struct ConfigFile {
     enum class State { missing, parsed, unreadable };
     State state = State::missing;
     QJsonObject object; // parsed only
+    QString reason;     // unreadable only, when there is more to say than "not JSON"
 };
 
 // Strict JSON only: comments, trailing commas, a top-level value that is not an object, bytes that
-// are not UTF-8 or a file that can't be read make it unreadable. A blank file counts as missing.
+// are not UTF-8 or a file that can't be read make it unreadable, and so does anything but a regular
+// file within the size limit (a FIFO, a device, a file over 16 MB). A blank file counts as missing.
 ConfigFile readConfig(const QString& path);
 
 // The shell command an agent runs for a hook: the tool in the support folder, or a quiet success when
@@ -74,12 +76,26 @@ bool containsMarker(const QJsonObject& entry);
 // Whether a value is an object whose "command" is a string holding the marker.
 bool isOurs(const QJsonValue& value);
 
+// The outcome of an install, for the main thread to publish.
+struct FileChange {
+    HookResult result;
+    // Codex's trust records from before its hooks.json was rewritten: no trust in the new file.
+    std::optional<QJsonObject> staleCodexTrust;
+};
+
 // Adds or refreshes the hooks. Nothing is written, and no backup is made, when the file already says
-// what we would write. Codex's trust in its hooks is marked stale when its file is rewritten, which is
-// why `defaults` is needed.
+// what we would write. A file that can't be read, or that holds a value of a shape we don't manage
+// under `hooks` or one of our events, is refused and left as it is. Touches files only, so it may run
+// off the main thread.
+[[nodiscard]] FileChange installFile(AgentKind kind);
+// Stores what the change means for the user defaults (Codex's stale trust). Main thread.
+void publish(const FileChange& change, UserDefaults& defaults);
+// installFile, then publish.
 [[nodiscard]] HookResult install(AgentKind kind, UserDefaults& defaults);
-// Removes our entries. A readable file is always backed up and written, even with nothing to remove.
+// Removes our entries. A readable file is written, even with nothing to remove; refused like install.
 [[nodiscard]] HookResult uninstall(AgentKind kind);
+// Why install would refuse the agent's file as it is now, if it would.
+[[nodiscard]] HookResult problem(AgentKind kind);
 // Clears the user's "disconnected" mark, then installs.
 [[nodiscard]] HookResult connect(AgentKind kind, UserDefaults& defaults);
 // Uninstalls, then marks the agent as disconnected by the user; on an error the mark is not set.
@@ -91,14 +107,14 @@ bool isInstalled(AgentKind kind);
 // The user-defaults key of the disconnected mark, such as "disconnected.claude".
 QString disconnectedKey(AgentKind kind);
 
-// Copies `path` into the backups folder as <folder>-<name>-<UTC stamp> and keeps only the 20 newest
-// backups across all agents. Nothing to do when the file doesn't exist.
+// Copies `path` into the backups folder as <folder>-<name>-<UTC stamp>, with the file's own mode, and
+// keeps the 20 newest backups across all agents and the oldest of each file, which holds the user's
+// original. Nothing to do when the file doesn't exist or is the same as its newest backup. The backups
+// folder and the support folder above it are private (0700).
 [[nodiscard]] HookResult backup(const QString& path);
 [[nodiscard]] HookResult backup(const QString& path, const QDateTime& now);
 inline constexpr int keptBackups = 20;
 
-// Pretty-printed, sorted keys, slashes unescaped, written atomically; the parent folder is created.
-[[nodiscard]] HookResult writeJSON(const QJsonObject& object, const QString& path);
 // Writes the plugin for OpenCode or Amp, refusing to replace a file of that name that isn't ours.
 [[nodiscard]] HookResult installPlugin(AgentKind kind, const QString& path);
 
@@ -125,10 +141,20 @@ QString snakeCase(const QString& name);
 // The trust records for our hooks.json, by snake-case event name; empty when config.toml is missing
 // or isn't UTF-8 text.
 QMap<QString, CodexTrust> codexTrustStates();
-// Whether Codex runs the hooks we installed.
+// Whether our hooks are in Codex's file, and Codex's trust records: the files behind its status.
+struct CodexTrustReading {
+    bool installed = false;
+    QMap<QString, CodexTrust> states;
+    bool operator==(const CodexTrustReading&) const = default;
+};
+// Reads both files; may run off the main thread.
+CodexTrustReading readCodexTrust();
+// Whether Codex runs the hooks we installed, from a reading and the stale hashes in the defaults.
+CodexHookStatus codexHookStatus(const CodexTrustReading& reading, const UserDefaults& defaults);
+// The same, reading the files now.
 CodexHookStatus codexHookStatus(const UserDefaults& defaults);
-// Remembers the hashes Codex trusts now: after we rewrite hooks.json they no longer mean trust.
-void markCodexTrustStale(UserDefaults& defaults);
+// The hashes Codex trusts now: after we rewrite hooks.json they no longer mean trust.
+QJsonObject codexTrustSnapshot();
 inline constexpr QLatin1String staleCodexTrustHashesKey{"staleCodexTrustHashes"};
 
 // Whether the agent is on this machine in any form; AgentEnvironment answers it in the app.

@@ -1,10 +1,8 @@
 #include "app/Preferences.h"
 
-#include "app/AutostartEntry.h"
 #include "base/UserDefaults.h"
 #include "support/TestSupport.h"
 
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QMetaProperty>
@@ -299,27 +297,4 @@ TEST_F(PreferencesTest, LaunchAtLoginRegistersOnEveryAssignmentAndLogsOnlyFailur
     EXPECT_EQ(LogCapture::lines(),
               QStringList{u"Mirrowisp: launch at login change failed: the session manager said no"_s});
     EXPECT_TRUE(defaults.keys().isEmpty()); // stored by the system only
-}
-
-TEST_F(PreferencesTest, LaunchAtLoginUsesTheAutostartEntryOfTheConfigHome) {
-    AutostartEntry autostart;
-    Preferences prefs(defaults, autostart);
-
-    prefs.setLaunchAtLogin(true);
-    EXPECT_TRUE(QFile::exists(autostart.entryPath()));
-    EXPECT_TRUE(prefs.launchAtLogin());
-    prefs.setLaunchAtLogin(false);
-    EXPECT_FALSE(QFile::exists(autostart.entryPath()));
-
-    // The autostart folder can't be made: the change fails, is logged, and the getter says so.
-    const QString folder = home.path() + u"/.config/autostart"_s;
-    ASSERT_TRUE(QDir(folder).removeRecursively());
-    QFile blocker(folder);
-    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-    const LogCapture log;
-    prefs.setLaunchAtLogin(true);
-    EXPECT_FALSE(prefs.launchAtLogin());
-    ASSERT_EQ(LogCapture::lines().size(), 1);
-    EXPECT_TRUE(LogCapture::lines().first().startsWith(u"Mirrowisp: launch at login change failed: "_s));
 }

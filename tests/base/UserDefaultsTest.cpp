@@ -6,11 +6,17 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <functional>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <vector>
 
 using namespace mirrowisp;
+using mirrowisp::test::drainMainQueue;
 using mirrowisp::test::LogCapture;
+using mirrowisp::test::ManualClock;
 using mirrowisp::test::TemporaryHome;
+using mirrowisp::test::waitUntil;
 
 namespace {
 
@@ -40,7 +46,8 @@ QJsonObject fileObject(const QString& path) {
 }
 
 QStringList entriesOf(const QString& folder) {
-    return QDir(folder).entryList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot | QDir::Hidden,
+                                  QDir::Name);
 }
 
 class UserDefaultsTest : public ::testing::Test {
@@ -52,44 +59,24 @@ protected:
 
 } // namespace
 
-TEST_F(UserDefaultsTest, RegisteredValueAnswersUntilTheUserWritesOneAndReturnsOnRemove) {
+TEST_F(UserDefaultsTest, AUserValueOfAnyTypeHidesTheRegisteredOneUntilRemoved) {
     UserDefaults defaults(path);
-    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}, {key("hoverDelay"), 0.05}});
-
+    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}, {key("width"), 140}});
+    defaults.registerDefaults(QVariantMap{{key("width"), 200.5}}); // the newer registration wins
+    EXPECT_EQ(defaults.doubleValue(key("width")), 200.5);
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_FALSE(defaults.contains(key("openOnHover")));
     EXPECT_FALSE(defaults.object(key("neverSet")).has_value());
 
-    defaults.set(key("openOnHover"), false);
-    EXPECT_EQ(defaults.boolValue(key("openOnHover")), false);
+    defaults.set(key("openOnHover"), key("yes"));
+    EXPECT_FALSE(defaults.boolValue(key("openOnHover")).has_value());
     EXPECT_TRUE(defaults.contains(key("openOnHover")));
 
     defaults.remove(key("openOnHover"));
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_FALSE(defaults.contains(key("openOnHover")));
-    EXPECT_FALSE(fileObject(path).contains(key("openOnHover")));
-
     // The registration domain is never written to the file.
-    EXPECT_FALSE(fileObject(path).contains(key("hoverDelay")));
-}
-
-TEST_F(UserDefaultsTest, RegisteringAgainTakesTheNewerValueAndAcceptsVariantMaps) {
-    UserDefaults defaults(path);
-    defaults.registerDefaults(QJsonObject{{key("width"), 140}, {key("style"), key("glass")}});
-    defaults.registerDefaults(QVariantMap{{key("width"), 200.5}});
-
-    EXPECT_EQ(defaults.doubleValue(key("width")), 200.5);
-    EXPECT_EQ(defaults.stringValue(key("style")), key("glass"));
-    EXPECT_EQ(defaults.registeredDefaults().size(), 2);
-}
-
-TEST_F(UserDefaultsTest, AUserValueOfTheWrongTypeHidesTheRegisteredOne) {
-    UserDefaults defaults(path);
-    defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
-    defaults.set(key("openOnHover"), key("yes"));
-
-    EXPECT_FALSE(defaults.boolValue(key("openOnHover")).has_value());
-    EXPECT_EQ(defaults.object(key("openOnHover")), QJsonValue(key("yes")));
+    EXPECT_EQ(fileObject(path), QJsonObject());
 }
 
 TEST_F(UserDefaultsTest, TypedReadsAnswerOnlyTheirOwnType) {
@@ -121,36 +108,30 @@ TEST_F(UserDefaultsTest, TypedReadsAnswerOnlyTheirOwnType) {
     EXPECT_FALSE(defaults.stringArray(key("string")).has_value());
 }
 
-TEST_F(UserDefaultsTest, ASecondStoreOnTheSameFileSeesEveryValue) {
+TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileThatASecondStoreReadsBack) {
+    QJsonObject expected;
     {
-        UserDefaults first(path);
-        first.set(key("didCompleteOnboarding"), true);
-        first.set(key("lastSeen.claude"), 1'800'000'000.123456);
-        first.set(key("lastLaunchedVersion"), key("1.4.0"));
-        first.set(key("activity.codex"), QJsonObject{{key("2027-01-15"), 3}});
-        first.set(key("homeWidgets"), QJsonArray{key("reminders")});
-        first.set(key("gone"), 1);
-        first.remove(key("gone"));
+        UserDefaults defaults(path);
+        const std::pair<const char*, QJsonValue> writes[] = {
+            {"zeta", 1},
+            {"alpha", key("a/b")},
+            {"mid", QJsonArray{true}},
+            {"lastSeen.claude", 1'800'000'000.123456},
+            {"activity.codex", QJsonObject{{key("2027-01-15"), 3}}},
+            {"alpha", 2.5}};
+        for (const auto& [name, value] : writes) {
+            defaults.set(key(name), value);
+            expected.insert(key(name), value);
+            EXPECT_EQ(fileObject(path), expected);
+            EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
+        }
+        defaults.set(key("gone"), 1);
+        defaults.remove(key("gone"));
     }
     const UserDefaults second(path);
-    EXPECT_EQ(second.boolValue(key("didCompleteOnboarding")), true);
-    EXPECT_EQ(second.doubleValue(key("lastSeen.claude")), 1'800'000'000.123456);
-    EXPECT_EQ(second.stringValue(key("lastLaunchedVersion")), key("1.4.0"));
-    EXPECT_EQ(second.dictionary(key("activity.codex")), QJsonObject({{key("2027-01-15"), 3}}));
-    EXPECT_EQ(second.stringArray(key("homeWidgets")), QStringList{key("reminders")});
-    EXPECT_FALSE(second.contains(key("gone")));
-}
-
-TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileAndNoTemporaryFiles) {
-    UserDefaults defaults(path);
-    QJsonObject expected;
-    const std::pair<const char*, QJsonValue> writes[] = {
-        {"zeta", 1}, {"alpha", key("a/b")}, {"mid", QJsonArray{true}}, {"alpha", 2.5}};
-    for (const auto& [name, value] : writes) {
-        defaults.set(key(name), value);
-        expected.insert(key(name), value);
-        EXPECT_EQ(fileObject(path), expected);
-        EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
+    EXPECT_EQ(second.keys(), expected.keys());
+    for (const QString& name : expected.keys()) {
+        EXPECT_EQ(second.object(name), expected.value(name)) << name.toStdString();
     }
     const QByteArray text = readBytes(path);
     EXPECT_LT(text.indexOf("\"alpha\""), text.indexOf("\"mid\""));
@@ -251,6 +232,44 @@ TEST_F(UserDefaultsTest, ValuesOfWrongTypesReadAsAbsentAndSurviveOtherWrites) {
     EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")}); // readable: nothing to keep aside
 }
 
+TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
+    ManualClock clock(1000);
+    std::vector<std::pair<double, std::function<void()>>> timers;
+    UserDefaults defaults(path);
+    defaults.coalesceWrites(clock, [&](double seconds, std::function<void()> work) {
+        timers.emplace_back(seconds, std::move(work));
+    });
+    const auto written = [&](int n) {
+        return waitUntil([&] {
+            return QJsonDocument::fromJson(readBytes(path)).object() == QJsonObject({{key("n"), n}});
+        });
+    };
+
+    defaults.set(key("n"), 1); // after a quiet second: at once
+    EXPECT_TRUE(written(1));
+    EXPECT_TRUE(timers.empty());
+    for (int n = 2; n <= 20'000; ++n) { // a prompt each, all within the second
+        clock.advance(0.00001);
+        defaults.set(key("n"), n);
+    }
+    EXPECT_EQ(defaults.object(key("n")), QJsonValue(20'000));
+    ASSERT_EQ(timers.size(), 1u);
+    EXPECT_NEAR(timers[0].first, 1.0, 0.25);
+    drainMainQueue();
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 1}}));
+
+    clock.set(1001);
+    timers[0].second(); // the second is over: the burst goes in one write
+    EXPECT_TRUE(written(20'000));
+
+    defaults.set(key("n"), 20'001);
+    ASSERT_EQ(timers.size(), 2u);
+    defaults.flush(); // at quit, without waiting for the timer
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+    timers[1].second();
+    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+}
+
 TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
     const QString blocker = home.path() + QStringLiteral("/blocker");
     writeBytes(blocker, "a file where a folder should be");
@@ -263,6 +282,26 @@ TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
     ASSERT_EQ(LogCapture::lines().size(), 1);
     EXPECT_TRUE(
         LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: user defaults write failed: ")));
+}
+
+TEST_F(UserDefaultsTest, AFifoOrALinkToADeviceIsMovedAsideUnreadAndReplaced) {
+    for (const bool fifo : {true, false}) {
+        SCOPED_TRACE(fifo ? "FIFO" : "link to /dev/zero");
+        QDir(folder).removeRecursively();
+        ASSERT_TRUE(QDir().mkpath(folder));
+        const QByteArray name = QFile::encodeName(path);
+        ASSERT_TRUE(fifo ? ::mkfifo(name.constData(), 0600) == 0
+                         : QFile::link(QStringLiteral("/dev/zero"), path));
+        LogCapture log;
+        UserDefaults defaults(path); // neither waits for a writer nor reads without end
+        defaults.set(key("k"), 1);
+        EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+        const QStringList entries = entriesOf(folder);
+        ASSERT_EQ(entries.size(), 2);
+        const QFileInfo kept(folder + QLatin1Char('/') + entries.at(1));
+        EXPECT_TRUE(fifo ? !kept.isFile() && !kept.isSymLink() : kept.isSymLink())
+            << entries.at(1).toStdString();
+    }
 }
 
 namespace {

@@ -166,28 +166,33 @@ TEST_F(AgentEnvironmentTest, FindsToolsOnTheLoginShellsPath) {
     EXPECT_EQ(found.clis.value(AgentKind::cursor), at("tools/cursor-agent"));
 }
 
-TEST_F(AgentEnvironmentTest, TreatsEmptyAndBlankValuesAsUnset) {
+TEST_F(AgentEnvironmentTest, ReadsEachShellsProfileAndTreatsBlankValuesAsUnset) {
     environment_.set("XDG_CONFIG_HOME", "/elsewhere"); // the app's own value must not leak through
-    writeFile(at(".bash_profile"), "export XDG_CONFIG_HOME=\nexport CLAUDE_CONFIG_DIR='  '\n");
-    const Locations found = probe(bash, home(), 5.0);
-    EXPECT_EQ(found.dir(AgentKind::opencode), at(".config/opencode"));
-    EXPECT_EQ(found.dir(AgentKind::claude), at(".claude"));
-}
-
-TEST_F(AgentEnvironmentTest, ReadsAPosixShellsProfileToo) {
-    writeFile(at(".profile"), "echo 'dash says hi'\nCODEX_HOME=/posix; export CODEX_HOME\n");
-    const Locations found = probe(QStringLiteral("/bin/sh"), home(), 5.0);
-    EXPECT_EQ(found.dir(AgentKind::codex), QStringLiteral("/posix"));
-}
-
-TEST_F(AgentEnvironmentTest, KeepsTheValuesBehindAMegabytesLongBanner) {
-    writeFile(at(".bash_profile"),
-              "head -c 8000000 /dev/zero | tr '\\0' '#'\necho\nexport CODEX_HOME=/big\n");
-    QElapsedTimer clock;
-    clock.start();
-    const Locations found = probe(bash, home(), 10.0);
-    EXPECT_EQ(found.dir(AgentKind::codex), QStringLiteral("/big"));
-    EXPECT_LT(clock.elapsed(), 10000);
+    struct Case {
+        const char* name;
+        QString shell;
+        const char* profile;
+        QByteArray text;
+        AgentKind agent;
+        QString dir;
+    };
+    const QByteArray blank = "export XDG_CONFIG_HOME=\nexport CLAUDE_CONFIG_DIR='  '\n";
+    const Case cases[] = {
+        {"blank XDG", bash, ".bash_profile", blank, AgentKind::opencode, at(".config/opencode")},
+        {"blank Claude", bash, ".bash_profile", blank, AgentKind::claude, at(".claude")},
+        {"POSIX shell", QStringLiteral("/bin/sh"), ".profile",
+         "echo 'dash says hi'\nCODEX_HOME=/posix; export CODEX_HOME\n", AgentKind::codex,
+         QStringLiteral("/posix")},
+        {"megabytes of banner", bash, ".bash_profile",
+         "head -c 8000000 /dev/zero | tr '\\0' '#'\necho\nexport CODEX_HOME=/big\n", AgentKind::codex,
+         QStringLiteral("/big")},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeFile(at(c.profile), c.text);
+        EXPECT_EQ(probe(c.shell, home(), 10.0).dir(c.agent), c.dir);
+        QFile::remove(at(c.profile));
+    }
 }
 
 TEST_F(AgentEnvironmentTest, FallsBackOnTheDefaultsWhenTheShellNeverAnswers) {

@@ -200,12 +200,6 @@ TEST_F(PluginTest, OnlyOpenCodeAndAmpHavePluginsAndBothCarryTheMarker) {
             EXPECT_TRUE(source->contains(QStringLiteral("\nconst BRIDGE = \"/x/bin/mirrowisp-bridge\"\n")));
         }
     }
-    EXPECT_TRUE(AgentPlugins::source(AgentKind::amp, QStringLiteral("/b"))
-                    ->startsWith(QStringLiteral(
-                        "// Mirrowisp: shows this agent's sessions in your Mac's notch. Managed "
-                        "by Mirrowisp (mirrowisp-bridge); edits are replaced.\n")));
-    EXPECT_TRUE(AgentPlugins::source(AgentKind::opencode, QStringLiteral("/b"))
-                    ->contains(QStringLiteral("\nexport const Mirrowisp = async")));
 }
 
 TEST_F(PluginTest, ABridgePathWithQuotesIsOneStringLiteral) {
@@ -229,16 +223,7 @@ TEST_F(PluginTest, ABridgePathWithQuotesIsOneStringLiteral) {
     EXPECT_EQ(QString::fromUtf8(run.out), odd + QLatin1Char('\n'));
 }
 
-TEST_F(PluginTest, BothPluginsAreValidModulesForNode) {
-    if (node_.isEmpty()) {
-        GTEST_SKIP() << "node is not installed";
-    }
-    for (const AgentKind kind : {AgentKind::opencode, AgentKind::amp}) {
-        const NodeRun run = runNode({QStringLiteral("--check"), writeModule(kind)}, home());
-        EXPECT_EQ(run.exitCode, 0) << AgentKinds::rawValue(kind).toStdString() << ": " << run.err.constData();
-    }
-}
-
+// The harnesses load each plugin as node would, so a plugin that is no valid module fails here too.
 TEST_F(PluginTest, TheAmpPluginSendsClaudeShapedEventsOneWay) {
     if (node_.isEmpty()) {
         GTEST_SKIP() << "node is not installed";
@@ -356,7 +341,6 @@ TEST_F(PluginTest, TheOpenCodePluginAsksAnswersAndWithdraws) {
 
 TEST_F(HookTest, APluginIsWrittenAsItsSourceAndReplacedOnlyIfOurs) {
     const QString path = HookInstaller::integration(AgentKind::opencode).file;
-    EXPECT_EQ(path, home() + QStringLiteral("/.config/opencode/plugins/mirrowisp.ts"));
     ASSERT_FALSE(HookInstaller::install(AgentKind::opencode, defaults()));
     const QByteArray source =
         AgentPlugins::source(AgentKind::opencode, HookInstaller::bridgeLinkPath())->toUtf8();

@@ -56,18 +56,6 @@ QString linkTarget(const QString& path) {
 
 } // namespace
 
-TEST_F(HookTest, TheCommandTextHasOneShapeForCursorAndOneForTheRest) {
-    const QString path = support() + QStringLiteral("/bin/mirrowisp-bridge");
-    EXPECT_EQ(HookInstaller::command(AgentKind::cursor, false),
-              QStringLiteral("/bin/sh -c '[ -x \"") + path + QStringLiteral("\" ] && exec \"") + path +
-                  QStringLiteral("\" --agent cursor || echo \"{}\"'"));
-    EXPECT_EQ(HookInstaller::command(AgentKind::claude, true),
-              QStringLiteral("/bin/sh -c '[ ! -x \"") + path + QStringLiteral("\" ] || exec \"") + path +
-                  QStringLiteral("\" --agent claude --statusline'"));
-    EXPECT_TRUE(
-        HookInstaller::command(AgentKind::copilot, false).endsWith(QStringLiteral("--agent copilot'")));
-}
-
 TEST_F(HookTest, ASupportFolderWithBlanksAndQuotesSurvivesTheShell) {
     // Blanks and single quotes are what home folders hold; the command quotes both.
     const QString odd = home() + QStringLiteral("/Ann's Mirrowisp 'support' dir");
@@ -153,20 +141,4 @@ TEST_F(HookTest, TheBridgeLinkPointsAtTheToolAndIsReplacedWhenItPointsElsewhere)
     EXPECT_EQ(QDir(QFileInfo(link).absolutePath())
                   .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
               QStringList{QStringLiteral("mirrowisp-bridge")});
-}
-
-TEST_F(HookTest, StatusMessagesAreClaudesPermissionAndEveryCodexEvent) {
-    const QString permission = QStringLiteral("PermissionRequest");
-    const QString stop = QStringLiteral("Stop");
-    EXPECT_EQ(HookInstaller::statusMessage(permission, AgentKind::claude),
-              QStringLiteral("Mirrowisp: approvals in the notch"));
-    EXPECT_EQ(HookInstaller::statusMessage(stop, AgentKind::claude), std::nullopt);
-    EXPECT_EQ(HookInstaller::statusMessage(permission, AgentKind::codex),
-              QStringLiteral("Waiting for your approval in Mirrowisp"));
-    EXPECT_EQ(HookInstaller::statusMessage(stop, AgentKind::codex),
-              QStringLiteral("Mirrowisp: session status"));
-    for (const AgentKind kind :
-         {AgentKind::cursor, AgentKind::devin, AgentKind::gemini, AgentKind::copilot}) {
-        EXPECT_EQ(HookInstaller::statusMessage(permission, kind), std::nullopt);
-    }
 }

@@ -8,6 +8,11 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 using namespace mirrowisp;
 using mirrowisp::test::HookTest;
@@ -33,15 +38,6 @@ QJsonObject expected(AgentKind kind, const char* json) {
     return document.object();
 }
 
-QStringList keysOf(const QJsonValue& value) {
-    return value.toObject().keys();
-}
-
-QStringList sorted(QStringList list) {
-    list.sort();
-    return list;
-}
-
 // Moves the file's modification time into the past, so that any write would show.
 QDateTime age(const QString& path) {
     QFile file(path);
@@ -55,30 +51,6 @@ QDateTime age(const QString& path) {
 
 // ---- What install writes, agent by agent ----
 
-TEST_F(HookTest, ClaudeInstallKeepsTheUsersKeysAndGroupsAndAddsOursAfterThem) {
-    writeBytes(settingsOf(AgentKind::claude), R"({
-  "model": "opus", "env": {"A": "1"},
-  "hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"type": "command", "command": "my-linter"}]}]}
-})");
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-
-    const QJsonObject file = readObject(settingsOf(AgentKind::claude));
-    EXPECT_EQ(file.value(QStringLiteral("model")).toString(), QStringLiteral("opus"));
-    EXPECT_EQ(file.value(QStringLiteral("env")).toObject(), parse(R"({"A": "1"})"));
-    const QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
-    EXPECT_EQ(sorted(hooks.keys()), sorted(HookInstaller::integration(AgentKind::claude).events));
-    EXPECT_EQ(hooks.value(QStringLiteral("PreToolUse")), expected(AgentKind::claude, R"({"x": [
-        {"matcher": "Bash", "hooks": [{"type": "command", "command": "my-linter"}]},
-        {"hooks": [{"command": $C, "timeout": 10, "type": "command"}]}]})")
-                                                             .value(QStringLiteral("x")));
-    EXPECT_EQ(hooks.value(QStringLiteral("PermissionRequest")), expected(AgentKind::claude, R"({"x": [
-        {"hooks": [{"command": $C, "timeout": 86400, "type": "command",
-                    "statusMessage": "Mirrowisp: approvals in the notch"}]}]})")
-                                                                    .value(QStringLiteral("x")));
-    EXPECT_EQ(file.value(QStringLiteral("statusLine")).toObject(),
-              expected(AgentKind::claude, R"({"command": $S, "padding": 0, "type": "command"})"));
-}
-
 TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
     struct Case {
         AgentKind kind;
@@ -87,6 +59,12 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
         int eventCount;
     };
     const Case cases[] = {
+        {AgentKind::claude, "PreToolUse",
+         R"({"x": [{"hooks": [{"command": $C, "timeout": 10, "type": "command"}]}]})", 14},
+        {AgentKind::claude, "PermissionRequest",
+         R"({"x": [{"hooks": [{"command": $C, "timeout": 86400, "type": "command",
+                               "statusMessage": "Mirrowisp: approvals in the notch"}]}]})",
+         14},
         {AgentKind::codex, "PreToolUse",
          R"({"x": [{"hooks": [{"command": $C, "timeout": 10, "type": "command",
                                "statusMessage": "Mirrowisp: session status"}]}]})",
@@ -116,36 +94,16 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
         EXPECT_EQ(hooks.size(), c.eventCount);
         EXPECT_EQ(hooks.value(QString::fromLatin1(c.event)),
                   expected(c.kind, c.entries).value(QStringLiteral("x")));
-        EXPECT_FALSE(file.contains(QStringLiteral("statusLine")));
+        // Only Claude has a status line, and it is ours while the user has none.
+        EXPECT_EQ(file.value(QStringLiteral("statusLine")).toObject(),
+                  c.kind == AgentKind::claude
+                      ? expected(c.kind, R"({"command": $S, "padding": 0, "type": "command"})")
+                      : QJsonObject());
         const bool versioned = c.kind == AgentKind::cursor || c.kind == AgentKind::copilot;
         EXPECT_EQ(file.contains(QStringLiteral("version")), versioned);
+        // Sorted, indented for people, and slashes as they are.
+        EXPECT_EQ(readBytes(settingsOf(c.kind)), QJsonDocument(file).toJson(QJsonDocument::Indented));
     }
-}
-
-TEST_F(HookTest, CopilotsOwnFileIsWrittenSortedIndentedAndWithPlainSlashes) {
-    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    QByteArray entry = R"({
-                "bash": "$C",
-                "timeoutSec": 10,
-                "type": "command"
-            })";
-    QByteArray command = HookInstaller::command(AgentKind::copilot, false).toUtf8();
-    command.replace("\"", "\\\"");
-    entry.replace("$C", command);
-    QByteArray text = "{\n    \"hooks\": {\n";
-    const QStringList events = {QStringLiteral("PostToolUse"), QStringLiteral("PostToolUseFailure"),
-                                QStringLiteral("PreCompact"),  QStringLiteral("PreToolUse"),
-                                QStringLiteral("SessionEnd"),  QStringLiteral("SessionStart"),
-                                QStringLiteral("Stop"),        QStringLiteral("UserPromptSubmit")};
-    for (const QString& event : events) {
-        text += "        \"" + event.toUtf8() + "\": [\n            " + entry + "\n        ],\n";
-    }
-    QByteArray notification = entry;
-    notification.replace("\"timeoutSec\"", "\"matcher\": \"permission_prompt|elicitation_dialog\",\n"
-                                           "                \"timeoutSec\"");
-    text += "        \"notification\": [\n            " + notification + "\n        ]\n    },\n";
-    text += "    \"version\": 1\n}\n";
-    EXPECT_EQ(readBytes(settingsOf(AgentKind::copilot)), text);
 }
 
 TEST_F(HookTest, AnExistingVersionStaysAndAMissingOneBecomesOne) {
@@ -173,6 +131,10 @@ TEST_F(HookTest, InstallingAgainChangesNothingForEveryAgent) {
         SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
         ASSERT_FALSE(HookInstaller::install(kind, defaults()));
         const QString path = settingsOf(kind);
+        if (HookInstaller::integration(kind).kind != HookInstaller::Integration::Kind::plugin) {
+            // The same content in other words, as another tool might have rewritten it.
+            writeBytes(path, QJsonDocument(readObject(path)).toJson(QJsonDocument::Compact));
+        }
         const QByteArray before = readBytes(path);
         const QDateTime time = age(path);
         clearBackups();
@@ -181,20 +143,6 @@ TEST_F(HookTest, InstallingAgainChangesNothingForEveryAgent) {
         EXPECT_EQ(QFileInfo(path).lastModified(), time);
         EXPECT_TRUE(backups().isEmpty());
     }
-}
-
-TEST_F(HookTest, AFileThatSaysTheSameInOtherWordsIsNotRewritten) {
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    const QString path = settingsOf(AgentKind::claude);
-    // The same content, compact, as another tool might have rewritten it.
-    const QByteArray compact = QJsonDocument(readObject(path)).toJson(QJsonDocument::Compact);
-    writeBytes(path, compact);
-    const QDateTime time = age(path);
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_EQ(readBytes(path), compact);
-    EXPECT_EQ(QFileInfo(path).lastModified(), time);
-    EXPECT_TRUE(backups().isEmpty());
 }
 
 TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
@@ -214,46 +162,104 @@ TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
 
 // ---- Files we must not touch ----
 
-TEST_F(HookTest, AnUnreadableSettingsFileIsNeverWrittenNorBackedUp) {
-    const std::pair<const char*, QByteArray> contents[] = {
-        {"line comment", "{\n  // mine\n  \"model\": \"opus\"\n}\n"},
-        {"block comment", "/* mine */ {\"model\": \"opus\"}"},
-        {"trailing comma", "{\"model\": \"opus\",}"},
-        {"trailing comma in a list", "{\"hooks\": {\"Stop\": [{\"command\": \"x\"},]}}"},
-        {"top-level array", "[]"},
-        {"top-level string", "\"settings\""},
-        {"not UTF-8", "{\"model\": \"op\xff\xfeus\"}"},
-        {"Latin-1 text", "{\"name\": \"Jos\xe9\"}"},
-        {"raw control character", "{\"model\": \"a\x01z\"}"},
-        {"two objects", "{} {}"},
-        {"cut short", "{\"hooks\": {"},
+// Every file install refuses: nothing written or backed up, on connect or disconnect, and the agent
+// reported as blocked by it.
+TEST_F(HookTest, ARefusedSettingsFileIsNeverWrittenNorBackedUp) {
+    enum class Make { bytes, folder, fifo, linkToDevZero, oversized };
+    struct Case {
+        const char* name;
+        AgentKind agent;
+        QByteArray bytes;
+        const char* unexpectedKey = nullptr; // else unreadable
+        Make make = Make::bytes;
+        const char* reason = "";
     };
-    for (const auto& [name, bytes] : contents) {
-        SCOPED_TRACE(name);
-        const QString path = settingsOf(AgentKind::claude);
-        writeBytes(path, bytes);
-        EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::unreadable);
+    const Case cases[] = {
+        {"line comment", AgentKind::claude, "{\n  // mine\n  \"model\": \"opus\"\n}\n"},
+        {"block comment", AgentKind::claude, "/* mine */ {\"model\": \"opus\"}"},
+        {"trailing comma", AgentKind::claude, "{\"model\": \"opus\",}"},
+        {"trailing comma in a list", AgentKind::claude, "{\"hooks\": {\"Stop\": [{\"command\": \"x\"},]}}"},
+        {"top-level array", AgentKind::claude, "[]"},
+        {"top-level string", AgentKind::claude, "\"settings\""},
+        {"not UTF-8", AgentKind::claude, "{\"model\": \"op\xff\xfeus\"}"},
+        {"Latin-1 text", AgentKind::claude, "{\"name\": \"Jos\xe9\"}"},
+        {"raw control character", AgentKind::claude, "{\"model\": \"a\x01z\"}"},
+        {"two objects", AgentKind::claude, "{} {}"},
+        {"cut short", AgentKind::claude, "{\"hooks\": {"},
+        {"a folder", AgentKind::gemini, {}, nullptr, Make::folder, "not a regular file"},
+        {"a FIFO", AgentKind::claude, {}, nullptr, Make::fifo, "not a regular file"},
+        {"a link to /dev/zero", AgentKind::codex, {}, nullptr, Make::linkToDevZero, "not a regular file"},
+        {"over 16 MB", AgentKind::cursor, {}, nullptr, Make::oversized, "too large to read"},
+        {"string event", AgentKind::claude, R"({"hooks": {"Stop": "echo done"}})", "hooks.Stop"},
+        {"object event", AgentKind::claude, R"({"hooks": {"SessionStart": {"command": "x"}}})",
+         "hooks.SessionStart"},
+        {"null event", AgentKind::claude, R"({"hooks": {"PreCompact": null}})", "hooks.PreCompact"},
+        {"hooks a string", AgentKind::codex, R"({"hooks": "none"})", "hooks"},
+        {"hooks a list", AgentKind::codex, R"({"hooks": [1, 2]})", "hooks"},
+        {"hooks null", AgentKind::codex, R"({"hooks": null})", "hooks"},
+        {"Gemini object event", AgentKind::gemini, R"({"hooks": {"BeforeTool": {"a": 1}}})",
+         "hooks.BeforeTool"},
+        {"list of numbers", AgentKind::devin, R"({"hooks": {"Stop": [1]}})", "hooks.Stop"},
+        {"Cursor string event", AgentKind::cursor, R"({"version": 1, "hooks": {"stop": "x"}})", "hooks.stop"},
+        {"Copilot notification", AgentKind::copilot, R"({"hooks": {"notification": 3}})",
+         "hooks.notification"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = settingsOf(c.agent);
+        const QByteArray name = QFile::encodeName(path);
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        QByteArray bytes = c.bytes;
+        switch (c.make) {
+        case Make::bytes:
+            break;
+        case Make::folder:
+            ASSERT_TRUE(QDir().mkpath(path));
+            break;
+        case Make::fifo:
+            ASSERT_EQ(::mkfifo(name.constData(), 0600), 0);
+            break;
+        case Make::linkToDevZero:
+            ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), path));
+            break;
+        case Make::oversized:
+            bytes = "{\"a\": \"" + QByteArray(16 * 1024 * 1024, 'x') + "\"}";
+            break;
+        }
+        if (!bytes.isEmpty()) {
+            writeBytes(path, bytes);
+        }
+        struct stat before {};
+        ASSERT_EQ(::lstat(name.constData(), &before), 0);
+        const HookError expected = c.unexpectedKey
+                                       ? HookError::unexpected(path, QString::fromLatin1(c.unexpectedKey))
+                                       : HookError::unreadable(path, QString::fromLatin1(c.reason));
 
-        const HookResult installed = HookInstaller::install(AgentKind::claude, defaults());
-        ASSERT_TRUE(installed);
-        EXPECT_EQ(*installed, HookError::unreadable(path));
-        EXPECT_EQ(installed->message(), QStringLiteral("Mirrowisp cannot read ") + path +
-                                            QStringLiteral(". Fix the file, then try again."));
-        EXPECT_EQ(HookInstaller::uninstall(AgentKind::claude), HookError::unreadable(path));
-        EXPECT_EQ(HookInstaller::disconnect(AgentKind::claude, defaults()), HookError::unreadable(path));
-        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
-        EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-        EXPECT_EQ(readBytes(path), bytes);
+        EXPECT_EQ(HookInstaller::install(c.agent, defaults()), expected);
+        EXPECT_EQ(HookInstaller::uninstall(c.agent), expected);
+        EXPECT_EQ(HookInstaller::disconnect(c.agent, defaults()), expected);
+        EXPECT_EQ(HookInstaller::connect(c.agent, defaults()), expected);
+        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(c.agent, defaults()));
+        const AgentSetup setup = HookInstaller::setup(c.agent, 1.0, defaults(), {});
+        EXPECT_EQ(setup.kind, AgentSetup::Kind::unreadableConfig);
+        EXPECT_EQ(setup.unexpectedKey, c.unexpectedKey ? std::optional(expected.detail) : std::nullopt);
+        if (c.unexpectedKey) {
+            EXPECT_TRUE(expected.message().contains(QStringLiteral("cannot install: ") + path +
+                                                    QStringLiteral(" has an unexpected ") + expected.detail));
+        }
+        struct stat after {};
+        ASSERT_EQ(::lstat(name.constData(), &after), 0);
+        EXPECT_EQ(after.st_mode, before.st_mode);
+        if (!bytes.isEmpty()) {
+            EXPECT_EQ(readBytes(path), bytes);
+        }
         EXPECT_TRUE(backups().isEmpty());
+        if (QFileInfo(path).isDir() && !QFileInfo(path).isSymLink()) {
+            QDir(path).removeRecursively();
+        } else {
+            ::unlink(name.constData());
+        }
     }
-}
-
-TEST_F(HookTest, AFolderWhereTheSettingsFileShouldBeIsUnreadable) {
-    const QString path = settingsOf(AgentKind::gemini);
-    ASSERT_TRUE(QDir().mkpath(path));
-    EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::unreadable);
-    EXPECT_EQ(HookInstaller::install(AgentKind::gemini, defaults()), HookError::unreadable(path));
-    EXPECT_TRUE(QFileInfo(path).isDir());
 }
 
 TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
@@ -263,7 +269,7 @@ TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
         EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::missing);
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(AgentKind::devin, defaults()));
-        EXPECT_EQ(keysOf(readObject(path).value(QStringLiteral("hooks"))).size(), 7);
+        EXPECT_EQ(readObject(path).value(QStringLiteral("hooks")).toObject().size(), 7);
         clearBackups(); // install backed up the blank file within this second
         EXPECT_EQ(HookInstaller::uninstall(AgentKind::devin), std::nullopt);
         QFile::remove(path);
@@ -272,126 +278,79 @@ TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
               HookInstaller::ConfigFile::State::missing);
 }
 
-// ---- Foreign entries ----
+// ---- Foreign entries, and uninstall ----
 
-TEST_F(HookTest, ForeignEntriesOfEveryShapeSurviveInstallAndUninstall) {
-    const char* user = R"json({
-      "hooks": {
-        "MyOwnEvent": "just a string",
-        "Counter": 3,
-        "Flags": {"a": true},
-        "Mixed": [{"command": "mirrowisp-bridge but not a list of objects"}, 7],
-        "Empty": null,
-        "Stop": [{"command": "echo flat"}, {"bash": "echo bash"},
-                 {"matcher": "*", "hooks": [{"type": "command", "command": "notify-me"}]},
-                 {"something": "else"}]
-      },
-      "permissions": {"allow": ["Bash(ls:*)"]}
-    })json";
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, user);
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    const QJsonObject hooks = readObject(path).value(QStringLiteral("hooks")).toObject();
-    const QJsonObject theirs = parse(user).value(QStringLiteral("hooks")).toObject();
-    for (const char* key : {"MyOwnEvent", "Counter", "Flags", "Mixed", "Empty"}) {
-        EXPECT_EQ(hooks.value(QString::fromLatin1(key)), theirs.value(QString::fromLatin1(key))) << key;
-    }
-    const QJsonArray stop = hooks.value(QStringLiteral("Stop")).toArray();
-    ASSERT_EQ(stop.size(), 5);
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(stop.at(i), theirs.value(QStringLiteral("Stop")).toArray().at(i));
-    }
-
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path), parse(user));
-    EXPECT_EQ(backups().size(), 1);
-}
-
-TEST_F(HookTest, HooksThatAreNoObjectAreReplacedByOurs) {
-    for (const char* json : {R"({"hooks": "none"})", R"({"hooks": [1, 2]})", R"({"hooks": null})"}) {
-        SCOPED_TRACE(json);
-        const QString path = settingsOf(AgentKind::codex);
-        writeBytes(path, json);
+// Install keeps every value of the user's and adds ours after theirs; uninstall gives back their file.
+TEST_F(HookTest, InstallThenUninstallGivesBackTheUsersFile) {
+    struct Case {
+        const char* name;
+        AgentKind agent;
+        const char* user;  // nullptr: no file
+        const char* after; // nullptr: the user's file again; "": no file
+    };
+    const Case cases[] = {
+        {"foreign entries of every shape", AgentKind::claude, R"json({
+          "hooks": {"MyOwnEvent": "just a string", "Counter": 3, "Flags": {"a": true},
+                    "Mixed": [{"command": "mirrowisp-bridge but not a list of objects"}, 7], "Empty": null,
+                    "Stop": [{"command": "echo flat"}, {"bash": "echo bash"},
+                             {"matcher": "*", "hooks": [{"type": "command", "command": "notify-me"}]},
+                             {"something": "else"}]},
+          "permissions": {"allow": ["Bash(ls:*)"]}})json",
+         nullptr},
+        {"the user's status line", AgentKind::claude,
+         R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})", nullptr},
+        {"no hooks of the user's", AgentKind::claude, R"({"theme": "dark"})", nullptr},
+        {"our hook inside the user's group", AgentKind::claude,
+         R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": $C}, {"command": "mine"}]}]}})",
+         R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": "mine"}]}]}})"},
+        {"Copilot's file with the user's hooks", AgentKind::copilot,
+         R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})", nullptr},
+        {"Copilot's file, ours alone", AgentKind::copilot, nullptr, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = settingsOf(c.agent);
+        QFile::remove(path);
+        const QJsonObject user = c.user ? expected(c.agent, c.user) : QJsonObject();
+        if (c.user) {
+            writeBytes(path, QJsonDocument(user).toJson());
+        }
         clearBackups();
-        ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
-        EXPECT_EQ(keysOf(readObject(path).value(QStringLiteral("hooks"))).size(), 11);
-        EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::codex));
+        ASSERT_FALSE(HookInstaller::install(c.agent, defaults()));
+        EXPECT_TRUE(HookInstaller::isInstalled(c.agent));
+        const QJsonObject hooks = readObject(path).value(QStringLiteral("hooks")).toObject();
+        // What is the user's: the file as uninstall leaves it.
+        const bool gone = c.after && *c.after == '\0';
+        const QJsonObject left = gone ? QJsonObject() : c.after ? expected(c.agent, c.after) : user;
+        const QJsonObject theirs = left.value(QStringLiteral("hooks")).toObject();
+        for (auto it = theirs.begin(); it != theirs.end(); ++it) {
+            SCOPED_TRACE(it.key().toStdString());
+            QJsonValue now = hooks.value(it.key());
+            if (HookInstaller::integration(c.agent).events.contains(it.key())) {
+                QJsonArray list = now.toArray();
+                EXPECT_TRUE(HookInstaller::containsMarker(list.takeAt(list.size() - 1).toObject()));
+                now = list; // ours comes last, after theirs
+            }
+            EXPECT_EQ(now, it.value());
+        }
+
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::uninstall(c.agent));
+        EXPECT_FALSE(HookInstaller::isInstalled(c.agent));
+        if (gone) {
+            EXPECT_FALSE(QFile::exists(path));
+        } else {
+            EXPECT_EQ(readObject(path), left);
+        }
+        EXPECT_EQ(backups().size(), 1);
     }
-}
-
-TEST_F(HookTest, AUsersHookBesideOursInOneGroupStaysAfterUninstall) {
-    const QString path = settingsOf(AgentKind::claude);
-    const QString ours = HookInstaller::command(AgentKind::claude, false);
-    QJsonObject group{{QStringLiteral("matcher"), QStringLiteral("Bash")},
-                      {QStringLiteral("hooks"),
-                       QJsonArray{QJsonObject{{QStringLiteral("command"), ours}},
-                                  QJsonObject{{QStringLiteral("command"), QStringLiteral("mine")}}}}};
-    writeBytes(path,
-               QJsonDocument(QJsonObject{{QStringLiteral("hooks"),
-                                          QJsonObject{{QStringLiteral("PreToolUse"), QJsonArray{group}}}}})
-                   .toJson());
-    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path),
-              parse(R"({"hooks": {"PreToolUse": [{"matcher": "Bash", "hooks": [{"command": "mine"}]}]}})"));
-    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-}
-
-TEST_F(HookTest, AUsersOwnStatusLineIsLeftByInstallAndUninstall) {
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})");
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_EQ(readObject(path).value(QStringLiteral("statusLine")).toObject(),
-              parse(R"({"type": "command", "command": "~/bin/my-status"})"));
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path),
-              parse(R"({"statusLine": {"type": "command", "command": "~/bin/my-status"}})"));
-}
-
-// ---- Uninstall ----
-
-TEST_F(HookTest, UninstallTakesOutOurHooksAndStatusLineAndDropsAnEmptyHooksKey) {
-    const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"theme": "dark"})");
-    ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
-    EXPECT_EQ(readObject(path), parse(R"({"theme": "dark"})"));
-    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-    EXPECT_EQ(backups().size(), 1);
-}
-
-TEST_F(HookTest, UninstallAlwaysBacksUpAndWritesAReadableFile) {
-    const QString path = settingsOf(AgentKind::gemini);
-    writeBytes(path, R"({"theme":"dark"})");
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::gemini));
-    EXPECT_EQ(backups().size(), 1);
-    EXPECT_EQ(readBytes(path), QJsonDocument(parse(R"({"theme":"dark"})")).toJson());
-    EXPECT_FALSE(HookInstaller::uninstall(AgentKind::cursor)); // no file: nothing to do
-    EXPECT_FALSE(QFile::exists(settingsOf(AgentKind::cursor)));
-}
-
-TEST_F(HookTest, CopilotsFileGoesUnlessItHoldsForeignHooks) {
-    const QString path = settingsOf(AgentKind::copilot);
-    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::copilot));
-    EXPECT_FALSE(QFile::exists(path));
-
-    writeBytes(path, R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})");
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    clearBackups();
-    ASSERT_FALSE(HookInstaller::uninstall(AgentKind::copilot));
-    EXPECT_EQ(readObject(path),
-              parse(R"({"version": 1, "hooks": {"Stop": [{"type": "command", "bash": "say done"}]}})"));
 }
 
 // ---- Connect and disconnect ----
 
 TEST_F(HookTest, DisconnectRemovesTheHooksAndRemembersConnectUndoesBoth) {
+    ASSERT_FALSE(HookInstaller::disconnect(AgentKind::cursor, defaults())); // no file: nothing to do
+    EXPECT_FALSE(QFile::exists(settingsOf(AgentKind::cursor)));
     ASSERT_FALSE(HookInstaller::connect(AgentKind::gemini, defaults()));
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::gemini));
     EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::gemini, defaults()));
@@ -410,71 +369,122 @@ TEST_F(HookTest, DisconnectRemovesTheHooksAndRemembersConnectUndoesBoth) {
 
 // ---- Backups ----
 
-TEST_F(HookTest, ABackupIsNamedAfterFolderFileAndTime) {
+TEST_F(HookTest, BackupsAreNamedByTimeSkipRepeatsAndNeverOverwriteEachOther) {
     const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"a": 1})");
+    const QString folder = HookInstaller::backupsDirectory();
     const QDateTime when(QDate(2026, 1, 31), QTime(9, 15, 0), Qt::UTC);
+    writeBytes(path, R"({"a": 1})");
     ASSERT_FALSE(HookInstaller::backup(path, when));
     EXPECT_EQ(backups(), QStringList{QStringLiteral("claude-settings.json-2026-01-31T09-15-00Z")});
-    EXPECT_EQ(readBytes(HookInstaller::backupsDirectory() +
-                        QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+    EXPECT_EQ(readBytes(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
               QByteArray(R"({"a": 1})"));
-    EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
+    // The same content again is no new backup, however much later.
+    ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(3600)));
     EXPECT_EQ(backups().size(), 1);
+    // New content within the same second collides: the change fails rather than lose the first backup.
+    writeBytes(path, R"({"a": 2})");
+    const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
+    EXPECT_EQ(readBytes(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+              QByteArray(R"({"a": 1})"));
+    ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(60)));
+    EXPECT_EQ(backups().size(), 2);
+    EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
+    EXPECT_EQ(backups().size(), 2);
 }
 
-TEST_F(HookTest, TheTwentyFirstBackupDeletesTheOldestWhicheverAgentItBelongedTo) {
+TEST_F(HookTest, PruningKeepsTheTwentyNewestAndTheFirstBackupOfEachFile) {
     const QString folder = HookInstaller::backupsDirectory();
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    for (int i = 0; i < 20; ++i) {
-        const QString name = folder + QStringLiteral("/%1-settings.json-old%2")
-                                          .arg(QString::fromLatin1(i % 2 ? "gemini" : "codex"))
-                                          .arg(i);
-        writeBytes(name, "{}");
-        QFile file(name);
+    const QDateTime start(QDate(2026, 1, 1), QTime(0, 0, 0), Qt::UTC);
+    const auto name = [&](int i) {
+        return QStringLiteral("codex-hooks.json-") +
+               start.addSecs(i).toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ"));
+    };
+    for (int i = 0; i < 22; ++i) {
+        writeBytes(folder + QLatin1Char('/') + name(i), QByteArray::number(i));
+        QFile file(folder + QLatin1Char('/') + name(i));
         ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-        // old0 is the oldest, old19 the newest.
-        ASSERT_TRUE(file.setFileTime(now.addSecs(-1000 + i), QFileDevice::FileModificationTime));
+        ASSERT_TRUE(file.setFileTime(start.addSecs(i), QFileDevice::FileModificationTime)); // 0 the oldest
     }
     writeBytes(settingsOf(AgentKind::claude), R"({"b": 2})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
 
     const QStringList names = backups();
-    EXPECT_EQ(names.size(), 20);
-    EXPECT_FALSE(names.contains(QStringLiteral("codex-settings.json-old0")));
-    EXPECT_TRUE(names.contains(QStringLiteral("gemini-settings.json-old1")));
+    EXPECT_EQ(names.size(), 21);
+    EXPECT_TRUE(names.contains(name(0))) << "the user's original";
+    EXPECT_FALSE(names.contains(name(1)));
+    EXPECT_FALSE(names.contains(name(2)));
+    EXPECT_TRUE(names.contains(name(3)));
     EXPECT_EQ(names.filter(QStringLiteral("claude-settings.json-")).size(), 1);
 }
 
-TEST_F(HookTest, TwoBackupsOfOneFileWithinASecondCollideAndKeepTheFirst) {
-    const QString path = settingsOf(AgentKind::claude);
-    const QDateTime when(QDate(2026, 2, 1), QTime(8, 0, 0), Qt::UTC);
-    writeBytes(path, R"({"first": true})");
-    ASSERT_FALSE(HookInstaller::backup(path, when));
-    writeBytes(path, R"({"second": true})");
-    const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
-    ASSERT_TRUE(again);
-    EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
-    EXPECT_EQ(readBytes(HookInstaller::backupsDirectory() +
-                        QStringLiteral("/claude-settings.json-2026-02-01T08-00-00Z")),
-              QByteArray(R"({"first": true})"));
+TEST_F(HookTest, BackupsAndRewrittenSettingsKeepTheirOwnersModeInPrivateFolders) {
+    // A support folder made before, open to all: it is closed on the next backup.
+    ASSERT_TRUE(QDir().mkpath(support()));
+    ASSERT_EQ(::chmod(QFile::encodeName(support()).constData(), 0755), 0);
+    for (const mode_t mode : {mode_t(0600), mode_t(0640), mode_t(0644)}) {
+        SCOPED_TRACE(mode);
+        clearBackups();
+        const QString path = settingsOf(AgentKind::claude);
+        const QByteArray name = QFile::encodeName(path);
+        writeBytes(path, R"({"env": {"TOKEN": "secret"}})");
+        ASSERT_EQ(::chmod(name.constData(), mode), 0);
+        ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
+        clearBackups();
+        ASSERT_FALSE(HookInstaller::uninstall(AgentKind::claude));
+
+        struct stat info {};
+        ASSERT_EQ(::stat(name.constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, mode);
+        ASSERT_EQ(backups().size(), 1);
+        const QString copy = HookInstaller::backupsDirectory() + QLatin1Char('/') + backups().constFirst();
+        ASSERT_EQ(::stat(QFile::encodeName(copy).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, mode);
+        for (const QString& folder : {support(), HookInstaller::backupsDirectory()}) {
+            ASSERT_EQ(::stat(QFile::encodeName(folder).constData(), &info), 0);
+            EXPECT_EQ(info.st_mode & 0777, 0700u) << folder.toStdString();
+        }
+        QFile::remove(path);
+    }
 }
 
-TEST_F(HookTest, ABackupThatCannotBeMadeStopsTheChange) {
+// A change that can't be completed leaves the file as it was, the agent connected and no backup behind,
+// however often it is tried.
+TEST_F(HookTest, AChangeThatCannotBeMadeLeavesTheFileAndNoBackup) {
     const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"c": 3})");
-    // A file where the backups folder belongs: no backup can be made, so nothing is written.
-    writeBytes(HookInstaller::backupsDirectory(), "a file, not a folder");
-    const HookResult installed = HookInstaller::install(AgentKind::claude, defaults());
-    ASSERT_TRUE(installed);
-    EXPECT_EQ(installed->kind, HookError::Kind::fileSystem);
-    const HookResult uninstalled = HookInstaller::uninstall(AgentKind::claude);
-    ASSERT_TRUE(uninstalled);
-    EXPECT_EQ(uninstalled->kind, HookError::Kind::fileSystem);
-    EXPECT_EQ(readBytes(path), QByteArray(R"({"c": 3})"));
-    // Disconnecting fails the same way and leaves the agent connected.
-    EXPECT_TRUE(HookInstaller::disconnect(AgentKind::claude, defaults()));
-    EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+    for (const bool backupBlocked : {true, false}) {
+        SCOPED_TRACE(backupBlocked ? "no backup possible" : "no write possible");
+        writeBytes(path, R"({"model": "opus"})");
+        rlimit old{};
+        ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+        if (backupBlocked) {
+            writeBytes(HookInstaller::backupsDirectory(), "a file, not a folder");
+        } else {
+            // No file over 1 KB can be written: the new settings fail as a read-only file would (which
+            // root could still write), while a backup of the old would still fit.
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit small = old;
+            small.rlim_cur = 1024;
+            ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        }
+        std::vector<HookResult> results;
+        for (int pass = 0; pass < 3; ++pass) {
+            results.push_back(HookInstaller::install(AgentKind::claude, defaults()));
+        }
+        if (backupBlocked) { // (the smaller file disconnect writes would fit under the limit)
+            results.push_back(HookInstaller::disconnect(AgentKind::claude, defaults()));
+        }
+        ::setrlimit(RLIMIT_FSIZE, &old);
+        for (const HookResult& result : results) {
+            ASSERT_TRUE(result);
+            EXPECT_EQ(result->kind, HookError::Kind::fileSystem);
+        }
+        EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
+        EXPECT_EQ(readBytes(path), QByteArray(R"({"model": "opus"})"));
+        EXPECT_TRUE(backups().isEmpty());
+        QFile::remove(HookInstaller::backupsDirectory());
+    }
 }
 
 // ---- isInstalled ----

@@ -41,13 +41,6 @@ QJsonObject HookTest::readObject(const QString& path) {
     return document.object();
 }
 
-QJsonObject HookTest::parse(const char* json) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(QByteArray(json), &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << json;
-    return document.object();
-}
-
 QStringList HookTest::backups() const {
     return QDir(HookInstaller::backupsDirectory()).entryList(QDir::Files, QDir::Name);
 }

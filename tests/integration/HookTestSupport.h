@@ -41,7 +41,6 @@ protected:
 
     // The file as a JSON object; fails the test when it isn't one.
     static QJsonObject readObject(const QString& path);
-    static QJsonObject parse(const char* json);
     // Names in the backups folder, sorted.
     QStringList backups() const;
     // Clears the backups folder, so that a second change within one second doesn't collide.

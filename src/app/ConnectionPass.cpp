@@ -1,0 +1,158 @@
+#include "app/ConnectionPass.h"
+
+#include "base/MainQueue.h"
+#include "base/SerialQueue.h"
+#include "base/UserDefaults.h"
+#include "integration/HookInstaller.h"
+
+#include <QSet>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace mirrowisp {
+
+struct ConnectionPass::State {
+    State(UserDefaults& d, Presence p) : defaults(d), isInstalled(std::move(p)) {}
+
+    UserDefaults& defaults;
+    const Presence isInstalled;
+    // Held for each file change, by the pass and by the user's connect and disconnect.
+    std::mutex files;
+    QSet<AgentKind> disconnected; // under `files`: the user's marks as the main thread last saw them
+    // Main thread only. The owner outlives every result published: it joins the pass's thread first.
+    ConnectionPass* owner = nullptr;
+    bool running = false;
+    std::vector<std::function<void()>> runningDone; // for the pass under way
+    std::vector<std::function<void()>> waitingDone; // for the one asked for meanwhile
+    bool again = false;
+    std::optional<HookInstaller::CodexTrustReading> codex;
+    bool readingCodex = false;
+    std::function<void()> codexChanged;
+};
+
+ConnectionPass::ConnectionPass(UserDefaults& defaults, Presence isInstalled)
+    : state_(std::make_shared<State>(defaults, std::move(isInstalled))),
+      queue_(std::make_unique<SerialQueue>("hook installer")) {
+    state_->owner = this;
+}
+
+ConnectionPass::~ConnectionPass() {
+    queue_.reset();
+}
+
+bool ConnectionPass::isRunning() const {
+    return state_->running;
+}
+
+void ConnectionPass::run(std::function<void()> done) {
+    State& state = *state_;
+    if (state.running) {
+        state.again = true;
+        if (done) {
+            state.waitingDone.push_back(std::move(done));
+        }
+        return;
+    }
+    state.running = true;
+    if (done) {
+        state.runningDone.push_back(std::move(done));
+    }
+    {
+        const std::lock_guard lock(state.files);
+        state.disconnected.clear();
+        for (const AgentKind kind : AgentKinds::all) {
+            if (HookInstaller::isDisconnectedByUser(kind, state.defaults)) {
+                state.disconnected.insert(kind);
+            }
+        }
+    }
+    queue_->async([shared = state_] {
+        std::vector<std::pair<AgentKind, HookInstaller::FileChange>> changes;
+        for (const AgentKind kind : AgentKinds::all) {
+            if (shared->isInstalled && !shared->isInstalled(kind)) {
+                continue;
+            }
+            const std::lock_guard lock(shared->files);
+            // Checked again here, under the lock: a disconnect since the pass began has the last word.
+            if (shared->disconnected.contains(kind)) {
+                continue;
+            }
+            // Errors are the setup page's business (an unreadable settings file, say); the pass goes on.
+            changes.emplace_back(kind, HookInstaller::installFile(kind));
+        }
+        HookInstaller::CodexTrustReading codex = HookInstaller::readCodexTrust();
+        postToMain(
+            [weak = std::weak_ptr<State>(shared), changes = std::move(changes), codex = std::move(codex)] {
+                const std::shared_ptr<State> alive = weak.lock();
+                if (!alive) {
+                    return;
+                }
+                alive->codex = codex;
+                for (const auto& change : changes) {
+                    HookInstaller::publish(change.second, alive->defaults);
+                }
+                alive->running = false;
+                const auto finished = std::exchange(alive->runningDone, {});
+                if (std::exchange(alive->again, false)) {
+                    alive->runningDone = std::exchange(alive->waitingDone, {});
+                    alive->owner->run();
+                }
+                for (const auto& callback : finished) {
+                    callback();
+                }
+            });
+    });
+}
+
+std::optional<QString> ConnectionPass::setConnected(const QString& agent, bool connect) {
+    const auto kind = AgentKinds::fromRawValue(QStringView(agent));
+    if (!kind) {
+        return QStringLiteral("no agent called ") + agent;
+    }
+    State& state = *state_;
+    const std::lock_guard lock(state.files);
+    const HookResult result = connect ? HookInstaller::connect(*kind, state.defaults)
+                                      : HookInstaller::disconnect(*kind, state.defaults);
+    state.codex = HookInstaller::readCodexTrust(); // read here anyway: the user is waiting on files
+    if (HookInstaller::isDisconnectedByUser(*kind, state.defaults)) {
+        state.disconnected.insert(*kind);
+    } else {
+        state.disconnected.remove(*kind);
+    }
+    if (result) {
+        return result->message();
+    }
+    return std::nullopt;
+}
+
+CodexHookStatus ConnectionPass::codexHookStatus() {
+    State& state = *state_;
+    if (!state.readingCodex) {
+        state.readingCodex = true;
+        queue_->async([weak = std::weak_ptr<State>(state_)] {
+            HookInstaller::CodexTrustReading reading = HookInstaller::readCodexTrust();
+            postToMain([weak, reading = std::move(reading)] {
+                const std::shared_ptr<State> alive = weak.lock();
+                if (!alive) {
+                    return;
+                }
+                alive->readingCodex = false;
+                if (alive->codex != reading) {
+                    alive->codex = reading;
+                    if (alive->codexChanged) {
+                        alive->codexChanged();
+                    }
+                }
+            });
+        });
+    }
+    return state.codex ? HookInstaller::codexHookStatus(*state.codex, state.defaults)
+                       : CodexHookStatus::ready;
+}
+
+void ConnectionPass::setCodexReadingChanged(std::function<void()> changed) {
+    state_->codexChanged = std::move(changed);
+}
+
+} // namespace mirrowisp
