@@ -18,6 +18,7 @@ using namespace mirrowisp;
 // asked during a run.
 TEST(ConnectionPass, InstallsOffTheMainThreadAndADisconnectMeanwhileHasTheLastWord) {
     const test::TemporaryHome home;
+    const Locations saved = AgentEnvironment::current();
     AgentEnvironment::setCurrent(Locations::standard(home.path()));
     UserDefaults defaults(home.path() + QStringLiteral("/defaults.json"));
     const std::thread::id mainThread = std::this_thread::get_id();
@@ -44,7 +45,6 @@ TEST(ConnectionPass, InstallsOffTheMainThreadAndADisconnectMeanwhileHasTheLastWo
 
     EXPECT_EQ(onMain, 0);
     EXPECT_EQ(codexChecks, 2);
-    EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
     EXPECT_FALSE(QFile::exists(HookInstaller::integration(AgentKind::claude).file));
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::codex));
     // What the pass did is published on the main thread: Codex's trust in the old file is stale.
@@ -62,4 +62,5 @@ TEST(ConnectionPass, InstallsOffTheMainThreadAndADisconnectMeanwhileHasTheLastWo
     EXPECT_EQ(pass.codexHookStatus(), CodexHookStatus::ready);
     ASSERT_TRUE(test::waitUntil([&] { return readings == 1; }));
     EXPECT_EQ(pass.codexHookStatus(), CodexHookStatus::needsApproval);
+    AgentEnvironment::setCurrent(saved);
 }
