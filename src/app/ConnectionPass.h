@@ -1,7 +1,7 @@
 #pragma once
 
-#include "agents/AgentKind.h"
-#include "integration/CodexHookStatus.h"
+#include "agents/CodexHookStatus.h"
+#include "base/AgentKind.h"
 
 #include <QString>
 #include <functional>
