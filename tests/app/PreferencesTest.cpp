@@ -1,5 +1,6 @@
 #include "app/Preferences.h"
 
+#include "app/LaunchAtLogin.h"
 #include "base/UserDefaults.h"
 #include "support/TestSupport.h"
 
