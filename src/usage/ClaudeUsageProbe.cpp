@@ -25,6 +25,7 @@
 namespace mirrowisp::ClaudeUsageProbe {
 
 using ProcessRunner::run;
+using ProcessRunner::RunError;
 using ProcessRunner::RunResult;
 
 QString probeDirectory() {

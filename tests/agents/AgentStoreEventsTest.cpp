@@ -227,7 +227,7 @@ TEST_F(AgentStoreEvents, WritesWhenAnAgentWasLastHeardAtMostEveryTwentySeconds) 
     EXPECT_EQ(defaults.doubleValue(text("lastSeen.claude")), clock.now());
 
     // A new store reads what was written.
-    AgentStore reopened(prefs, defaults, clock);
+    AgentStore reopened(defaults, clock);
     EXPECT_EQ(reopened.lastSeen().value(AgentKind::claude), clock.now());
 }
 

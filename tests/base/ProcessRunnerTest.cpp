@@ -34,15 +34,6 @@ bool isGone(const QString& pid) {
     return close >= 0 && text.mid(close + 2, 1) == "Z";
 }
 
-void writeExecutable(const QString& path, const QByteArray& text) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(text);
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
 } // namespace
 
 TEST(ProcessRunner, SharesOnePipeForOutputAndErrorsAndIgnoresTheExitStatus) {

@@ -4,7 +4,6 @@
 #include "support/TestSupport.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -14,24 +13,9 @@ using namespace mirrowisp::ClaudeUsageProbe;
 
 namespace {
 
-RunResult shell(const QString& script, double timeout = 10.0, const std::optional<QString>& directory = {}) {
-    return run(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), script}, timeout, directory);
-}
-
 QString readTrimmed(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
-}
-
-// A process is gone once /proc no longer has it or it is a zombie waiting for its reaper.
-bool isGone(const QString& pid) {
-    QFile stat(QStringLiteral("/proc/") + pid + QStringLiteral("/stat"));
-    if (!stat.open(QIODevice::ReadOnly)) {
-        return true;
-    }
-    const QByteArray text = stat.readAll();
-    const qsizetype close = text.lastIndexOf(')');
-    return close >= 0 && text.mid(close + 2, 1) == "Z";
 }
 
 void writeExecutable(const QString& path, const QByteArray& text) {
