@@ -8,9 +8,9 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config clang lld clang-format git
   # Qt 6
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev libgl-dev qt6-svg-dev
-  # the island's views at run time (QML modules) and its X11 window plumbing
+  # the island's views at run time and for qmllint (QML modules), and its X11 window plumbing
   qml6-module-qtquick qml6-module-qtquick-shapes qml6-module-qtquick-layouts qml6-module-qtquick-window
-  qml6-module-qtquick-controls qml6-module-qtquick-templates qml6-module-qtqml-workerscript
+  qml6-module-qtquick-controls qml6-module-qtquick-templates qml6-module-qtqml qml6-module-qtqml-models qml6-module-qtqml-workerscript
   libxcb-shape0-dev libxcb-xinput-dev
   # libraries
   libsqlite3-dev

@@ -5,6 +5,7 @@
 #include <QAbstractListModel>
 #include <QHash>
 #include <QPointer>
+#include <QtQml/qqmlregistration.h>
 #include <functional>
 #include <vector>
 
@@ -20,6 +21,8 @@ class QuestionCardModel;
 // session changes arrived in it.
 class AgentsViewModel : public QAbstractListModel {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("the island shell makes it")
     Q_PROPERTY(QAbstractListModel* sessions READ sessions CONSTANT)
     Q_PROPERTY(QObject* codexNotice READ codexNotice CONSTANT)
     Q_PROPERTY(QString summary READ summary NOTIFY summaryChanged)

@@ -5,6 +5,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QtQml/qqmlregistration.h>
 #include <optional>
 
 namespace mirrowisp {
@@ -15,6 +16,9 @@ class AgentStore;
 // never reach the island, and only the user can change that in Codex.
 class CodexApprovalNotice : public QObject {
     Q_OBJECT
+    // Its view in QML is CodexApprovalNotice.qml.
+    QML_NAMED_ELEMENT(CodexApprovalNoticeModel)
+    QML_UNCREATABLE("the island shell makes it")
     Q_PROPERTY(bool visible READ visible NOTIFY changed)
     Q_PROPERTY(QString title READ title NOTIFY changed)
     Q_PROPERTY(QString text READ text NOTIFY changed)

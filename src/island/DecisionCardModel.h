@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QtQml/qqmlregistration.h>
 #include <functional>
 
 namespace mirrowisp {
@@ -16,6 +17,8 @@ class PendingDecision;
 // again by its id, so a press that comes after the agent gave up reaches nothing and does nothing.
 class DecisionCardModel : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("the agents model hands them out")
     Q_PROPERTY(QString decisionId READ decisionId CONSTANT)
     Q_PROPERTY(QString kind READ kind CONSTANT)
     Q_PROPERTY(QString title READ title CONSTANT)

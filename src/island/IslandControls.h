@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QtQml/qqmlregistration.h>
 
 namespace mirrowisp {
 
@@ -12,6 +13,8 @@ class NotchWindowController;
 // it open, the tab a click opens. A thin forwarder, so the controller stays free of QML concerns.
 class IslandControls : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("each island window gets its own")
 
 public:
     explicit IslandControls(NotchWindowController& controller, QObject* parent = nullptr);

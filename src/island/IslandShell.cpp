@@ -24,9 +24,11 @@
 #include "island/x11/XInputPointerMonitor.h"
 
 #include <QJsonObject>
-#include <QQmlContext>
 #include <QQmlEngine>
 #include <QQuickItem>
+
+// Made by the QML module's type registration.
+void qml_register_types_Mirrowisp();
 
 namespace mirrowisp {
 
@@ -73,16 +75,10 @@ IslandShell::~IslandShell() {
 }
 
 void IslandShell::registerTypes() {
-    static bool registered = false;
-    if (registered) {
-        return;
-    }
-    registered = true;
-    qmlRegisterType<NotchShapeItem>("Mirrowisp", 1, 0, "NotchShape");
-    qmlRegisterType<MarkdownModel>("Mirrowisp", 1, 0, "MarkdownModel");
-    qmlRegisterSingletonType<NotchAnimation>(
-        "Mirrowisp", 1, 0, "NotchAnimation",
-        [](QQmlEngine*, QJSEngine*) -> QObject* { return new NotchAnimation; });
+    // The module's types register when QML first imports it; naming the function keeps its
+    // registration in the program, which links the island as a static library without a plugin.
+    volatile auto registration = &qml_register_types_Mirrowisp;
+    Q_UNUSED(registration);
 }
 
 bool IslandShell::glass() const {
@@ -117,12 +113,6 @@ void IslandShell::start() {
         auto window = std::make_unique<IslandWindow>();
         auto* content = new NotchRootModel(app_, model, SystemClock::shared(), window.get());
         window->setProperty(rootModelProperty, QVariant::fromValue<QObject*>(content));
-        QQmlContext* context = window->rootContext();
-        context->setContextProperty(QStringLiteral("island"), &model);
-        context->setContextProperty(QStringLiteral("content"), content);
-        context->setContextProperty(QStringLiteral("agents"), agents_.get());
-        context->setContextProperty(QStringLiteral("usage"), usage_.get());
-        context->setContextProperty(QStringLiteral("shell"), this);
         IslandWindow* raw = window.get();
         connect(raw, &IslandWindow::escapePressed, this, [this] { manager_->handleEscape(); });
         connect(raw, &IslandWindow::keyboardFocusLost, this, [this] { app_.setIsEditingText(false); });
@@ -167,8 +157,6 @@ void IslandShell::attachViews() {
         if (window == nullptr || attached_.contains(window)) {
             continue;
         }
-        window->rootContext()->setContextProperty(QStringLiteral("controller"),
-                                                  new IslandControls(*controller, window));
         connect(&controller->model(), &NotchViewModel::isOpenChanged, this, &IslandShell::updateKeyGrab);
         // Looking at the agents tab is looking at what finished.
         auto seen = [this, model = &controller->model()] {
@@ -181,8 +169,18 @@ void IslandShell::attachViews() {
         connect(&controller->model(), &NotchViewModel::tabChanged, this, &IslandShell::updateKeyGrab);
         // A card that grows the panel can bring it under a pointer that did not move.
         connect(&controller->model(), &NotchViewModel::targetSizeChanged, this, &IslandShell::updateKeyGrab);
+        // What the root view requires; it hands each part down to the views that use it.
+        const auto object = [](QObject* value) { return QVariant::fromValue(value); };
+        const QVariantMap views{
+            {QStringLiteral("island"), object(&controller->model())},
+            {QStringLiteral("content"), window->property(rootModelProperty)},
+            {QStringLiteral("agents"), object(agents_.get())},
+            {QStringLiteral("usage"), object(usage_.get())},
+            {QStringLiteral("shell"), object(this)},
+            {QStringLiteral("controller"), object(new IslandControls(*controller, window))},
+        };
         if (const auto errors =
-                window->setContent(QUrl(QStringLiteral("qrc:/island/qml/NotchRootView.qml")))) {
+                window->setContent(QUrl(QStringLiteral("qrc:/Mirrowisp/qml/NotchRootView.qml")), views)) {
             logLine(QStringLiteral("Mirrowisp: the island's views did not load: ") +
                     errors->join(QStringLiteral("; ")));
         }

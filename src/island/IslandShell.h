@@ -5,10 +5,10 @@
 #include <QJsonArray>
 #include <QObject>
 #include <QPointer>
+#include <QQuickItem>
+#include <QtQml/qqmlregistration.h>
 #include <functional>
 #include <memory>
-
-class QQuickItem;
 
 namespace mirrowisp {
 
@@ -30,6 +30,8 @@ class XInputPointerMonitor;
 // the global pointer, the permission keys and the app's state. Made only when there is a display.
 class IslandShell : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("the app makes it")
     Q_PROPERTY(bool glass READ glass NOTIFY glassChanged)
 
 public:

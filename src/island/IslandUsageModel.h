@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QVariantList>
+#include <QtQml/qqmlregistration.h>
 
 namespace mirrowisp {
 
@@ -11,6 +12,8 @@ namespace mirrowisp {
 // per agent its raw name, display name, meters and, without meters, the words that stand instead.
 class IslandUsageModel : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("the island shell makes it")
     Q_PROPERTY(QVariantList agents READ agents NOTIFY agentsChanged)
 
 public:

@@ -3,12 +3,14 @@
 #include "island/MarkdownView.h"
 
 #include <QAbstractListModel>
+#include <QtQml/qqmlregistration.h>
 
 namespace mirrowisp {
 
 // The blocks of a plan for QML, one row each, with the inline text already turned into StyledText.
 class MarkdownModel : public QAbstractListModel {
     Q_OBJECT
+    QML_ELEMENT
     Q_PROPERTY(QString markdown READ markdown WRITE setMarkdown NOTIFY markdownChanged)
     Q_PROPERTY(int count READ count NOTIFY markdownChanged)
 

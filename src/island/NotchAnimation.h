@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
+#include <QtQml/qqmlregistration.h>
 #include <optional>
 
 namespace mirrowisp {
@@ -17,6 +18,8 @@ namespace mirrowisp {
 // QML plays them as a duration, a delay and an easing curve over that duration.
 class NotchAnimation : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_SINGLETON
     Q_PROPERTY(QStringList names READ names CONSTANT)
 
 public:

@@ -9,6 +9,7 @@
 #include <QTimer>
 #include <QVariantList>
 #include <QVariantMap>
+#include <QtQml/qqmlregistration.h>
 #include <vector>
 
 namespace mirrowisp {
@@ -23,6 +24,8 @@ class NotchViewModel;
 // runs on a timer except a minute label counting down to a meeting.
 class NotchRootModel : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("each island window makes its own")
     // "transient", "attention", "working", "meeting", "music" or "none".
     Q_PROPERTY(QString contentKind READ contentKind NOTIFY contentChanged)
     Q_PROPERTY(QString animationKey READ animationKey NOTIFY contentChanged)

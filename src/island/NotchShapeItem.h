@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QQuickPaintedItem>
+#include <QtQml/qqmlregistration.h>
 
 namespace mirrowisp {
 
@@ -9,6 +10,7 @@ namespace mirrowisp {
 // together and the corners morph during an open or close.
 class NotchShapeItem : public QQuickPaintedItem {
     Q_OBJECT
+    QML_NAMED_ELEMENT(NotchShape)
     Q_PROPERTY(double topRadius READ topRadius WRITE setTopRadius NOTIFY topRadiusChanged)
     Q_PROPERTY(double bottomRadius READ bottomRadius WRITE setBottomRadius NOTIFY bottomRadiusChanged)
     Q_PROPERTY(bool open READ isOpen WRITE setOpen NOTIFY openChanged)

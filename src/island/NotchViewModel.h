@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QSizeF>
 #include <QStringList>
+#include <QtQml/qqmlregistration.h>
 #include <optional>
 
 namespace mirrowisp {
@@ -16,6 +17,8 @@ namespace mirrowisp {
 // view animates names its spring first (`animation`), so the view picks the curve the change asks for.
 class NotchViewModel : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("each screen's island makes its own")
     Q_PROPERTY(quint32 screenID READ screenID CONSTANT)
     Q_PROPERTY(QSizeF notchSize READ notchSize NOTIFY notchSizeChanged)
     Q_PROPERTY(bool hasPhysicalNotch READ hasPhysicalNotch NOTIFY hasPhysicalNotchChanged)

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QSet>
 #include <QVariantList>
+#include <QtQml/qqmlregistration.h>
 #include <optional>
 
 namespace mirrowisp {
@@ -16,6 +17,8 @@ class DecisionCardActions;
 // are keyed by the question's text, so two questions that read the same share one answer.
 class QuestionCardModel : public QObject {
     Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("the agents model hands them out")
     Q_PROPERTY(QString decisionId READ decisionId CONSTANT)
     // Each entry: header, text, multiSelect, otherText, and options as label, description, selected.
     Q_PROPERTY(QVariantList questions READ questionList NOTIFY changed)

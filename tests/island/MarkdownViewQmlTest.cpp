@@ -1,4 +1,4 @@
-#include "island/MarkdownModel.h"
+#include "island/IslandShell.h"
 
 #include <QQmlComponent>
 #include <QQmlEngine>
@@ -10,9 +10,9 @@ using namespace mirrowisp;
 
 // The view loads from the program's resources and draws one row per block.
 TEST(MarkdownViewQml, LoadsAndDrawsEveryBlock) {
-    qmlRegisterType<MarkdownModel>("Mirrowisp", 1, 0, "MarkdownModel");
+    IslandShell::registerTypes();
     QQmlEngine engine;
-    QQmlComponent component(&engine, QUrl(QStringLiteral("qrc:/island/qml/MarkdownView.qml")));
+    QQmlComponent component(&engine, QUrl(QStringLiteral("qrc:/Mirrowisp/qml/MarkdownView.qml")));
     ASSERT_TRUE(component.isReady()) << component.errorString().toStdString();
     std::unique_ptr<QObject> object(component.createWithInitialProperties(
         {{QStringLiteral("width"), 300},

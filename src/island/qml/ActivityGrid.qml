@@ -33,6 +33,7 @@ Item {
         rows: root.rows
         columns: root.columns
         spacing: root.spacing
+        // qmllint disable unqualified
         Repeater {
             model: root.rows * root.columns
             Rectangle {
@@ -47,5 +48,6 @@ Item {
                 opacity: root.animating ? 0.2 + 0.8 * wave * wave : 0.45
             }
         }
+        // qmllint enable unqualified
     }
 }

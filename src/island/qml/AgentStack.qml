@@ -15,6 +15,7 @@ Item {
     implicitWidth: shown.length > 0 ? size + (shown.length - 1) * size * (1 - overlap) : 0
     implicitHeight: size
 
+    // qmllint disable unqualified
     Repeater {
         model: root.shown
         Rectangle {
@@ -37,4 +38,5 @@ Item {
             }
         }
     }
+    // qmllint enable unqualified
 }

@@ -5,14 +5,18 @@ import Mirrowisp
 // card of what it waits for.
 Column {
     id: agentsView
+    required property AgentsViewModel agents
+    required property IslandShell shell
+    required property IslandControls controller
     spacing: 8
     Component.onCompleted: agents.refreshCodexApproval()
 
     CodexApprovalNotice {
         width: agentsView.width
-        visible: agents.codexNotice.visible
-        title: agents.codexNotice.title
-        text: agents.codexNotice.text
+        readonly property CodexApprovalNoticeModel notice: agentsView.agents.codexNotice as CodexApprovalNoticeModel
+        visible: notice.visible
+        title: notice.title
+        text: notice.text
     }
 
     Timer {
@@ -20,7 +24,7 @@ Column {
         interval: 30000
         running: agentsView.visible
         repeat: true
-        onTriggered: agents.refreshAges()
+        onTriggered: agentsView.agents.refreshAges()
     }
 
     EmptyAgentsView {
@@ -30,7 +34,8 @@ Column {
 
     Repeater {
         id: sessionList
-        model: agents.sessions
+        model: agentsView.agents.sessions
+        // qmllint disable unqualified
         delegate: Column {
             id: entry
             required property string sessionKey
@@ -49,6 +54,8 @@ Column {
 
             SessionRow {
                 width: parent.width
+                agents: agentsView.agents
+                controller: agentsView.controller
                 sessionKey: entry.sessionKey
                 agent: entry.agent
                 project: entry.project
@@ -61,10 +68,13 @@ Column {
             }
             DecisionCard {
                 width: parent.width
+                agents: agentsView.agents
+                shell: agentsView.shell
                 visible: entry.decisionID !== ""
                 decisionID: entry.decisionID
                 kind: entry.decisionKind
             }
         }
+        // qmllint enable unqualified
     }
 }

@@ -5,6 +5,8 @@ import Mirrowisp
 // open the wings slide in behind the notch and shrink (they stay, collapsed, under the panel).
 Item {
     id: closedIsland
+    required property NotchViewModel island
+    required property NotchRootModel content
     property bool collapsed: false
     readonly property real wingWidth: content.wingWidth
     readonly property real spacer: Math.max(0, island.notchSize.width - 12)
@@ -15,7 +17,7 @@ Item {
 
     WingView {
         id: lead
-        wing: content.leftWing
+        wing: closedIsland.content.leftWing
         x: 0
         width: closedIsland.wingWidth
         height: parent.height
@@ -27,7 +29,7 @@ Item {
 
     WingView {
         id: trail
-        wing: content.rightWing
+        wing: closedIsland.content.rightWing
         x: closedIsland.wingWidth + closedIsland.spacer
         width: closedIsland.wingWidth
         height: parent.height

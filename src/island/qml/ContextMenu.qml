@@ -5,6 +5,7 @@ import Mirrowisp
 // the controller counts it as an open menu and the island stays open.
 Item {
     id: menu
+    required property IslandControls controller
     property var entries: []
     signal chosen(int index)
     property bool shown: false
@@ -16,12 +17,12 @@ Item {
         list.x = Math.min(x, width - list.width - 4)
         list.y = Math.min(y, Math.max(0, height - list.height))
         shown = true
-        controller.menuOpened()
+        menu.controller.menuOpened()
     }
     function close() {
         if (shown) {
             shown = false
-            controller.menuClosed()
+            menu.controller.menuClosed()
         }
     }
     Component.onDestruction: close()
@@ -44,6 +45,7 @@ Item {
             anchors.margins: 4
             Repeater {
                 model: menu.entries
+                // qmllint disable unqualified
                 delegate: Rectangle {
                     required property string modelData
                     required property int index
@@ -70,6 +72,7 @@ Item {
                         }
                     }
                 }
+                // qmllint enable unqualified
             }
         }
     }

@@ -9,6 +9,7 @@ Flow {
     signal toggled(string label)
     spacing: 6
 
+    // qmllint disable unqualified
     Repeater {
         model: flow.options
         delegate: Rectangle {
@@ -50,4 +51,5 @@ Flow {
             ToolTipText { text: chip.modelData.description || ""; shown: chipMouse.containsMouse && text !== ""; anchors.top: parent.bottom }
         }
     }
+    // qmllint enable unqualified
 }

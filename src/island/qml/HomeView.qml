@@ -4,6 +4,9 @@ import Mirrowisp
 // The home tab until its widgets arrive: the day, the agents at a glance, and their limits.
 Item {
     id: home
+    required property NotchViewModel island
+    required property AgentsViewModel agents
+    required property IslandUsageModel usage
     implicitHeight: 120
 
     property date now: new Date()
@@ -60,7 +63,7 @@ Item {
                 spacing: 8
                 SymbolIcon { name: "sparkles"; size: 13; color: "white"; anchors.verticalCenter: parent.verticalCenter }
                 Text {
-                    text: agents.summary
+                    text: home.agents.summary
                     color: "white"
                     font.pixelSize: 13
                     font.weight: Font.DemiBold
@@ -68,12 +71,12 @@ Item {
                     width: summary.width - 60
                 }
             }
-            UsageMeters { compact: false }
+            UsageMeters { usage: home.usage; compact: false }
         }
         MouseArea {
             anchors.fill: parent
             cursorShape: Qt.PointingHandCursor
-            onClicked: island.selectTabNamed("agents")
+            onClicked: home.island.selectTabNamed("agents")
         }
     }
 }

@@ -1,5 +1,4 @@
 import QtQuick
-import Mirrowisp
 
 // A compact pill button for cards: the prominent one is white on black text.
 Rectangle {

@@ -26,13 +26,14 @@ Column {
         wrapMode: TextEdit.Wrap
         color: "white"
         selectionColor: Qt.rgba(1, 1, 1, 0.3)
-        font.pointSize: root.points(12)
+        font.pointSize: root.points(12) // qmllint disable unqualified
         onLinkActivated: link => {
             if (/^(https?|mailto):/i.test(link))
                 Qt.openUrlExternally(link)
         }
     }
 
+    // qmllint disable unqualified
     Repeater {
         model: blocks
 
@@ -153,4 +154,5 @@ Column {
             }
         }
     }
+    // qmllint enable unqualified
 }

@@ -2,12 +2,19 @@ import QtQuick
 import Mirrowisp
 
 // One island: the outline that morphs between closed and open, the closed wings, the bubbles and
-// the open panel. Every rule lives in C++ (the context objects `island`, `content`, `controller`);
+// the open panel. Every rule lives in C++ (the models below, set when the window loads the view);
 // this file only lays out and animates.
 Item {
     id: rootView
     width: 820
     height: 560
+
+    required property NotchViewModel island
+    required property NotchRootModel content
+    required property AgentsViewModel agents
+    required property IslandUsageModel usage
+    required property IslandShell shell
+    required property IslandControls controller
 
     readonly property real notchHeight: island.notchSize.height
     readonly property string spring: island.animation
@@ -15,8 +22,8 @@ Item {
     Item {
         id: body
         anchors.horizontalCenter: parent.horizontalCenter
-        width: island.targetSize.width
-        height: island.targetSize.height
+        width: rootView.island.targetSize.width
+        height: rootView.island.targetSize.height
 
         // The outline follows the target size with the spring the model names for the latest change.
         Behavior on width {
@@ -35,11 +42,11 @@ Item {
         NotchShape {
             id: shape
             anchors.fill: parent
-            open: island.isOpen
-            glass: shell.glass
-            notchFraction: body.width > 0 ? island.notchSize.width / island.targetSize.width : 1
-            topRadius: island.isOpen ? 14 : 6
-            bottomRadius: island.isOpen ? 36 : (island.isHovering ? 13 : 10)
+            open: rootView.island.isOpen
+            glass: rootView.shell.glass
+            notchFraction: body.width > 0 ? rootView.island.notchSize.width / rootView.island.targetSize.width : 1
+            topRadius: rootView.island.isOpen ? 14 : 6
+            bottomRadius: rootView.island.isOpen ? 36 : (rootView.island.isHovering ? 13 : 10)
             Behavior on topRadius {
                 NumberAnimation {
                     duration: NotchAnimation.duration(rootView.spring)
@@ -62,28 +69,39 @@ Item {
             clip: true
 
             ClosedIsland {
+                island: rootView.island
+                content: rootView.content
                 anchors.horizontalCenter: parent.horizontalCenter
                 height: rootView.notchHeight
-                collapsed: island.isOpen
+                collapsed: rootView.island.isOpen
             }
 
             Loader {
                 id: panel
                 // Appears at once; on closing it fades back up into the notch for a moment.
-                property bool kept: island.isOpen
+                property bool kept: rootView.island.isOpen
                 property real progress: 1
                 anchors.horizontalCenter: parent.horizontalCenter
                 active: kept
-                sourceComponent: OpenPanel {}
+                // qmllint disable unqualified
+                sourceComponent: OpenPanel {
+                    island: rootView.island
+                    content: rootView.content
+                    agents: rootView.agents
+                    usage: rootView.usage
+                    shell: rootView.shell
+                    controller: rootView.controller
+                }
+                // qmllint enable unqualified
                 opacity: progress
                 scale: 0.94 + 0.06 * progress
                 transformOrigin: Item.Top
                 transform: Translate { y: -8 * (1 - panel.progress) }
 
                 Connections {
-                    target: island
+                    target: rootView.island
                     function onIsOpenChanged() {
-                        if (island.isOpen) {
+                        if (rootView.island.isOpen) {
                             removal.stop()
                             panel.progress = 1
                             panel.kept = true
@@ -107,13 +125,15 @@ Item {
     }
 
     Repeater {
-        model: island.isOpen ? [] : content.bubbles
+        model: rootView.island.isOpen ? [] : rootView.content.bubbles
+        // qmllint disable unqualified
         delegate: SecondaryBubble {
             required property var modelData
             bubble: modelData
             notchHeight: rootView.notchHeight
-            islandWidth: island.closedSize.width
+            islandWidth: rootView.island.closedSize.width
             centreX: rootView.width / 2
         }
+        // qmllint enable unqualified
     }
 }

@@ -5,6 +5,13 @@ import Mirrowisp
 // and tells the model, which animates the outline to that size.
 Item {
     id: panel
+    required property NotchViewModel island
+    required property NotchRootModel content
+    required property AgentsViewModel agents
+    required property IslandUsageModel usage
+    required property IslandShell shell
+    required property IslandControls controller
+
     readonly property real panelWidth: 668
     readonly property real maxHeight: 540
     readonly property real headerHeight: Math.max(island.notchSize.height, 28)
@@ -15,7 +22,7 @@ Item {
     onHeightChanged: report()
     Component.onCompleted: report()
     Connections {
-        target: island
+        target: panel.island
         function onTabChanged() { panel.report() }
     }
     function report() {
@@ -24,10 +31,14 @@ Item {
 
     PanelHeader {
         id: header
+        island: panel.island
+        content: panel.content
+        usage: panel.usage
         width: parent.width
         height: panel.headerHeight
         opacity: 0
-        NumberAnimation on opacity {
+        NumberAnimation {
+            target: header; property: "opacity"; running: true
             from: 0; to: 1
             duration: NotchAnimation.duration("header") + NotchAnimation.delay("header")
             easing: NotchAnimation.curve("header")
@@ -44,7 +55,8 @@ Item {
         clip: true
         boundsBehavior: Flickable.StopAtBounds
         opacity: 0
-        NumberAnimation on opacity {
+        NumberAnimation {
+            target: tabBody; property: "opacity"; running: true
             from: 0; to: 1
             duration: NotchAnimation.duration("content") + NotchAnimation.delay("content")
             easing: NotchAnimation.curve("content")
@@ -53,11 +65,24 @@ Item {
         Loader {
             id: tabLoader
             width: tabBody.width
-            sourceComponent: island.tab === "agents" ? agentsTab : island.tab === "shelf" ? shelfTab : homeTab
+            sourceComponent: panel.island.tab === "agents" ? agentsTab : panel.island.tab === "shelf" ? shelfTab : homeTab
         }
     }
 
-    Component { id: homeTab; HomeView { width: tabBody.width } }
-    Component { id: agentsTab; AgentsView { width: tabBody.width } }
+    // qmllint disable unqualified
+    Component {
+        id: homeTab
+        HomeView { width: tabBody.width; island: panel.island; agents: panel.agents; usage: panel.usage }
+    }
+    Component {
+        id: agentsTab
+        AgentsView {
+            width: tabBody.width
+            agents: panel.agents
+            shell: panel.shell
+            controller: panel.controller
+        }
+    }
     Component { id: shelfTab; ShelfView { width: tabBody.width } }
+    // qmllint enable unqualified
 }

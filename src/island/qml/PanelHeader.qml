@@ -4,6 +4,9 @@ import Mirrowisp
 // Tabs on the left, the agents' usage meters on the right; the middle stays clear for the notch.
 Item {
     id: header
+    required property NotchViewModel island
+    required property NotchRootModel content
+    required property IslandUsageModel usage
 
     Row {
         id: tabs
@@ -11,12 +14,13 @@ Item {
         anchors.verticalCenter: parent.verticalCenter
         spacing: 4
         Repeater {
-            model: content.tabs
+            model: header.content.tabs
+            // qmllint disable unqualified
             delegate: Rectangle {
                 id: tabButton
                 required property string modelData
-                readonly property bool selected: island.tab === modelData
-                readonly property int badge: content.badges[modelData] || 0
+                readonly property bool selected: header.island.tab === modelData
+                readonly property int badge: header.content.badges[modelData] || 0
                 width: tabRow.width + 16
                 height: 24
                 radius: 12
@@ -42,13 +46,15 @@ Item {
                     id: tabMouse
                     anchors.fill: parent
                     hoverEnabled: true
-                    onClicked: island.selectTabNamed(tabButton.modelData)
+                    onClicked: header.island.selectTabNamed(tabButton.modelData)
                 }
             }
+            // qmllint enable unqualified
         }
     }
 
     UsageMeters {
+        usage: header.usage
         anchors.right: parent.right
         anchors.verticalCenter: parent.verticalCenter
         compact: true

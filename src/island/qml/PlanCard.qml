@@ -5,6 +5,7 @@ import Mirrowisp
 // A plan to review: the plan itself, scrollable, and the three ways to answer it.
 CardFrame {
     id: planCard
+    required property IslandShell shell
     property var actions
     readonly property bool showFeedback: actions ? actions.showFeedback : false
     objectName: "planCard"
@@ -39,8 +40,8 @@ CardFrame {
                 color: Qt.rgba(1, 1, 1, 0.07)
                 border.color: feedback.activeFocus ? Qt.rgba(1, 1, 1, 0.3) : "transparent"
             }
-            onActiveFocusChanged: shell.setTextFieldFocused(activeFocus)
-            onPressed: shell.focusTextField(feedback)
+            onActiveFocusChanged: planCard.shell.setTextFieldFocused(activeFocus)
+            onPressed: planCard.shell.focusTextField(feedback)
         }
         Row {
             anchors.right: parent.right
@@ -52,7 +53,7 @@ CardFrame {
                     const revealing = !planCard.showFeedback
                     planCard.actions.keepPlanning(feedback.text)
                     if (revealing) {
-                        shell.focusTextField(feedback)
+                        planCard.shell.focusTextField(feedback)
                     }
                 }
             }

@@ -5,6 +5,7 @@ import Mirrowisp
 // Every question of the decision at once: its options as chips, a free text field, and Submit.
 CardFrame {
     id: questionCard
+    required property IslandShell shell
     property var actions
     property var questions
     objectName: "questionCard"
@@ -17,6 +18,7 @@ CardFrame {
         spacing: 12
         Repeater {
             model: questionCard.questions ? questionCard.questions.questions : []
+            // qmllint disable unqualified
             delegate: Column {
                 id: questionView
                 required property var modelData
@@ -57,10 +59,11 @@ CardFrame {
                         border.color: other.activeFocus ? Qt.rgba(1, 1, 1, 0.3) : "transparent"
                     }
                     onTextEdited: questionCard.questions.setOtherText(questionView.index, text)
-                    onActiveFocusChanged: shell.setTextFieldFocused(activeFocus)
-                    onPressed: shell.focusTextField(other)
+                    onActiveFocusChanged: questionCard.shell.setTextFieldFocused(activeFocus)
+                    onPressed: questionCard.shell.focusTextField(other)
                 }
             }
+            // qmllint enable unqualified
         }
         Row {
             anchors.right: parent.right

@@ -43,6 +43,7 @@ Item {
         sourceComponent: bubbleView.bubble.key === "music" ? music
                        : bubbleView.bubble.key === "meeting" ? meeting : null
     }
+    // qmllint disable unqualified
     Component {
         id: music
         Waveform { playing: bubbleView.visible; width: 12; height: 10 }
@@ -51,4 +52,5 @@ Item {
         id: meeting
         CalendarGlyph { size: 12; day: new Date().getDate() }
     }
+    // qmllint enable unqualified
 }

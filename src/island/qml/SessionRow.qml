@@ -5,6 +5,8 @@ import Mirrowisp
 // A click jumps to its terminal and closes the island; the context menu offers the same and Hide.
 Rectangle {
     id: row
+    required property AgentsViewModel agents
+    required property IslandControls controller
     property string sessionKey
     property string agent
     property string project
@@ -31,8 +33,8 @@ Rectangle {
             if (mouse.button === Qt.RightButton) {
                 menu.popupAt(mouse.x, mouse.y)
             } else {
-                agents.jump(row.sessionKey)
-                controller.closeIsland()
+                row.agents.jump(row.sessionKey)
+                row.controller.closeIsland()
             }
         }
     }
@@ -95,7 +97,7 @@ Rectangle {
             IslandButton {
                 text: "Open"
                 implicitHeight: 18
-                onClicked: agents.jump(row.sessionKey)
+                onClicked: row.agents.jump(row.sessionKey)
             }
         }
     }
@@ -156,7 +158,7 @@ Rectangle {
                 id: hideMouse
                 anchors.fill: parent
                 hoverEnabled: true
-                onClicked: agents.hide(row.sessionKey)
+                onClicked: row.agents.hide(row.sessionKey)
             }
             ToolTipText { text: "Hide"; shown: hideMouse.containsMouse }
         }
@@ -166,13 +168,14 @@ Rectangle {
 
     ContextMenu {
         id: menu
+        controller: row.controller
         entries: ["Jump to Session", "Hide"]
         onChosen: index => {
             if (index === 0) {
-                agents.jump(row.sessionKey)
-                controller.closeIsland()
+                row.agents.jump(row.sessionKey)
+                row.controller.closeIsland()
             } else {
-                agents.hide(row.sessionKey)
+                row.agents.hide(row.sessionKey)
             }
         }
     }

@@ -14,7 +14,9 @@ Item {
     implicitWidth: size
     implicitHeight: size
 
-    NumberAnimation on progress {
+    NumberAnimation {
+        target: root
+        property: "progress"
         from: 0
         to: 1
         duration: root.duration

@@ -4,11 +4,13 @@ import Mirrowisp
 // The usage limits of the agents the island ranks first: a mark, then each limit as a thin bar.
 Row {
     id: meters
+    required property IslandUsageModel usage
     property bool compact: false
     spacing: 12
 
     Repeater {
-        model: usage.agents
+        model: meters.usage.agents
+        // qmllint disable unqualified
         delegate: Row {
             id: agentRow
             required property var modelData
@@ -56,5 +58,6 @@ Row {
                 }
             }
         }
+        // qmllint enable unqualified
     }
 }

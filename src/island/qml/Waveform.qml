@@ -40,6 +40,7 @@ Item {
         return Qt.rgba(a.r + (b.r - a.r) * t, a.g + (b.g - a.g) * t, a.b + (b.b - a.b) * t, a.a + (b.a - a.a) * t);
     }
 
+    // qmllint disable unqualified
     Repeater {
         model: root.bars
         Rectangle {
@@ -61,4 +62,5 @@ Item {
             }
         }
     }
+    // qmllint enable unqualified
 }

@@ -73,6 +73,7 @@ Item {
         }
     }
 
+    // qmllint disable unqualified
     Component {
         id: symbolView
         Loader {
@@ -152,4 +153,5 @@ Item {
         id: batteryView
         BatteryRing { percent: wingView.wing.level || 0 }
     }
+    // qmllint enable unqualified
 }

@@ -15,8 +15,8 @@ namespace mirrowisp {
 // and never takes the keyboard unless a text field of the island asks for it.
 //
 // Loading views: `setContent(url, initialProperties)` loads the root QML file (its root item is
-// sized to the panel); `engine()` and `rootContext()` (from QQuickView) take context properties and
-// image providers before that. Several islands may share one engine by passing it in.
+// sized to the panel) and hands it the models its required properties name; `engine()` (from
+// QQuickView) takes image providers before that. Several islands may share one engine by passing it in.
 //
 // On the XCB platform the window manager hints and the input shape go straight to the native window.
 // Nothing must call setFlags() after construction: the toolkit would rewrite the window type.
