@@ -1,6 +1,8 @@
 #include "AgentStoreFixture.h"
 
 #include <QJsonArray>
+#include <algorithm>
+#include <array>
 #include <sys/socket.h>
 
 using namespace mirrowisp;
@@ -221,36 +223,102 @@ TEST_F(AgentStoreDecisions, APostToolEventWithdrawsTheCardAnsweredInTheAgent) {
     EXPECT_EQ(s->pending().size(), 1U);
 }
 
-TEST_F(AgentStoreDecisions, ANewTurnOrTheEndAnswersWaitingCardsEmpty) {
-    auto [sent, decision] = request(AgentKind::claude, permission("Bash", {}));
-    sendAnswered(AgentKind::claude, event("Stop", "s1"));
-    AgentSession* s = session(AgentKind::claude, text("s1"));
-    EXPECT_EQ(sent.tool->printed(), std::nullopt);
-    EXPECT_FALSE(sent.tool->stillWaiting());
-    EXPECT_TRUE(s->pending().empty());
-    EXPECT_EQ(s->status(), AgentStatus::done());
-
-    auto [a, first] = request(AgentKind::claude, permission("Bash", {}));
-    auto [b, second] = request(AgentKind::claude, permission("Edit", {}));
-    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1", {{text("prompt"), text("never mind")}}));
-    EXPECT_FALSE(a.tool->stillWaiting());
-    EXPECT_FALSE(b.tool->stillWaiting());
-    EXPECT_TRUE(s->pending().empty());
-}
-
-TEST_F(AgentStoreDecisions, TheStatusLeavesNeedsAttentionWithTheLastCard) {
-    auto [a, first] = request(AgentKind::claude, permission("Bash", {}));
-    auto [b, second] = request(AgentKind::claude, permission("Edit", {}));
-    AgentSession* s = session(AgentKind::claude, text("s1"));
-    store.allow(*first, *s, false);
-    EXPECT_EQ(s->status(), AgentStatus::needsAttention());
-    store.handBack(*second, *s);
-    EXPECT_EQ(b.tool->printed(), std::nullopt);
-    EXPECT_FALSE(b.tool->stillWaiting());
-    EXPECT_EQ(s->status(), AgentStatus::thinking());
+// Three cards, taken in every order by every route: each tool hears once, the others keep waiting,
+// and the status leaves needsAttention with the last. Routes that end the turn take all that remain.
+TEST_F(AgentStoreDecisions, CardsGoByEveryRouteInEveryOrder) {
+    enum class Route { allow, deny, handBack, peerLost, terminal, prompt, stop, sessionEnd, hidden };
+    const struct {
+        Route route;
+        const char* event; // the agent's event that takes every remaining card
+        AgentStatus after;
+    } routes[] = {
+        {Route::allow, nullptr, AgentStatus::thinking()},
+        {Route::deny, nullptr, AgentStatus::thinking()},
+        {Route::handBack, nullptr, AgentStatus::thinking()},
+        {Route::peerLost, nullptr, AgentStatus::thinking()},
+        {Route::terminal, nullptr, AgentStatus::thinking()},
+        {Route::prompt, "UserPromptSubmit", AgentStatus::thinking()},
+        {Route::stop, "Stop", AgentStatus::done()},
+        {Route::sessionEnd, "SessionEnd", AgentStatus::ended()},
+        {Route::hidden, nullptr, AgentStatus::thinking()},
+    };
+    int run = 0;
+    for (const auto& row : routes) {
+        std::array<int, 3> order{0, 1, 2};
+        do {
+            const QByteArray id = QByteArray("r") + QByteArray::number(run++);
+            SCOPED_TRACE(id.toStdString());
+            std::vector<Sent> tools;
+            for (int i = 0; i < 3; ++i) {
+                tools.push_back(request(AgentKind::claude,
+                                        permission("Bash", {{text("command"), QString::number(i)}}),
+                                        id.constData())
+                                    .first);
+            }
+            AgentSession* s = session(AgentKind::claude, QString::fromLatin1(id));
+            ASSERT_EQ(s->pending().size(), 3U);
+            const bool takesAll = row.event != nullptr || row.route == Route::hidden;
+            std::vector<int> gone;
+            for (const int index : order) {
+                // A route that takes all goes second, after one card was answered in the terminal.
+                const Route route = takesAll && gone.empty() ? Route::terminal : row.route;
+                PendingDecision* card = s->findPending(tools[index].connection->request().id);
+                ASSERT_NE(card, nullptr);
+                switch (route) {
+                case Route::allow:
+                    store.allow(*card, *s, false);
+                    break;
+                case Route::deny:
+                    store.deny(*card, *s);
+                    break;
+                case Route::handBack:
+                    store.handBack(*card, *s);
+                    break;
+                case Route::peerLost:
+                    tools[index].connection->peerClosed();
+                    test::drainMainQueue();
+                    break;
+                case Route::terminal:
+                    sendAnswered(AgentKind::claude,
+                                 event("PostToolUse", id.constData(),
+                                       permission("Bash", card->payload()[text("tool_input")].toObject())));
+                    break;
+                case Route::hidden:
+                    store.dismiss(s->id());
+                    break;
+                default:
+                    sendAnswered(AgentKind::claude, event(row.event, id.constData()));
+                }
+                if (route != row.route) {
+                    gone.push_back(index);
+                    continue;
+                }
+                for (int i = 0; i < 3; ++i) {
+                    const bool before = std::find(gone.begin(), gone.end(), i) != gone.end();
+                    const bool now = !before && (takesAll || i == index);
+                    EXPECT_EQ(tools[i].tool->stillWaiting(), !before && !now) << "card " << i;
+                    if (now && route != Route::allow && route != Route::deny) {
+                        EXPECT_EQ(tools[i].tool->printed(), std::nullopt) << "no decision for card " << i;
+                    }
+                }
+                if (row.route == Route::hidden) {
+                    EXPECT_EQ(session(AgentKind::claude, QString::fromLatin1(id)), nullptr);
+                    break;
+                }
+                gone.push_back(index);
+                EXPECT_EQ(s->pending().size(), takesAll ? 0U : 3U - gone.size());
+                if (takesAll || gone.size() == 3) {
+                    EXPECT_EQ(s->status(), row.after);
+                    break;
+                }
+                EXPECT_EQ(s->status(), AgentStatus::needsAttention());
+            }
+        } while (std::next_permutation(order.begin(), order.end()));
+    }
 
     // A card whose tool went away while the session was done leaves it done.
     auto [c, third] = request(AgentKind::claude, permission("Bash", {}));
+    AgentSession* s = session(AgentKind::claude, text("s1"));
     s->setStatus(AgentStatus::done());
     store.remove(third->id(), *s);
     EXPECT_EQ(s->status(), AgentStatus::done());
