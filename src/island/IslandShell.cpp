@@ -93,12 +93,12 @@ void IslandShell::start() {
     registerTypes();
     screens_ = std::make_unique<QtScreenSource>();
     tasks_ = std::make_unique<TimerDelayedTasks>();
-    cardActions_ =
-        std::make_unique<DecisionCardActions>(app_.agents(), DecisionCardActions::timerSchedule(), [this] {
-            if (manager_) {
-                manager_->closeAutomaticallyOpened();
-            }
-        });
+    cardActions_ = std::make_unique<DecisionCardActions>(app_.agents(),
+                                                         DecisionCardActions::timerSchedule(this), [this] {
+                                                             if (manager_) {
+                                                                 manager_->closeAutomaticallyOpened();
+                                                             }
+                                                         });
     // Codex has no desktop app on Linux: the notice always points at the terminal.
     codexNotice_ = std::make_unique<CodexApprovalNotice>(app_.agents(), CodexHookApproval::AppLookup{});
     agents_ = std::make_unique<AgentsViewModel>(app_.agents(), *cardActions_, *codexNotice_,

@@ -103,20 +103,6 @@ TEST_F(DecisionCardModelTest, ApproveAndApproveWithAutoEdit) {
     EXPECT_EQ(decisionOf(autoEdit)[text("updatedPermissions")][0][text("mode")], text("acceptEdits"));
 }
 
-TEST_F(DecisionCardModelTest, TheLastAnsweredCardClosesTheIslandAQuarterSecondLater) {
-    Waiting first = request(AgentKind::claude, "s1", "Bash", bashInput);
-    Waiting second = request(AgentKind::codex, "s2", "Bash", bashInput);
-
-    DecisionCardModel(actions, first.id).allow();
-    EXPECT_TRUE(scheduled.empty()) << "a second session still waits, so the island stays";
-
-    DecisionCardModel(actions, second.id).deny();
-    ASSERT_EQ(scheduled.size(), 1u);
-    EXPECT_EQ(closes, 0) << "the close waits for its delay";
-    EXPECT_EQ(runScheduled(), std::vector<double>{0.25});
-    EXPECT_EQ(closes, 1);
-}
-
 TEST_F(DecisionCardModelTest, AButtonOnADecisionThatWentAwayDoesNothing) {
     Waiting gone = request(AgentKind::claude, "s1", "Bash", bashInput);
     Waiting stays = request(AgentKind::claude, "s2", "Bash", bashInput);
