@@ -2,6 +2,7 @@
 
 #include "agents/AgentStore.h"
 
+#include <QPointer>
 #include <QTimer>
 #include <cmath>
 
@@ -32,7 +33,12 @@ void DecisionCardActions::countWaiting() {
     const bool lastWent = waiting == 0 && waiting_ != 0;
     waiting_ = waiting;
     if (lastWent && schedule_ && closeAutomaticallyOpened_) {
-        schedule_(closeDelay, closeAutomaticallyOpened_);
+        // A request that comes within the delay keeps the island.
+        schedule_(closeDelay, [weak = QPointer<DecisionCardActions>(this)] {
+            if (weak && weak->waiting_ == 0) {
+                weak->closeAutomaticallyOpened_();
+            }
+        });
     }
 }
 

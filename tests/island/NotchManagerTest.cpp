@@ -250,6 +250,12 @@ TEST_F(NotchManagerTest, AnIslandOpenedForRequestsClosesWhenTheLastGoesAnyWay) {
                 << "open while another request waits";
         }
     }
+
+    Tool gone = send(QStringLiteral("x"), "PermissionRequest", QStringLiteral("ls"));
+    store.dismiss(AgentSession::makeID(AgentKind::claude, QStringLiteral("x")));
+    Tool again = send(QStringLiteral("y"), "PermissionRequest", QStringLiteral("ls"));
+    world.tasks.advance(1);
+    EXPECT_TRUE(island.isOpen()) << "a request that came within the delay keeps the island";
 }
 
 } // namespace
