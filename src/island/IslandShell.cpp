@@ -23,6 +23,7 @@
 #include "island/X11KeyGrab.h"
 #include "island/XInputPointerMonitor.h"
 
+#include <QCursor>
 #include <QJsonObject>
 #include <QQmlContext>
 #include <QQmlEngine>
@@ -126,18 +127,28 @@ void IslandShell::start() {
         IslandWindow* raw = window.get();
         connect(raw, &IslandWindow::escapePressed, this, [this] { manager_->handleEscape(); });
         connect(raw, &IslandWindow::keyboardFocusLost, this, [this] { app_.setIsEditingText(false); });
-        // Where the monitor does not see the whole screen (XWayland), the window's own pointer events
-        // and its leaving stand in for it.
+        // The monitor hears devices only: a pointer warped onto or off the island (a window manager's
+        // key, a remote desktop) shows in the window's own enter and leave events alone, and a region
+        // that grows or shrinks under a resting pointer in a query of where it is.
+        connect(raw, &IslandWindow::pointerMoved, this,
+                [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
+        connect(raw, &IslandWindow::pointerLeft, this,
+                [this] { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), whereIsPointer()); });
+        connect(
+            raw, &IslandWindow::inputRegionChanged, this,
+            [this] {
+                if (monitor_->coversWholeScreen()) {
+                    pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), whereIsPointer());
+                }
+            },
+            Qt::QueuedConnection);
+        // Where the monitor does not see the whole screen (XWayland), the window's presses stand in too.
         if (!monitor_->coversWholeScreen()) {
-            connect(raw, &IslandWindow::pointerMoved, this,
-                    [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
             connect(raw, &IslandWindow::pointerPressed, this, [this](QPoint at, Qt::MouseButton button) {
                 if (button == Qt::LeftButton) {
                     pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDown), at);
                 }
             });
-            connect(raw, &IslandWindow::pointerLeft, this,
-                    [this] { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), nowhere); });
         }
         return window;
     };
@@ -188,6 +199,12 @@ void IslandShell::attachViews() {
         }
         attached_.append(window);
     }
+}
+
+QPointF IslandShell::whereIsPointer() const {
+    // Under XWayland the server knows the pointer only over the app's own windows: once it left
+    // them, it is nowhere the island could be.
+    return monitor_->coversWholeScreen() ? QPointF(QCursor::pos()) : nowhere;
 }
 
 void IslandShell::pointerEvent(int kind, QPointF global) {

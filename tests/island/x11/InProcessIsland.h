@@ -8,6 +8,9 @@
 #include "island/NotchWindowController.h"
 #include "support/TestSupport.h"
 
+#include <QCursor>
+#include <QGuiApplication>
+#include <QScreen>
 #include <gtest/gtest.h>
 
 namespace mirrowisp::test {
@@ -24,6 +27,10 @@ protected:
           shell(model, {}) {}
 
     void SetUp() override {
+        // The pointer rests away from the island, as a user's does until they reach for it: an island
+        // under it would be one they took over.
+        const QRect screen = QGuiApplication::primaryScreen()->geometry();
+        QCursor::setPos(screen.left() + 5, screen.bottom() - 5);
         model.start();
         shell.start();
         ASSERT_FALSE(shell.manager().controllers().isEmpty());
