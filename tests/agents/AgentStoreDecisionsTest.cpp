@@ -223,95 +223,66 @@ TEST_F(AgentStoreDecisions, APostToolEventWithdrawsTheCardAnsweredInTheAgent) {
     EXPECT_EQ(s->pending().size(), 1U);
 }
 
-// Three cards, taken in every order by every route: each tool hears once, the others keep waiting,
-// and the status leaves needsAttention with the last. Routes that end the turn take all that remain.
+// Three cards taken in every order by every route: each tool hears once, the others keep waiting,
+// and the status leaves needsAttention with the last. The routes that end the turn or hide the
+// session take all that remain, after one card was answered in the terminal.
 TEST_F(AgentStoreDecisions, CardsGoByEveryRouteInEveryOrder) {
-    enum class Route { allow, deny, handBack, peerLost, terminal, prompt, stop, sessionEnd, hidden };
-    const struct {
-        Route route;
-        const char* event; // the agent's event that takes every remaining card
-        AgentStatus after;
-    } routes[] = {
-        {Route::allow, nullptr, AgentStatus::thinking()},
-        {Route::deny, nullptr, AgentStatus::thinking()},
-        {Route::handBack, nullptr, AgentStatus::thinking()},
-        {Route::peerLost, nullptr, AgentStatus::thinking()},
-        {Route::terminal, nullptr, AgentStatus::thinking()},
-        {Route::prompt, "UserPromptSubmit", AgentStatus::thinking()},
-        {Route::stop, "Stop", AgentStatus::done()},
-        {Route::sessionEnd, "SessionEnd", AgentStatus::ended()},
-        {Route::hidden, nullptr, AgentStatus::thinking()},
+    const std::pair<const char*, AgentStatus> routes[] = {
+        {"allow", AgentStatus::thinking()}, {"handBack", AgentStatus::thinking()},
+        {"lost", AgentStatus::thinking()},  {"PostToolUse", AgentStatus::thinking()},
+        {"hide", AgentStatus::thinking()},  {"UserPromptSubmit", AgentStatus::thinking()},
+        {"Stop", AgentStatus::done()},      {"SessionEnd", AgentStatus::ended()},
     };
     int run = 0;
-    for (const auto& row : routes) {
+    for (const auto& [route, after] : routes) {
+        const QString how = QLatin1StringView(route);
+        const bool takesAll = how == text("hide") || (how.front().isUpper() && how != text("PostToolUse"));
         std::array<int, 3> order{0, 1, 2};
         do {
             const QByteArray id = QByteArray("r") + QByteArray::number(run++);
-            SCOPED_TRACE(id.toStdString());
+            SCOPED_TRACE(id.toStdString() + " " + route);
             std::vector<Sent> tools;
             for (int i = 0; i < 3; ++i) {
-                tools.push_back(request(AgentKind::claude,
-                                        permission("Bash", {{text("command"), QString::number(i)}}),
-                                        id.constData())
-                                    .first);
+                const QJsonObject input{{text("command"), QString::number(i)}};
+                tools.push_back(request(AgentKind::claude, permission("Bash", input), id.constData()).first);
             }
             AgentSession* s = session(AgentKind::claude, QString::fromLatin1(id));
-            ASSERT_EQ(s->pending().size(), 3U);
-            const bool takesAll = row.event != nullptr || row.route == Route::hidden;
-            std::vector<int> gone;
+            std::array<bool, 3> answered{};
             for (const int index : order) {
-                // A route that takes all goes second, after one card was answered in the terminal.
-                const Route route = takesAll && gone.empty() ? Route::terminal : row.route;
-                PendingDecision* card = s->findPending(tools[index].connection->request().id);
-                ASSERT_NE(card, nullptr);
-                switch (route) {
-                case Route::allow:
-                    store.allow(*card, *s, false);
-                    break;
-                case Route::deny:
-                    store.deny(*card, *s);
-                    break;
-                case Route::handBack:
-                    store.handBack(*card, *s);
-                    break;
-                case Route::peerLost:
+                const bool first = std::count(answered.begin(), answered.end(), true) == 0;
+                const QString step = takesAll && first ? text("PostToolUse") : how;
+                PendingDecision& card = *s->findPending(tools[index].connection->request().id);
+                if (step == text("allow")) {
+                    store.allow(card, *s, false);
+                } else if (step == text("handBack")) {
+                    store.handBack(card, *s);
+                } else if (step == text("lost")) {
                     tools[index].connection->peerClosed();
                     test::drainMainQueue();
-                    break;
-                case Route::terminal:
-                    sendAnswered(AgentKind::claude,
-                                 event("PostToolUse", id.constData(),
-                                       permission("Bash", card->payload()[text("tool_input")].toObject())));
-                    break;
-                case Route::hidden:
+                } else if (step == text("hide")) {
                     store.dismiss(s->id());
-                    break;
-                default:
-                    sendAnswered(AgentKind::claude, event(row.event, id.constData()));
-                }
-                if (route != row.route) {
-                    gone.push_back(index);
-                    continue;
+                } else {
+                    const QJsonObject input{{text("command"), QString::number(index)}};
+                    sendAnswered(AgentKind::claude, event(step.toLatin1().constData(), id.constData(),
+                                                          permission("Bash", input)));
                 }
                 for (int i = 0; i < 3; ++i) {
-                    const bool before = std::find(gone.begin(), gone.end(), i) != gone.end();
-                    const bool now = !before && (takesAll || i == index);
-                    EXPECT_EQ(tools[i].tool->stillWaiting(), !before && !now) << "card " << i;
-                    if (now && route != Route::allow && route != Route::deny) {
+                    const bool now = !answered[i] && (i == index || (takesAll && !first));
+                    EXPECT_EQ(tools[i].tool->stillWaiting(), !answered[i] && !now) << "card " << i;
+                    if (now && step != text("allow")) {
                         EXPECT_EQ(tools[i].tool->printed(), std::nullopt) << "no decision for card " << i;
                     }
+                    answered[i] = answered[i] || now;
                 }
-                if (row.route == Route::hidden) {
-                    EXPECT_EQ(session(AgentKind::claude, QString::fromLatin1(id)), nullptr);
+                if (step == text("hide")) {
+                    break; // the session went with its cards
+                }
+                const auto waiting = std::count(answered.begin(), answered.end(), false);
+                EXPECT_EQ(s->pending().size(), static_cast<size_t>(waiting));
+                EXPECT_EQ(s->status(), waiting == 0 ? after : AgentStatus::needsAttention());
+                if (waiting == 0) {
                     break;
                 }
-                gone.push_back(index);
-                EXPECT_EQ(s->pending().size(), takesAll ? 0U : 3U - gone.size());
-                if (takesAll || gone.size() == 3) {
-                    EXPECT_EQ(s->status(), row.after);
-                    break;
-                }
-                EXPECT_EQ(s->status(), AgentStatus::needsAttention());
             }
         } while (std::next_permutation(order.begin(), order.end()));
     }

@@ -59,15 +59,6 @@ TEST_F(DecisionCardModelTest, EachPermissionButtonReachesTheTool) {
     EXPECT_EQ(pending.count(), 1);
 }
 
-TEST_F(DecisionCardModelTest, DenySendsTheSameMessageWhateverTheAgent) {
-    Waiting codex = request(AgentKind::codex, "c1", "Bash", bashInput);
-    Waiting opencode = request(AgentKind::opencode, "o1", "Write", {{text("file_path"), text("/tmp/a")}});
-    DecisionCardModel(actions, codex.id).deny();
-    DecisionCardModel(actions, opencode.id).deny();
-    EXPECT_EQ(decisionOf(codex)[text("message")], text("The user denied this from Mirrowisp."));
-    EXPECT_EQ(decisionOf(opencode)[text("message")], text("The user denied this from Mirrowisp."));
-}
-
 TEST_F(DecisionCardModelTest, KeepPlanningFirstRevealsTheBoxThenSends) {
     Waiting empty =
         request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("# Plan\n- step")}});
