@@ -208,6 +208,9 @@ QPointF IslandShell::whereIsPointer() const {
 }
 
 void IslandShell::pointerEvent(int kind, QPointF global) {
+    if (!manager_) {
+        return; // the islands are being torn down; a window that goes reports the pointer leaving
+    }
     pointer_.setPosition(global);
     manager_->handleMouse(static_cast<IslandMouseEvent>(kind), global);
     updateKeyGrab();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "X11Desktop.h"
 #include "app/AppModel.h"
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
@@ -8,9 +9,6 @@
 #include "island/NotchWindowController.h"
 #include "support/TestSupport.h"
 
-#include <QCursor>
-#include <QGuiApplication>
-#include <QScreen>
 #include <gtest/gtest.h>
 
 namespace mirrowisp::test {
@@ -29,8 +27,7 @@ protected:
     void SetUp() override {
         // The pointer rests away from the island, as a user's does until they reach for it: an island
         // under it would be one they took over.
-        const QRect screen = QGuiApplication::primaryScreen()->geometry();
-        QCursor::setPos(screen.left() + 5, screen.bottom() - 5);
+        ASSERT_TRUE(moveTo(QPoint(5, 1000)));
         model.start();
         shell.start();
         ASSERT_FALSE(shell.manager().controllers().isEmpty());
