@@ -261,9 +261,10 @@ void AgentStore::applyPostTool(AgentSession& session, const QJsonObject& payload
         const auto index =
             answeredElsewhere(payloads, *tool, json::object(payload, QLatin1StringView("tool_input")));
         if (index) {
-            PendingDecision& settled = *session.pending()[static_cast<std::size_t>(*index)];
+            const PendingDecision& settled = *session.pending()[static_cast<std::size_t>(*index)];
+            const QString id = settled.id();
             settled.connection()->reply();
-            remove(settled.id(), session);
+            remove(id, session);
         }
     }
     if (session.pending().empty() && session.status().isWorking()) {
@@ -302,10 +303,10 @@ void AgentStore::applyStop(AgentSession& session, const QJsonObject& payload) {
 }
 
 void AgentStore::failPending(AgentSession& session) {
-    for (const auto& decision : session.pending()) {
+    // Taken out first, so nothing a reply sets off can change the list being walked.
+    for (const auto& decision : session.takeAllPending()) {
         decision->connection()->reply();
     }
-    session.takeAllPending();
 }
 
 void AgentStore::dismiss(const QString& sessionKey) {

@@ -87,7 +87,8 @@ public:
     void handBack(PendingDecision& decision, AgentSession& session);
     // Sends the decision object in the agent's reply shape and retires the decision.
     void respond(PendingDecision& decision, AgentSession& session, const QJsonObject& decisionObject);
-    void remove(const QString& decisionID, AgentSession& session);
+    // Drops the decision with this id; the tool is answered by whoever calls this.
+    void remove(QString decisionID, AgentSession& session);
     // Answers every waiting decision of the session with the empty reply and drops them.
     void failPending(AgentSession& session);
     // The user hides a session; its next event makes it anew.

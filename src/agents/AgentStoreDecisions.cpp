@@ -229,7 +229,8 @@ void AgentStore::respond(PendingDecision& decision, AgentSession& session,
     }
 }
 
-void AgentStore::remove(const QString& decisionID, AgentSession& session) {
+void AgentStore::remove(QString decisionID, AgentSession& session) {
+    // The id is a copy: the caller's may live in the decision that is freed here.
     while (session.takePending(decisionID)) {
     }
     if (session.pending().empty() && session.status().kind == AgentStatus::Case::needsAttention) {

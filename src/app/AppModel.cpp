@@ -4,6 +4,7 @@
 #include "base/Log.h"
 
 #include <QPointer>
+#include <algorithm>
 #include <cmath>
 
 namespace mirrowisp {
@@ -18,6 +19,8 @@ AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& cloc
         connect(&prefs_, changed, this, &AppModel::applyPreferences);
     }
     transientTimer_.setSingleShot(true);
+    // A coarse timer may wake up to 5 % early; the deadline below is what counts either way.
+    transientTimer_.setTimerType(Qt::PreciseTimer);
     connect(&transientTimer_, &QTimer::timeout, this, [this] { expireTransient(clock_.now()); });
     // Hooks come back within a minute after an agent's own update removed them.
     agentSetupTimer_.setInterval(60'000);
@@ -197,15 +200,33 @@ void AppModel::flash(const TransientActivity& activity, double seconds) {
     }
     transient_ = activity;
     transientUntil_ = clock_.now() + seconds;
-    transientTimer_.start(static_cast<int>(std::ceil(seconds * 1000)));
+    armTransientTimer(seconds);
     Q_EMIT transientChanged();
 }
 
 void AppModel::expireTransient(Timestamp now) {
-    if (transient_ && now >= transientUntil_) {
-        transient_.reset();
-        Q_EMIT transientChanged();
+    if (!transient_) {
+        return;
     }
+    if (now < transientUntil_) {
+        // Woken before the deadline: look again then, or the display would stay until the next flash.
+        armTransientTimer(transientUntil_ - now);
+        return;
+    }
+    transientTimer_.stop();
+    transient_.reset();
+    Q_EMIT transientChanged();
+}
+
+std::optional<double> AppModel::transientCheckIn() const {
+    if (!transientTimer_.isActive()) {
+        return std::nullopt;
+    }
+    return transientTimer_.interval() / 1000.0;
+}
+
+void AppModel::armTransientTimer(double seconds) {
+    transientTimer_.start(std::max(1, static_cast<int>(std::ceil(seconds * 1000))));
 }
 
 } // namespace mirrowisp

@@ -66,8 +66,10 @@ public:
     void flash(const TransientActivity& activity, double seconds);
     const std::optional<TransientActivity>& transient() const { return transient_; }
     qint64 transientID() const { return transientID_; }
-    // Ends the transient if its time is up (the flash timer calls this).
+    // Ends the transient if its time is up, else waits for the rest (the flash timer calls this).
     void expireTransient(Timestamp now);
+    // After how many seconds the flash timer looks at the deadline; nothing while it is idle.
+    std::optional<double> transientCheckIn() const;
 
     // Greets a Bluetooth audio device that just connected; the audio output and the Bluetooth
     // monitor both report a connection, so a repeat within 6 s stays silent.
@@ -115,6 +117,7 @@ private:
     void applyPreferences();
     void startBridge();
     void play(SoundCue cue);
+    void armTransientTimer(double seconds);
 
     Preferences& prefs_;
     UserDefaults& defaults_;

@@ -44,7 +44,6 @@ void DecisionCardModel::act(const std::function<void(PendingDecision&, AgentSess
     }
     action(*decision, *session);
     Q_EMIT isPendingChanged();
-    actions_.done();
 }
 
 void DecisionCardModel::allow() {

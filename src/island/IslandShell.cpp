@@ -23,6 +23,7 @@
 #include "island/x11/X11KeyGrab.h"
 #include "island/x11/XInputPointerMonitor.h"
 
+#include <QCursor>
 #include <QJsonObject>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -89,12 +90,12 @@ void IslandShell::start() {
     registerTypes();
     screens_ = std::make_unique<QtScreenSource>();
     tasks_ = std::make_unique<TimerDelayedTasks>();
-    cardActions_ =
-        std::make_unique<DecisionCardActions>(app_.agents(), DecisionCardActions::timerSchedule(), [this] {
-            if (manager_) {
-                manager_->closeAutomaticallyOpened();
-            }
-        });
+    cardActions_ = std::make_unique<DecisionCardActions>(app_.agents(),
+                                                         DecisionCardActions::timerSchedule(this), [this] {
+                                                             if (manager_) {
+                                                                 manager_->closeAutomaticallyOpened();
+                                                             }
+                                                         });
     // Codex has no desktop app on Linux: the notice always points at the terminal.
     codexNotice_ = std::make_unique<CodexApprovalNotice>(app_.agents(), CodexHookApproval::AppLookup{});
     agents_ = std::make_unique<AgentsViewModel>(app_.agents(), *cardActions_, *codexNotice_,
@@ -116,18 +117,28 @@ void IslandShell::start() {
         IslandWindow* raw = window.get();
         connect(raw, &IslandWindow::escapePressed, this, [this] { manager_->handleEscape(); });
         connect(raw, &IslandWindow::keyboardFocusLost, this, [this] { app_.setIsEditingText(false); });
-        // Where the monitor does not see the whole screen (XWayland), the window's own pointer events
-        // and its leaving stand in for it.
+        // The monitor hears devices only: a pointer warped onto or off the island (a window manager's
+        // key, a remote desktop) shows in the window's own enter and leave events alone, and a region
+        // that grows or shrinks under a resting pointer in a query of where it is.
+        connect(raw, &IslandWindow::pointerMoved, this,
+                [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
+        connect(raw, &IslandWindow::pointerLeft, this,
+                [this] { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), whereIsPointer()); });
+        connect(
+            raw, &IslandWindow::inputRegionChanged, this,
+            [this] {
+                if (monitor_->coversWholeScreen()) {
+                    pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), whereIsPointer());
+                }
+            },
+            Qt::QueuedConnection);
+        // Where the monitor does not see the whole screen (XWayland), the window's presses stand in too.
         if (!monitor_->coversWholeScreen()) {
-            connect(raw, &IslandWindow::pointerMoved, this,
-                    [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), at); });
             connect(raw, &IslandWindow::pointerPressed, this, [this](QPoint at, Qt::MouseButton button) {
                 if (button == Qt::LeftButton) {
                     pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDown), at);
                 }
             });
-            connect(raw, &IslandWindow::pointerLeft, this,
-                    [this] { pointerEvent(static_cast<int>(IslandMouseEvent::mouseMoved), nowhere); });
         }
         return window;
     };
@@ -188,7 +199,16 @@ void IslandShell::attachViews() {
     }
 }
 
+QPointF IslandShell::whereIsPointer() const {
+    // Under XWayland the server knows the pointer only over the app's own windows: once it left
+    // them, it is nowhere the island could be.
+    return monitor_->coversWholeScreen() ? QPointF(QCursor::pos()) : nowhere;
+}
+
 void IslandShell::pointerEvent(int kind, QPointF global) {
+    if (!manager_) {
+        return; // the islands are being torn down; a window that goes reports the pointer leaving
+    }
     pointer_.setPosition(global);
     manager_->handleMouse(static_cast<IslandMouseEvent>(kind), global);
     updateKeyGrab();

@@ -62,6 +62,8 @@ Q_SIGNALS:
 private:
     void attachViews();
     void pointerEvent(int kind, QPointF global);
+    // Where the pointer is now, asked of the server.
+    QPointF whereIsPointer() const;
     void updateKeyGrab();
     void permissionKey(const QString& key);
     QString firstPermissionID() const;

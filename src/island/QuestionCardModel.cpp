@@ -117,7 +117,6 @@ void QuestionCardModel::submit() {
         }
     }
     actions_.store().answer(*decision, *session, answers);
-    actions_.done();
 }
 
 void QuestionCardModel::terminal() {
@@ -126,7 +125,6 @@ void QuestionCardModel::terminal() {
         return;
     }
     actions_.store().handBack(*decision, *session);
-    actions_.done();
 }
 
 } // namespace mirrowisp

@@ -1,6 +1,8 @@
 #include "AgentStoreFixture.h"
 
 #include <QJsonArray>
+#include <algorithm>
+#include <array>
 #include <sys/socket.h>
 
 using namespace mirrowisp;
@@ -221,36 +223,73 @@ TEST_F(AgentStoreDecisions, APostToolEventWithdrawsTheCardAnsweredInTheAgent) {
     EXPECT_EQ(s->pending().size(), 1U);
 }
 
-TEST_F(AgentStoreDecisions, ANewTurnOrTheEndAnswersWaitingCardsEmpty) {
-    auto [sent, decision] = request(AgentKind::claude, permission("Bash", {}));
-    sendAnswered(AgentKind::claude, event("Stop", "s1"));
-    AgentSession* s = session(AgentKind::claude, text("s1"));
-    EXPECT_EQ(sent.tool->printed(), std::nullopt);
-    EXPECT_FALSE(sent.tool->stillWaiting());
-    EXPECT_TRUE(s->pending().empty());
-    EXPECT_EQ(s->status(), AgentStatus::done());
-
-    auto [a, first] = request(AgentKind::claude, permission("Bash", {}));
-    auto [b, second] = request(AgentKind::claude, permission("Edit", {}));
-    sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1", {{text("prompt"), text("never mind")}}));
-    EXPECT_FALSE(a.tool->stillWaiting());
-    EXPECT_FALSE(b.tool->stillWaiting());
-    EXPECT_TRUE(s->pending().empty());
-}
-
-TEST_F(AgentStoreDecisions, TheStatusLeavesNeedsAttentionWithTheLastCard) {
-    auto [a, first] = request(AgentKind::claude, permission("Bash", {}));
-    auto [b, second] = request(AgentKind::claude, permission("Edit", {}));
-    AgentSession* s = session(AgentKind::claude, text("s1"));
-    store.allow(*first, *s, false);
-    EXPECT_EQ(s->status(), AgentStatus::needsAttention());
-    store.handBack(*second, *s);
-    EXPECT_EQ(b.tool->printed(), std::nullopt);
-    EXPECT_FALSE(b.tool->stillWaiting());
-    EXPECT_EQ(s->status(), AgentStatus::thinking());
+// Three cards taken in every order by every route: each tool hears once, the others keep waiting,
+// and the status leaves needsAttention with the last. The routes that end the turn or hide the
+// session take all that remain, after one card was answered in the terminal.
+TEST_F(AgentStoreDecisions, CardsGoByEveryRouteInEveryOrder) {
+    const std::pair<const char*, AgentStatus> routes[] = {
+        {"allow", AgentStatus::thinking()}, {"handBack", AgentStatus::thinking()},
+        {"lost", AgentStatus::thinking()},  {"PostToolUse", AgentStatus::thinking()},
+        {"hide", AgentStatus::thinking()},  {"UserPromptSubmit", AgentStatus::thinking()},
+        {"Stop", AgentStatus::done()},      {"SessionEnd", AgentStatus::ended()},
+    };
+    int run = 0;
+    for (const auto& [route, after] : routes) {
+        const QString how = QLatin1StringView(route);
+        const bool takesAll = how == text("hide") || (how.front().isUpper() && how != text("PostToolUse"));
+        std::array<int, 3> order{0, 1, 2};
+        do {
+            const QByteArray id = QByteArray("r") + QByteArray::number(run++);
+            SCOPED_TRACE(id.toStdString() + " " + route);
+            std::vector<Sent> tools;
+            for (int i = 0; i < 3; ++i) {
+                const QJsonObject input{{text("command"), QString::number(i)}};
+                tools.push_back(request(AgentKind::claude, permission("Bash", input), id.constData()).first);
+            }
+            AgentSession* s = session(AgentKind::claude, QString::fromLatin1(id));
+            std::array<bool, 3> answered{};
+            for (const int index : order) {
+                const bool first = std::count(answered.begin(), answered.end(), true) == 0;
+                const QString step = takesAll && first ? text("PostToolUse") : how;
+                PendingDecision& card = *s->findPending(tools[index].connection->request().id);
+                if (step == text("allow")) {
+                    store.allow(card, *s, false);
+                } else if (step == text("handBack")) {
+                    store.handBack(card, *s);
+                } else if (step == text("lost")) {
+                    tools[index].connection->peerClosed();
+                    test::drainMainQueue();
+                } else if (step == text("hide")) {
+                    store.dismiss(s->id());
+                } else {
+                    const QJsonObject input{{text("command"), QString::number(index)}};
+                    sendAnswered(AgentKind::claude, event(step.toLatin1().constData(), id.constData(),
+                                                          permission("Bash", input)));
+                }
+                for (int i = 0; i < 3; ++i) {
+                    const bool now = !answered[i] && (i == index || (takesAll && !first));
+                    EXPECT_EQ(tools[i].tool->stillWaiting(), !answered[i] && !now) << "card " << i;
+                    if (now && step != text("allow")) {
+                        EXPECT_EQ(tools[i].tool->printed(), std::nullopt) << "no decision for card " << i;
+                    }
+                    answered[i] = answered[i] || now;
+                }
+                if (step == text("hide")) {
+                    break; // the session went with its cards
+                }
+                const auto waiting = std::count(answered.begin(), answered.end(), false);
+                EXPECT_EQ(s->pending().size(), static_cast<size_t>(waiting));
+                EXPECT_EQ(s->status(), waiting == 0 ? after : AgentStatus::needsAttention());
+                if (waiting == 0) {
+                    break;
+                }
+            }
+        } while (std::next_permutation(order.begin(), order.end()));
+    }
 
     // A card whose tool went away while the session was done leaves it done.
     auto [c, third] = request(AgentKind::claude, permission("Bash", {}));
+    AgentSession* s = session(AgentKind::claude, text("s1"));
     s->setStatus(AgentStatus::done());
     store.remove(third->id(), *s);
     EXPECT_EQ(s->status(), AgentStatus::done());

@@ -46,24 +46,6 @@ protected:
 
 } // namespace
 
-TEST_F(ClosedContentTest, ATransientOutranksAWaitingPermissionWhichComesBackAfterIt) {
-    AgentSession& waiting = add(AgentKind::codex, AgentStatus::needsAttention(), 10);
-    inputs.attention = &waiting;
-    inputs.transient = TransientActivity::levelChange(TransientActivity::Case::volume, 0.5);
-    inputs.transientID = 7;
-
-    const ClosedContent shown = ClosedContent::resolve(inputs);
-    ASSERT_EQ(shown.kind(), Case::transient);
-    EXPECT_EQ(shown.transientPayload()->id, 7);
-    EXPECT_EQ(shown.animationKey(), QStringLiteral("transient-7"));
-
-    inputs.transient.reset();
-    const ClosedContent after = ClosedContent::resolve(inputs);
-    ASSERT_EQ(after.kind(), Case::attention);
-    EXPECT_EQ(after.attentionPayload()->agent, AgentKind::codex);
-    EXPECT_EQ(after.animationKey(), QStringLiteral("attention-codex:s0"));
-}
-
 TEST_F(ClosedContentTest, WorkingListsDistinctKindsMostRecentFirstAndCountsSessions) {
     add(AgentKind::claude, AgentStatus::thinking(), 10);
     add(AgentKind::claude, AgentStatus::runningTool(QStringLiteral("Bash")), 11);

@@ -59,15 +59,6 @@ TEST_F(DecisionCardModelTest, EachPermissionButtonReachesTheTool) {
     EXPECT_EQ(pending.count(), 1);
 }
 
-TEST_F(DecisionCardModelTest, DenySendsTheSameMessageWhateverTheAgent) {
-    Waiting codex = request(AgentKind::codex, "c1", "Bash", bashInput);
-    Waiting opencode = request(AgentKind::opencode, "o1", "Write", {{text("file_path"), text("/tmp/a")}});
-    DecisionCardModel(actions, codex.id).deny();
-    DecisionCardModel(actions, opencode.id).deny();
-    EXPECT_EQ(decisionOf(codex)[text("message")], text("The user denied this from Mirrowisp."));
-    EXPECT_EQ(decisionOf(opencode)[text("message")], text("The user denied this from Mirrowisp."));
-}
-
 TEST_F(DecisionCardModelTest, KeepPlanningFirstRevealsTheBoxThenSends) {
     Waiting empty =
         request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("# Plan\n- step")}});
@@ -101,20 +92,6 @@ TEST_F(DecisionCardModelTest, ApproveAndApproveWithAutoEdit) {
     EXPECT_EQ(decisionOf(plain), (QJsonObject{{text("behavior"), text("allow")}}));
     DecisionCardModel(actions, autoEdit.id).approveAutoEdit();
     EXPECT_EQ(decisionOf(autoEdit)[text("updatedPermissions")][0][text("mode")], text("acceptEdits"));
-}
-
-TEST_F(DecisionCardModelTest, TheLastAnsweredCardClosesTheIslandAQuarterSecondLater) {
-    Waiting first = request(AgentKind::claude, "s1", "Bash", bashInput);
-    Waiting second = request(AgentKind::codex, "s2", "Bash", bashInput);
-
-    DecisionCardModel(actions, first.id).allow();
-    EXPECT_TRUE(scheduled.empty()) << "a second session still waits, so the island stays";
-
-    DecisionCardModel(actions, second.id).deny();
-    ASSERT_EQ(scheduled.size(), 1u);
-    EXPECT_EQ(closes, 0) << "the close waits for its delay";
-    EXPECT_EQ(runScheduled(), std::vector<double>{0.25});
-    EXPECT_EQ(closes, 1);
 }
 
 TEST_F(DecisionCardModelTest, AButtonOnADecisionThatWentAwayDoesNothing) {

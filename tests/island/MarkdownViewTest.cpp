@@ -25,63 +25,53 @@ QString html(const char* markdown) {
 
 } // namespace
 
-TEST(MarkdownBlocks, ParagraphsJoinLinesAndBlankLinesSplitThem) {
-    EXPECT_TRUE(parse("").isEmpty());
-    EXPECT_TRUE(parse("\n \t\n").isEmpty());
-    EXPECT_EQ(parse("first line\n  second line  "),
-              QList<Block>{Block::paragraph(text("first line second line"))});
-    EXPECT_EQ(parse("one\n\ntwo"),
-              (QList<Block>{Block::paragraph(text("one")), Block::paragraph(text("two"))}));
-}
-
-TEST(MarkdownBlocks, FencesKeepTheirLinesAsWritten) {
-    EXPECT_EQ(parse("intro\n```sh\n  # not a heading\n\n- nor a bullet\n```\nafter"),
-              (QList<Block>{Block::paragraph(text("intro")),
-                            Block::code(text("  # not a heading\n\n- nor a bullet")),
-                            Block::paragraph(text("after"))}));
-    EXPECT_EQ(parse("```\n```"), QList<Block>{Block::code(QString())});
-    EXPECT_EQ(parse("text\n```\nlet x = 1\n  y"),
-              (QList<Block>{Block::paragraph(text("text")), Block::code(text("let x = 1\n  y"))}))
-        << "an unterminated fence keeps everything after its opening line";
-}
-
-TEST(MarkdownBlocks, HeadingsNeedNoSpaceAndHaveNoLevelCap) {
-    EXPECT_EQ(parse("#Title"), QList<Block>{Block::heading(1, text("Title"))});
-    EXPECT_EQ(parse("##"), QList<Block>{Block::heading(2, QString())});
-    EXPECT_EQ(parse("  ####### \tDeep\t "), QList<Block>{Block::heading(7, text("Deep"))});
-    EXPECT_EQ(parse("para\n# Head\nmore"),
-              (QList<Block>{Block::paragraph(text("para")), Block::heading(1, text("Head")),
-                            Block::paragraph(text("more"))}));
-}
-
-TEST(MarkdownBlocks, OnlyExactlyThreeDashesOrStarsMakeARule) {
-    EXPECT_EQ(parse("---"), QList<Block>{Block::rule()});
-    EXPECT_EQ(parse("  ***  "), QList<Block>{Block::rule()});
-    EXPECT_EQ(parse("----"), QList<Block>{Block::paragraph(text("----"))});
-    EXPECT_EQ(parse("___"), QList<Block>{Block::paragraph(text("___"))});
-}
-
-TEST(MarkdownBlocks, QuotesNeedTheSpaceAndStayOneBlockPerLine) {
-    EXPECT_EQ(parse("> one\n> two"), (QList<Block>{Block::quote(text("one")), Block::quote(text("two"))}));
-    EXPECT_EQ(parse(">word"), QList<Block>{Block::paragraph(text(">word"))});
-}
-
-TEST(MarkdownBlocks, BulletsTakeIndentAndMarkerFromTheLine) {
-    EXPECT_EQ(parse("- a\n  * b\n   + c\n    - d"),
-              (QList<Block>{Block::bullet(text("a"), 0, text("•")), Block::bullet(text("b"), 1, text("•")),
-                            Block::bullet(text("c"), 1, text("•")), Block::bullet(text("d"), 2, text("•"))}));
-    EXPECT_EQ(parse("12. twelfth"), QList<Block>{Block::bullet(text("twelfth"), 0, text("12."))});
-    EXPECT_EQ(parse("  \t  - tabbed"), QList<Block>{Block::bullet(text("tabbed"), 1, text("•"))})
-        << "a tab ends the count of spaces";
-    EXPECT_EQ(parse("-word"), QList<Block>{Block::paragraph(text("-word"))});
-    EXPECT_EQ(parse("1.5 litres"), QList<Block>{Block::paragraph(text("1.5 litres"))});
-}
-
-TEST(MarkdownBlocks, AListItemEndsTheParagraphBeforeIt) {
-    EXPECT_EQ(
-        parse("Steps:\n1. build\n2. test\nthen ship"),
-        (QList<Block>{Block::paragraph(text("Steps:")), Block::bullet(text("build"), 0, text("1.")),
-                      Block::bullet(text("test"), 0, text("2.")), Block::paragraph(text("then ship"))}));
+TEST(MarkdownBlocks, EachKindOfLineMakesItsBlocks) {
+    using B = Block;
+    const auto t = text;
+    const struct {
+        const char* markdown;
+        QList<Block> blocks;
+    } cases[] = {
+        // Paragraphs join lines; blank lines split them.
+        {"", {}},
+        {"\n \t\n", {}},
+        {"first line\n  second line  ", {B::paragraph(t("first line second line"))}},
+        {"one\n\ntwo", {B::paragraph(t("one")), B::paragraph(t("two"))}},
+        // Fences keep their lines as written; an unterminated one keeps everything after it.
+        {"intro\n```sh\n  # not a heading\n\n- nor a bullet\n```\nafter",
+         {B::paragraph(t("intro")), B::code(t("  # not a heading\n\n- nor a bullet")),
+          B::paragraph(t("after"))}},
+        {"```\n```", {B::code(QString())}},
+        {"text\n```\nlet x = 1\n  y", {B::paragraph(t("text")), B::code(t("let x = 1\n  y"))}},
+        // Headings need no space and have no level cap.
+        {"#Title", {B::heading(1, t("Title"))}},
+        {"##", {B::heading(2, QString())}},
+        {"  ####### \tDeep\t ", {B::heading(7, t("Deep"))}},
+        {"para\n# Head\nmore", {B::paragraph(t("para")), B::heading(1, t("Head")), B::paragraph(t("more"))}},
+        // Only exactly three dashes or stars make a rule.
+        {"---", {B::rule()}},
+        {"  ***  ", {B::rule()}},
+        {"----", {B::paragraph(t("----"))}},
+        {"___", {B::paragraph(t("___"))}},
+        // Quotes need the space and stay one block per line.
+        {"> one\n> two", {B::quote(t("one")), B::quote(t("two"))}},
+        {">word", {B::paragraph(t(">word"))}},
+        // Bullets take indent and marker from the line; a tab ends the count of spaces.
+        {"- a\n  * b\n   + c\n    - d",
+         {B::bullet(t("a"), 0, t("•")), B::bullet(t("b"), 1, t("•")), B::bullet(t("c"), 1, t("•")),
+          B::bullet(t("d"), 2, t("•"))}},
+        {"12. twelfth", {B::bullet(t("twelfth"), 0, t("12."))}},
+        {"  \t  - tabbed", {B::bullet(t("tabbed"), 1, t("•"))}},
+        {"-word", {B::paragraph(t("-word"))}},
+        {"1.5 litres", {B::paragraph(t("1.5 litres"))}},
+        // A list item ends the paragraph before it.
+        {"Steps:\n1. build\n2. test\nthen ship",
+         {B::paragraph(t("Steps:")), B::bullet(t("build"), 0, t("1.")), B::bullet(t("test"), 0, t("2.")),
+          B::paragraph(t("then ship"))}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(parse(c.markdown), c.blocks) << c.markdown;
+    }
 }
 
 TEST(MarkdownBlocks, BlocksCompareAndHashByValue) {
@@ -91,36 +81,33 @@ TEST(MarkdownBlocks, BlocksCompareAndHashByValue) {
     EXPECT_NE(qHash(Block::bullet(text("x"), 1, text("•"))), qHash(Block::bullet(text("x"), 2, text("•"))));
 }
 
-TEST(MarkdownInline, EverythingButTheMarkupIsEscaped) {
-    EXPECT_EQ(html("<script>alert('x')</script> & \"q\""),
-              text("&lt;script&gt;alert('x')&lt;/script&gt; &amp; &quot;q&quot;"));
-    EXPECT_EQ(html("a  b\tc\nd"), text("a &nbsp;b&nbsp;&nbsp;&nbsp;&nbsp;c<br>d"));
-    EXPECT_EQ(html(" lead"), text("&nbsp;lead")) << "StyledText would drop a leading blank";
-}
-
-TEST(MarkdownInline, EmphasisCodeAndLinks) {
-    EXPECT_EQ(html("**bold** and __also__"), text("<b>bold</b> and <b>also</b>"));
-    EXPECT_EQ(html("*it* _it_ **bold *both***"), text("<i>it</i> <i>it</i> **bold *both***"))
-        << "a run of three markers is not guessed at";
-    EXPECT_EQ(html("**bold *and* it**"), text("<b>bold <i>and</i> it</b>"));
-    EXPECT_EQ(html("run `a <b> **c**` now"),
-              text("run <font color=\"#f0b27a\">a &lt;b&gt; **c**</font> now"));
-    EXPECT_EQ(html("``a ` b``"), text("<font color=\"#f0b27a\">a ` b</font>"));
-    EXPECT_EQ(html("see [the docs](https://example.com/a?b=1&c=\"2\")"),
-              text("see <a href=\"https://example.com/a?b=1&amp;c=&quot;2&quot;\">the docs</a>"));
-    EXPECT_EQ(html("[a [b](c)"), text("[a <a href=\"c\">b</a>"));
-}
-
-TEST(MarkdownInline, WhatDoesNotParseShowsAsTyped) {
-    EXPECT_EQ(html("**unbalanced"), text("**unbalanced"));
-    EXPECT_EQ(html("a ** b ** c"), text("a ** b ** c"));
-    EXPECT_EQ(html("snake_case_name and 2*3*4"), text("snake_case_name and 2<i>3</i>4"));
-    EXPECT_EQ(html("`open code"), text("`open code"));
-    EXPECT_EQ(html("[text](no close"), text("[text](no close"));
-    EXPECT_EQ(html("[text] (url)"), text("[text] (url)"));
-    EXPECT_EQ(html("[text](has space)"), text("[text](has space)"));
-    EXPECT_EQ(html("\\*not\\* \\[x\\] \\q"), text("*not* [x] \\q"));
-    EXPECT_EQ(html("**a *b** c*"), text("<b>a *b</b> c*")) << "tags always nest";
+TEST(MarkdownInline, MarkupBecomesStyledTextAndTheRestIsEscapedOrShownAsTyped) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"<script>alert('x')</script> & \"q\"",
+         "&lt;script&gt;alert('x')&lt;/script&gt; &amp; &quot;q&quot;"},
+        {"a  b\tc\nd", "a &nbsp;b&nbsp;&nbsp;&nbsp;&nbsp;c<br>d"},
+        {" lead", "&nbsp;lead"}, // StyledText would drop a leading blank
+        {"**bold** and __also__", "<b>bold</b> and <b>also</b>"},
+        {"*it* _it_ **bold *both***", "<i>it</i> <i>it</i> **bold *both***"}, // three markers: no guess
+        {"**bold *and* it**", "<b>bold <i>and</i> it</b>"},
+        {"run `a <b> **c**` now", "run <font color=\"#f0b27a\">a &lt;b&gt; **c**</font> now"},
+        {"``a ` b``", "<font color=\"#f0b27a\">a ` b</font>"},
+        {"see [the docs](https://example.com/a?b=1&c=\"2\")",
+         "see <a href=\"https://example.com/a?b=1&amp;c=&quot;2&quot;\">the docs</a>"},
+        {"[a [b](c)", "[a <a href=\"c\">b</a>"},
+        {"**unbalanced", "**unbalanced"},
+        {"a ** b ** c", "a ** b ** c"},
+        {"snake_case_name and 2*3*4", "snake_case_name and 2<i>3</i>4"},
+        {"`open code", "`open code"},
+        {"[text](no close", "[text](no close"},
+        {"[text] (url)", "[text] (url)"},
+        {"[text](has space)", "[text](has space)"},
+        {"\\*not\\* \\[x\\] \\q", "*not* [x] \\q"},
+        {"**a *b** c*", "<b>a *b</b> c*"}, // tags always nest
+    };
+    for (const auto& [markdown, expected] : cases) {
+        EXPECT_EQ(html(markdown), text(expected)) << markdown;
+    }
 }
 
 TEST(MarkdownInline, LargeAndHostileInputStaysFast) {

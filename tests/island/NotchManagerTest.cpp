@@ -1,11 +1,17 @@
 #include "island/NotchManager.h"
 
 #include "IslandTestSupport.h"
+#include "island/DecisionCardActions.h"
+#include "island/DecisionCardModel.h"
 #include "island/NotchViewModel.h"
 #include "island/NotchWindowController.h"
+#include "support/ToolEnd.h"
 
+#include <QJsonDocument>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <tuple>
 
 using namespace mirrowisp;
 using test::makeScreen;
@@ -171,6 +177,85 @@ TEST_F(NotchManagerTest, ScreensSharingAnIdShareAnIsland) {
     screens.set({makeScreen(0, 0), makeScreen(0, 1920)});
     EXPECT_EQ(islandScreens(), QList<quint32>{0});
     EXPECT_EQ(world.panels.size(), 4u);
+}
+
+// An island that opened by itself for a request closes once the last one goes, whichever way it
+// went, as after a card's own button; while another request waits it stays.
+TEST_F(NotchManagerTest, AnIslandOpenedForRequestsClosesWhenTheLastGoesAnyWay) {
+    AgentStore& store = world.app.agents();
+    DecisionCardActions actions(
+        store, [this](double seconds, std::function<void()> task) { world.tasks.schedule(seconds, task); },
+        [this] { manager.closeAutomaticallyOpened(); });
+    store.setOnSignal(
+        [this](AgentSignal signal, AgentSession& session) { world.app.handle(signal, session); });
+    world.app.setNotch(&manager);
+    manager.start();
+    const NotchViewModel& island = manager.controller(1)->model();
+
+    struct Tool {
+        std::shared_ptr<BridgeConnection> connection;
+        std::unique_ptr<test::ToolEnd> end;
+    };
+    int next = 0;
+    auto send = [&](const QString& sessionID, const char* event, const QString& command) {
+        const QJsonObject payload{
+            {QStringLiteral("hook_event_name"), QLatin1StringView(event)},
+            {QStringLiteral("session_id"), sessionID},
+            {QStringLiteral("tool_name"), QStringLiteral("Bash")},
+            {QStringLiteral("tool_input"), QJsonObject{{QStringLiteral("command"), command}}}};
+        int fds[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+        BridgeRequest request{QStringLiteral("req-%1").arg(++next),
+                              AgentKind::claude,
+                              QJsonDocument(payload).toJson(QJsonDocument::Compact),
+                              true,
+                              {}};
+        Tool tool{BridgeConnection::make(request, fds[0]), std::make_unique<test::ToolEnd>(fds[1])};
+        store.handle(tool.connection);
+        return tool;
+    };
+
+    // What the user does (a card's button, `ctl allow`, hiding the row), the tool going away, or the
+    // agent's own event; a post-tool event names the call that was settled.
+    for (const char* route :
+         {"card", "ctl", "lost", "hide", "PostToolUse", "UserPromptSubmit", "Stop", "SessionEnd"}) {
+        SCOPED_TRACE(route);
+        const QString how = QLatin1StringView(route);
+        std::vector<std::tuple<QString, QString, Tool>> waiting;
+        for (const QString& command : {QStringLiteral("ls"), QStringLiteral("pwd")}) {
+            const QString sessionID = command + QString::number(next);
+            waiting.emplace_back(sessionID, command, send(sessionID, "PermissionRequest", command));
+        }
+        ASSERT_TRUE(island.isOpen() && island.openedAutomatically());
+        for (auto& [sessionID, command, tool] : waiting) {
+            const QString id = tool.connection->request().id;
+            const auto [decision, session] = store.findDecision(id);
+            ASSERT_NE(decision, nullptr);
+            if (how == QLatin1StringView("card")) {
+                DecisionCardModel(actions, id).allow();
+            } else if (how == QLatin1StringView("ctl")) {
+                store.allow(*decision, *session, false);
+            } else if (how == QLatin1StringView("lost")) {
+                tool.connection->peerClosed();
+                test::drainMainQueue();
+            } else if (how == QLatin1StringView("hide")) {
+                store.dismiss(session->id());
+            } else {
+                send(sessionID, route, command);
+            }
+            EXPECT_FALSE(tool.end->stillWaiting());
+            EXPECT_TRUE(island.isOpen()) << "the card's exit runs first";
+            world.tasks.advance(DecisionCardActions::closeDelay);
+            EXPECT_EQ(island.isOpen(), command == QLatin1StringView("ls"))
+                << "open while another request waits";
+        }
+    }
+
+    Tool gone = send(QStringLiteral("x"), "PermissionRequest", QStringLiteral("ls"));
+    store.dismiss(AgentSession::makeID(AgentKind::claude, QStringLiteral("x")));
+    Tool again = send(QStringLiteral("y"), "PermissionRequest", QStringLiteral("ls"));
+    world.tasks.advance(1);
+    EXPECT_TRUE(island.isOpen()) << "a request that came within the delay keeps the island";
 }
 
 } // namespace

@@ -141,6 +141,34 @@ TEST_F(NotchRootModelTest, ATransientCoversAWaitingPermissionAndItComesBack) {
     EXPECT_EQ(model.primaryTab(), NotchTab::agents);
 }
 
+// However soon after another change an agent finishes, its flash ends at its deadline: a timer that
+// wakes early waits for the rest, and the request that waits under the flash shows again.
+TEST_F(NotchRootModelTest, AFlashEndsAtItsTimeWhateverChangedJustBefore) {
+    NotchRootModel& island = appear();
+    askPermission(AgentKind::claude, "s1");
+    for (const double before : {0.0, 0.1, 0.3, 0.5}) {
+        for (const double woken : {-0.15, -0.001, 0.0, 0.001}) {
+            SCOPED_TRACE(testing::Message() << "change " << before << " s before, woken at " << woken);
+            app.flash(TransientActivity::levelChange(TransientActivity::Case::volume, 0.5), 1.6);
+            clock.advance(before);
+            app.flash(TransientActivity::agentDone(AgentKind::codex, text("shop")), 3.0);
+            const Timestamp until = clock.now() + 3.0;
+            clock.set(until + woken);
+            app.expireTransient(clock.now()); // as the flash timer does
+            test::drainMainQueue();
+            if (woken < 0) {
+                EXPECT_EQ(island.contentKind(), text("transient"));
+                EXPECT_NEAR(app.transientCheckIn().value_or(-1), -woken, 0.002) << "no second look";
+                clock.set(until);
+                app.expireTransient(clock.now());
+                test::drainMainQueue();
+            }
+            EXPECT_EQ(island.animationKey(), text("attention-claude:s1"));
+            EXPECT_EQ(app.transientCheckIn(), std::nullopt);
+        }
+    }
+}
+
 TEST_F(NotchRootModelTest, FollowsSessionsAsTheyComeChangeAndEnd) {
     NotchRootModel& island = appear();
     EXPECT_EQ(island.contentKind(), QStringLiteral("none"));

@@ -50,9 +50,41 @@ protected:
         return xcb_ewmh_init_atoms_replies(&ewmh, xcb_ewmh_init_atoms(connection, &ewmh), nullptr) != 0;
     }
 
-    // A top-level window that says it belongs to `pid`, once the window manager manages it. A window
-    // mapped while the manager is still starting can be missed, so it is mapped again until taken.
+    // A top-level window that says it belongs to `pid`, once the window manager manages it and has
+    // given it the focus, as it does to every new window: a request sent before that settles would
+    // cross the manager's own focus change, which may drop it.
     std::optional<xcb_window_t> managedWindow(uint32_t pid, const QByteArray& wmClass = {}) {
+        if (!managerTakesWindows()) {
+            return std::nullopt;
+        }
+        const xcb_window_t id = window(pid, wmClass);
+        xcb_map_window(connection, id);
+        xcb_flush(connection);
+        if (!test::waitUntil([&] { return managed(id) && active() == id; }, 15000)) {
+            return std::nullopt;
+        }
+        return id;
+    }
+
+    // The manager misses a window mapped while it starts: a throwaway one is mapped again until it
+    // is taken, waiting longer each time, so a slow start is waited out rather than raced.
+    bool managerTakesWindows() {
+        if (managerReady) {
+            return true;
+        }
+        const xcb_window_t probe = window(1, {});
+        for (int attempt = 1; attempt <= 8 && !managerReady; ++attempt) {
+            xcb_map_window(connection, probe);
+            xcb_flush(connection);
+            managerReady = test::waitUntil([&] { return managed(probe); }, 250 * attempt);
+            xcb_unmap_window(connection, probe);
+        }
+        xcb_destroy_window(connection, probe);
+        xcb_flush(connection);
+        return managerReady && test::waitUntil([&] { return !managed(probe); }, 15000);
+    }
+
+    xcb_window_t window(uint32_t pid, const QByteArray& wmClass) {
         const xcb_window_t id = xcb_generate_id(connection);
         xcb_screen_t* root = ewmh.screens[screen];
         xcb_create_window(connection, XCB_COPY_FROM_PARENT, id, root->root, 0, 0, 200, 100, 0,
@@ -66,15 +98,7 @@ protected:
         const uint32_t hints[9] = {1, 1, 0, 0, 0, 0, 0, 0, 0};
         xcb_change_property(connection, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, 32,
                             9, hints);
-        for (int attempt = 0; attempt < 40; ++attempt) {
-            xcb_map_window(connection, id);
-            xcb_flush(connection);
-            if (test::waitUntil([&] { return managed(id); }, 250)) {
-                return id;
-            }
-            xcb_unmap_window(connection, id);
-        }
-        return std::nullopt;
+        return id;
     }
 
     xcb_window_t active() {
@@ -103,6 +127,7 @@ protected:
     xcb_connection_t* connection = nullptr;
     xcb_ewmh_connection_t ewmh{};
     int screen = 0;
+    bool managerReady = false;
 };
 
 } // namespace
@@ -113,11 +138,11 @@ TEST_F(X11WindowFocusTest, RaisesAWindowByItsIDOrByTheProcessThatOwnsIt) {
     ASSERT_TRUE(terminal && other) << "openbox did not manage the test windows";
 
     X11WindowFocus focus(display);
-    // The manager may drop a request that crosses its own focus change, as it would a double click:
-    // asking again is what the user would do. A request that never works still fails.
+    // The manager may still drop a request that crosses its own focus change, as it would a double
+    // click: asking again is what the user would do. A request that never works still fails.
     auto raises = [&](const std::function<bool()>& request, xcb_window_t expected) {
         for (int attempt = 0; attempt < 3; ++attempt) {
-            if (request() && test::waitUntil([&] { return active() == expected; }, 1500)) {
+            if (request() && test::waitUntil([&] { return active() == expected; }, 3000)) {
                 return true;
             }
         }
@@ -141,7 +166,7 @@ TEST_F(X11WindowFocusTest, RaisesAnApplicationByItsDesktopID) {
     auto raises = [&](const QString& appID, xcb_window_t expected) {
         for (int attempt = 0; attempt < 3; ++attempt) {
             if (focus.activateApplication(appID) &&
-                test::waitUntil([&] { return active() == expected; }, 1500)) {
+                test::waitUntil([&] { return active() == expected; }, 3000)) {
                 return true;
             }
         }

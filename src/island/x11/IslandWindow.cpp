@@ -65,7 +65,12 @@ IslandWindow::IslandWindow(QQmlEngine* engine) : QQuickView(engine, nullptr) {
     connect(this, &QWindow::activeChanged, this, &IslandWindow::onActiveChanged);
 }
 
-IslandWindow::~IslandWindow() = default;
+IslandWindow::~IslandWindow() {
+    // The base classes drop the focus item and the activation while they are torn down; by then this
+    // part of the object is gone and its slots must not run.
+    disconnect(this, &QQuickWindow::activeFocusItemChanged, this, nullptr);
+    disconnect(this, &QWindow::activeChanged, this, nullptr);
+}
 
 std::optional<QStringList> IslandWindow::setContent(const QUrl& url, const QVariantMap& initialProperties) {
     setInitialProperties(initialProperties);
@@ -94,6 +99,7 @@ void IslandWindow::setFrame(const QRect& frame) {
 void IslandWindow::setInputRegion(const QRegion& region) {
     inputRegion_ = region;
     applyInputShape();
+    Q_EMIT inputRegionChanged();
 }
 
 void IslandWindow::show() {

@@ -58,6 +58,8 @@ Q_SIGNALS:
     void pointerReleased(QPoint global, Qt::MouseButton button);
     // The pointer left the input region.
     void pointerLeft();
+    // The input region was set anew: it may have come under, or gone from under, a resting pointer.
+    void inputRegionChanged();
     // The island lost the keyboard to another window.
     void keyboardFocusLost();
 

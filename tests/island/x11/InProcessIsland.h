@@ -1,5 +1,6 @@
 #pragma once
 
+#include "X11Desktop.h"
 #include "app/AppModel.h"
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
@@ -25,6 +26,9 @@ protected:
           shell(model, {}) {}
 
     void SetUp() override {
+        // The pointer rests away from the island, as a user's does until they reach for it: an island
+        // under it would be one they took over.
+        ASSERT_TRUE(moveTo(QPoint(5, 1000)));
         model.start();
         shell.start();
         ASSERT_FALSE(shell.manager().controllers().isEmpty());

@@ -82,7 +82,7 @@ protected:
         ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
     }
 
-    // A warp makes no raw motion, so the pointer lands one pixel short and steps in, as a mouse would.
+    // Lands one pixel short and steps in, as a mouse would, so the global monitor hears it too.
     void pointerTo(int x, int y) {
         xdotool({text("mousemove"), QString::number(x - 1), QString::number(y), text("mousemove_relative"),
                  text("--"), text("1"), text("0")});
@@ -177,13 +177,32 @@ TEST_F(IslandApp, OpensOnHoverAfterTheDelayButNotWhenThePointerOnlyCrossesIt) {
              text("--"), text("300"), text("394")});
     EXPECT_FALSE(becomes("isOpen", true, 1200)) << "a crossing opened the island";
 
-    pointerTo(centreX, 6);
-    ASSERT_TRUE(becomes("isOpen", true)) << "hovering did not open the island";
+    // Warped, as a window manager's key or a remote desktop moves it: no device motion at all.
+    xdotool({text("mousemove"), QString::number(centreX), text("6")});
+    ASSERT_TRUE(becomes("isOpen", true)) << "a pointer warped onto the island did not open it";
     EXPECT_FALSE(island()[text("openedAutomatically")].toBool());
     EXPECT_EQ(island()[text("targetSize")][text("width")], 668);
 
-    pointerTo(centreX, 500);
-    EXPECT_TRUE(becomes("isOpen", false)) << "leaving did not close the island";
+    xdotool({text("mousemove"), QString::number(centreX), text("900")});
+    EXPECT_TRUE(becomes("isOpen", false)) << "a pointer warped away left the island open";
+}
+
+TEST_F(IslandApp, TheFinishedFlashEndsAfterItsTimeAndARequestShowsThen) {
+    startApp();
+    pointerTo(centreX, 900);
+    // Another change of the closed island's content just before the agent finishes.
+    auto prompt =
+        hook({{text("hook_event_name"), text("UserPromptSubmit")}, {text("session_id"), text("other")}});
+    ASSERT_TRUE(prompt->waitForFinished(10000));
+    auto stop = hook({{text("hook_event_name"), text("Stop")}, {text("session_id"), text("island-2")}});
+    ASSERT_TRUE(stop->waitForFinished(10000));
+    auto content = [&] { return island()[text("content")].toString(); };
+    ASSERT_TRUE(mirrowisp::test::waitUntil([&] { return content().startsWith(text("transient-")); }, 5000));
+    EXPECT_TRUE(mirrowisp::test::waitUntil([&] { return !content().startsWith(text("transient-")); }, 6000))
+        << "the 3-second flash stayed";
+
+    auto tool = hook(permissionRequest);
+    EXPECT_TRUE(mirrowisp::test::waitUntil([&] { return content().startsWith(text("attention-")); }, 10000));
 }
 
 TEST_F(IslandApp, AClickBesideTheIslandClosesItAndReachesTheWindowBeneath) {

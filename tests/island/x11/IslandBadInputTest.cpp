@@ -80,7 +80,7 @@ TEST_F(IslandBadInput, AHundredSessionsWithLongMixedTextStayInsideTheWindow) {
                {text("cwd"), i % 3 == 0 ? QString() : QStringLiteral("/home/dev/%1").arg(mixed)},
                {text("prompt"), i % 2 == 0 ? prompt : mixed}});
     }
-    controller->open(NotchTab::agents, false);
+    controller->open(NotchTab::agents, true);
     expectOnScreen();
 }
 
