@@ -10,9 +10,7 @@ using test::AgentStoreFixture;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 QJsonObject parsed(const std::optional<QString>& printed) {
     return printed ? QJsonDocument::fromJson(printed->toUtf8()).object() : QJsonObject();

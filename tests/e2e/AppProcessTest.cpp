@@ -10,9 +10,7 @@
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 class AppProcess : public testing::Test {
 protected:

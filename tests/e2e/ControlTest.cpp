@@ -13,9 +13,7 @@
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 using mirrowisp::test::RunResult;
 

@@ -40,7 +40,7 @@ protected:
               },
               [this] { ++closes; }) {}
 
-    static QString text(const char* s) { return QString::fromUtf8(s); }
+    static QString text(const char* s) { return mirrowisp::test::text(s); }
 
     // A permission request that waits in the store.
     Waiting request(AgentKind agent, const char* sessionID, const char* tool, const QJsonObject& input,

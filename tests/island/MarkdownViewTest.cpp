@@ -1,6 +1,7 @@
 #include "island/MarkdownView.h"
 
 #include "island/MarkdownModel.h"
+#include "support/TestSupport.h"
 
 #include <QSignalSpy>
 #include <gtest/gtest.h>
@@ -10,9 +11,7 @@ using MarkdownView::Block;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 QList<Block> parse(const char* markdown) {
     return MarkdownView::blocks(text(markdown));

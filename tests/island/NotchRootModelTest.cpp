@@ -17,9 +17,7 @@ using namespace mirrowisp;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 // One island over a real application model; agent events arrive as the bridge delivers them.
 class NotchRootModelTest : public testing::Test {

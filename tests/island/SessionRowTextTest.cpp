@@ -11,9 +11,7 @@ namespace Row = SessionRowText;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 ProcessContext withEnvironment(QMap<QString, QString> environment, std::optional<QString> termProgram = {}) {
     ProcessContext context;

@@ -37,7 +37,7 @@ protected:
 
     void TearDown() override { model.stop(); }
 
-    static QString text(const char* s) { return QString::fromUtf8(s); }
+    static QString text(const char* s) { return mirrowisp::test::text(s); }
 
     TemporaryHome home;
     UserDefaults defaults;

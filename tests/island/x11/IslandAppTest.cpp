@@ -14,9 +14,7 @@
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
+using mirrowisp::test::text;
 
 class IslandApp : public testing::Test {
 protected:
