@@ -15,34 +15,16 @@ using namespace mirrowisp;
 using mirrowisp::test::drainMainQueue;
 using mirrowisp::test::LogCapture;
 using mirrowisp::test::ManualClock;
+using mirrowisp::test::readFile;
+using mirrowisp::test::readJsonObject;
 using mirrowisp::test::TemporaryHome;
 using mirrowisp::test::waitUntil;
+using mirrowisp::test::writeFile;
 
 namespace {
 
 QString key(const char* name) {
     return QString::fromLatin1(name);
-}
-
-void writeBytes(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
-QByteArray readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// The file as a JSON object; fails the test when it isn't one.
-QJsonObject fileObject(const QString& path) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(readBytes(path), &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << path.toStdString();
-    EXPECT_TRUE(document.isObject());
-    return document.object();
 }
 
 QStringList entriesOf(const QString& folder) {
@@ -76,7 +58,7 @@ TEST_F(UserDefaultsTest, AUserValueOfAnyTypeHidesTheRegisteredOneUntilRemoved) {
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_FALSE(defaults.contains(key("openOnHover")));
     // The registration domain is never written to the file.
-    EXPECT_EQ(fileObject(path), QJsonObject());
+    EXPECT_EQ(readJsonObject(path), QJsonObject());
 }
 
 TEST_F(UserDefaultsTest, TypedReadsAnswerOnlyTheirOwnType) {
@@ -122,7 +104,7 @@ TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileThatASecondStoreRe
         for (const auto& [name, value] : writes) {
             defaults.set(key(name), value);
             expected.insert(key(name), value);
-            EXPECT_EQ(fileObject(path), expected);
+            EXPECT_EQ(readJsonObject(path), expected);
             EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
         }
         defaults.set(key("gone"), 1);
@@ -133,7 +115,7 @@ TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileThatASecondStoreRe
     for (const QString& name : expected.keys()) {
         EXPECT_EQ(second.object(name), expected.value(name)) << name.toStdString();
     }
-    const QByteArray text = readBytes(path);
+    const QByteArray text = readFile(path);
     EXPECT_LT(text.indexOf("\"alpha\""), text.indexOf("\"mid\""));
     EXPECT_LT(text.indexOf("\"mid\""), text.indexOf("\"zeta\""));
     EXPECT_TRUE(text.contains("\n    \"alpha\": 2.5,\n")) << text.toStdString(); // indented, for people
@@ -154,7 +136,7 @@ TEST_F(UserDefaultsTest, DefaultPathFollowsXdgConfigHomeWhenTheStoreIsMade) {
     UserDefaults made(path);
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + QStringLiteral("/other")));
     made.set(key("k"), 1);
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("k"), 1}}));
 }
 
 TEST_F(UserDefaultsTest, ChangedIsEmittedOnlyWhenTheAnsweredValueChanges) {
@@ -198,18 +180,19 @@ TEST_F(UserDefaultsTest, ABatchWritesItsChangesOnceWhenTheOutermostBatchEnds) {
             defaults.set(key("codexEnabled"), false);
             defaults.remove(key("before"));
         }
-        EXPECT_EQ(fileObject(path), QJsonObject({{key("before"), 1}}));
+        EXPECT_EQ(readJsonObject(path), QJsonObject({{key("before"), 1}}));
         EXPECT_EQ(defaults.boolValue(key("codexEnabled")), false); // reads see the change at once
         EXPECT_EQ(changes.size(), 3);
     }
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("claudeEnabled"), false}, {key("codexEnabled"), false}}));
+    EXPECT_EQ(readJsonObject(path),
+              QJsonObject({{key("claudeEnabled"), false}, {key("codexEnabled"), false}}));
 }
 
 // An empty file, or one with values of the wrong types, is no damage: its values stay, nothing is kept aside.
 TEST_F(UserDefaultsTest, AnEmptyFileOrValuesOfWrongTypesAreKeptAsTheyAre) {
     const QByteArray wrongTypes = R"({"openOnHover": "yes", "hoverDelay": [0.3], "homeWidgets": "calendar"})";
     for (const QByteArray& bytes : {QByteArray(), wrongTypes}) {
-        writeBytes(path, bytes);
+        writeFile(path, bytes);
         UserDefaults defaults(path);
         defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
         EXPECT_EQ(defaults.boolValue(key("openOnHover")).has_value(), bytes.isEmpty());
@@ -219,7 +202,7 @@ TEST_F(UserDefaultsTest, AnEmptyFileOrValuesOfWrongTypesAreKeptAsTheyAre) {
         defaults.set(key("soundVolume"), 0.2);
         QJsonObject expected = QJsonDocument::fromJson(bytes).object();
         expected.insert(key("soundVolume"), 0.2);
-        EXPECT_EQ(fileObject(path), expected);
+        EXPECT_EQ(readJsonObject(path), expected);
         EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
     }
 }
@@ -233,7 +216,7 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
     });
     const auto written = [&](int n) {
         return waitUntil([&] {
-            return QJsonDocument::fromJson(readBytes(path)).object() == QJsonObject({{key("n"), n}});
+            return QJsonDocument::fromJson(readFile(path)).object() == QJsonObject({{key("n"), n}});
         });
     };
 
@@ -248,7 +231,7 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
     ASSERT_EQ(timers.size(), 1u);
     EXPECT_NEAR(timers[0].first, 1.0, 0.25);
     drainMainQueue();
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 1}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("n"), 1}}));
 
     clock.set(1001);
     timers[0].second(); // the second is over: the burst goes in one write
@@ -257,14 +240,14 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
     defaults.set(key("n"), 20'001);
     ASSERT_EQ(timers.size(), 2u);
     defaults.flush(); // at quit, without waiting for the timer
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("n"), 20'001}}));
     timers[1].second();
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("n"), 20'001}}));
 }
 
 TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
     const QString blocker = home.path() + QStringLiteral("/blocker");
-    writeBytes(blocker, "a file where a folder should be");
+    writeFile(blocker, "a file where a folder should be");
     LogCapture log;
     UserDefaults defaults(blocker + QStringLiteral("/defaults.json"));
 
@@ -287,7 +270,7 @@ TEST_F(UserDefaultsTest, AFifoOrALinkToADeviceIsMovedAsideUnreadAndReplaced) {
         LogCapture log;
         UserDefaults defaults(path); // neither waits for a writer nor reads without end
         defaults.set(key("k"), 1);
-        EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+        EXPECT_EQ(readJsonObject(path), QJsonObject({{key("k"), 1}}));
         const QStringList entries = entriesOf(folder);
         ASSERT_EQ(entries.size(), 2);
         const QFileInfo kept(folder + QLatin1Char('/') + entries.at(1));
@@ -310,25 +293,25 @@ class UserDefaultsDamagedFileTest : public UserDefaultsTest,
 
 TEST_P(UserDefaultsDamagedFileTest, ReadsAsDefaultsAndIsKeptAsideBeforeTheFirstWrite) {
     const QByteArray damaged = GetParam().bytes;
-    writeBytes(path, damaged);
+    writeFile(path, damaged);
     LogCapture log;
     UserDefaults defaults(path);
     defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
 
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_TRUE(defaults.keys().isEmpty());
-    EXPECT_EQ(readBytes(path), damaged); // reading alone changes nothing
+    EXPECT_EQ(readFile(path), damaged); // reading alone changes nothing
     EXPECT_TRUE(LogCapture::lines().isEmpty());
 
     defaults.set(key("openOnHover"), false);
     defaults.set(key("hoverDelay"), 0.2);
 
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("openOnHover"), false}, {key("hoverDelay"), 0.2}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("openOnHover"), false}, {key("hoverDelay"), 0.2}}));
     const QStringList entries = entriesOf(folder);
     ASSERT_EQ(entries.size(), 2) << entries.join(QLatin1Char(' ')).toStdString();
     const QString copy = entries.at(0) == key("defaults.json") ? entries.at(1) : entries.at(0);
     EXPECT_TRUE(copy.startsWith(QStringLiteral("defaults.json.unreadable-"))) << copy.toStdString();
-    EXPECT_EQ(readBytes(folder + QLatin1Char('/') + copy), damaged);
+    EXPECT_EQ(readFile(folder + QLatin1Char('/') + copy), damaged);
 
     ASSERT_EQ(LogCapture::lines().size(), 1);
     EXPECT_TRUE(LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: ")));
