@@ -70,7 +70,7 @@ TEST_F(HookTest, TrustTablesAreReadOnlyForOurHooksFile) {
     text += table("session_start", "second");
     text +=
         "[hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:session_end:0:0\"]\nenabled=false\n=x\nkey=\n";
-    writeBytes(codexDir() + QStringLiteral("/config.toml"), text);
+    writeFile(codexDir() + QStringLiteral("/config.toml"), text);
 
     const QMap<QString, HookInstaller::CodexTrust> states = HookInstaller::codexTrustStates();
     EXPECT_EQ(states.keys(), (QStringList{QStringLiteral("pre_tool_use"), QStringLiteral("session_end"),
@@ -85,8 +85,8 @@ TEST_F(HookTest, TrustTablesAreReadOnlyForOurHooksFile) {
 
 TEST_F(HookTest, AMissingOrBinaryConfigHasNoTrust) {
     EXPECT_TRUE(HookInstaller::codexTrustStates().isEmpty());
-    writeBytes(codexDir() + QStringLiteral("/config.toml"),
-               QByteArray("\x89PNG\r\n\x1a\n\xff\xfe\x00\x01", 12) + table("stop", "h"));
+    writeFile(codexDir() + QStringLiteral("/config.toml"),
+              QByteArray("\x89PNG\r\n\x1a\n\xff\xfe\x00\x01", 12) + table("stop", "h"));
     EXPECT_TRUE(HookInstaller::codexTrustStates().isEmpty());
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
@@ -102,10 +102,10 @@ TEST_F(HookTest, CodexStatusWeighsTrustBeforeTurnedOff) {
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
 
-    writeBytes(config, allTrusted("h-"));
+    writeFile(config, allTrusted("h-"));
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
-    writeBytes(config, allTrusted("h-", "pre_compact"));
+    writeFile(config, allTrusted("h-", "pre_compact"));
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::disabled);
 
     // Ten trusted, one missing, another turned off: the missing one wins.
@@ -115,14 +115,14 @@ TEST_F(HookTest, CodexStatusWeighsTrustBeforeTurnedOff) {
             tenAndOff += table(event, "h", QByteArray(event) == "stop" ? "enabled = false" : "");
         }
     }
-    writeBytes(config, tenAndOff);
+    writeFile(config, tenAndOff);
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
 }
 
 TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
     const QString config = codexDir() + QStringLiteral("/config.toml");
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
-    writeBytes(config, allTrusted("h-"));
+    writeFile(config, allTrusted("h-"));
     ASSERT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
     // The steady state rewrites nothing and leaves the trust alone.
@@ -130,11 +130,11 @@ TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
     // A change to the file (ours went missing from one event) rewrites it: the same hashes no longer count.
-    QJsonObject file = readObject(codexDir() + QStringLiteral("/hooks.json"));
+    QJsonObject file = readJsonObject(codexDir() + QStringLiteral("/hooks.json"));
     QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
     hooks.remove(QStringLiteral("Stop"));
     file.insert(QStringLiteral("hooks"), hooks);
-    writeBytes(codexDir() + QStringLiteral("/hooks.json"), QJsonDocument(file).toJson());
+    writeFile(codexDir() + QStringLiteral("/hooks.json"), QJsonDocument(file).toJson());
     clearBackups();
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     EXPECT_EQ(defaults()
@@ -149,7 +149,7 @@ TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
                    QJsonObject{{QStringLiteral("stop"), QStringLiteral("h-stop")}, {QStringLiteral("n"), 1}});
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
-    writeBytes(config, allTrusted("new-"));
+    writeFile(config, allTrusted("new-"));
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 }
 
@@ -174,20 +174,20 @@ TEST_F(HookTest, SetupIsDecidedTopToBottom) {
     EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, nobodyInstalled), AgentSetup::connected(std::nullopt));
 
     const QString settings = HookInstaller::integration(AgentKind::gemini).file;
-    writeBytes(settings, "{ broken");
+    writeFile(settings, "{ broken");
     EXPECT_EQ(setup(AgentKind::gemini, 5.0, everyoneInstalled), AgentSetup::unreadableConfig(settings));
 
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexNeedsApproval));
-    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-", "stop"));
+    writeFile(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-", "stop"));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexHooksOff));
-    writeBytes(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
+    writeFile(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::connected(5.0));
 }
 
 TEST_F(HookTest, AForeignFileAtThePluginPathIsUnreadableConfigThoughItIsText) {
     const QString plugin = HookInstaller::integration(AgentKind::opencode).file;
-    writeBytes(plugin, "export const Theirs = async () => ({})\n");
+    writeFile(plugin, "export const Theirs = async () => ({})\n");
     EXPECT_EQ(HookInstaller::setup(AgentKind::opencode, std::nullopt, defaults(), everyoneInstalled),
               AgentSetup::unreadableConfig(plugin));
     ASSERT_FALSE(HookInstaller::install(AgentKind::amp, defaults()));
