@@ -9,14 +9,10 @@ using test::AgentStoreFixture;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
-
 // The id of a process that has exited and been reaped: signalling it fails with "no such process".
 qint32 goneProcess() {
     QProcess process;
-    process.start(text("true"), {});
+    process.start(QStringLiteral("true"), {});
     process.waitForStarted();
     const auto pid = static_cast<qint32>(process.processId());
     process.waitForFinished();
