@@ -122,31 +122,7 @@ TEST_F(Conversation, AClaudeCodeSessionThroughTheRealTool) {
     quickHook("claude", ev("PostToolUse", bash));
     EXPECT_EQ(s->status(), AgentStatus::thinking());
 
-    const QJsonArray rules{QJsonObject{{text("type"), text("addRules")}, {text("behavior"), text("allow")}}};
-    QJsonObject suggested = bash;
-    suggested.insert(text("permission_suggestions"), rules);
-    auto [alwaysTool, alwaysCard] = ask("claude", AgentKind::claude, suggested);
-    ASSERT_NE(alwaysCard, nullptr);
-    store.allow(*alwaysCard, *s, true);
-    EXPECT_EQ(
-        printedAfterAnswer(*alwaysTool),
-        QByteArray(
-            R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"behavior":"allow","type":"addRules"}]},"hookEventName":"PermissionRequest"}})"));
-
-    auto [plainTool, plainCard] = ask("claude", AgentKind::claude, bash);
-    store.allow(*plainCard, *s, true); // no suggestions: the plain allow
-    EXPECT_EQ(
-        printedAfterAnswer(*plainTool),
-        QByteArray(
-            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})"));
-
-    auto [denyTool, denyCard] = ask("claude", AgentKind::claude, bash);
-    store.deny(*denyCard, *s);
-    EXPECT_EQ(
-        printedAfterAnswer(*denyTool),
-        QByteArray(
-            R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"The user denied this from Mirrowisp."},"hookEventName":"PermissionRequest"}})"));
-
+    // The tool prints each answer as the store wrote it; every kind of answer is checked there.
     const QJsonObject question{
         {text("tool_name"), text("AskUserQuestion")},
         {text("tool_input"),
@@ -162,16 +138,6 @@ TEST_F(Conversation, AClaudeCodeSessionThroughTheRealTool) {
         printedAfterAnswer(*questionTool),
         QByteArray(
             R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":{"Which port?":"8080"},"questions":[{"header":"Port","options":[{"label":"8080"}],"question":"Which port?"}]}},"hookEventName":"PermissionRequest"}})"));
-
-    const QJsonObject plan{{text("tool_name"), text("ExitPlanMode")},
-                           {text("tool_input"), QJsonObject{{text("plan"), text("# Plan\n1. Do it")}}}};
-    auto [planTool, planCard] = ask("claude", AgentKind::claude, plan);
-    ASSERT_EQ(planCard->kind().kind, DecisionKind::Case::plan);
-    store.approvePlan(*planCard, *s, true);
-    EXPECT_EQ(
-        printedAfterAnswer(*planTool),
-        QByteArray(
-            R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedPermissions":[{"destination":"session","mode":"acceptEdits","type":"setMode"}]},"hookEventName":"PermissionRequest"}})"));
 
     quickHook("claude", ev("Stop", {{text("last_assistant_message"), text("Listed.")}}));
     EXPECT_EQ(s->status(), AgentStatus::done());
@@ -191,10 +157,6 @@ TEST_F(Conversation, ADevinSessionGetsItsOwnReplyShape) {
     store.allow(*allowCard, *s, false);
     EXPECT_EQ(printedAfterAnswer(*allowTool), QByteArray(R"({"decision":"approve"})"));
 
-    auto [denyTool, denyCard] = ask("devin", AgentKind::devin, shell);
-    store.deny(*denyCard, *s);
-    EXPECT_EQ(printedAfterAnswer(*denyTool),
-              QByteArray(R"({"decision":"block","reason":"The user denied this from Mirrowisp."})"));
     quickHook("devin", ev("Stop"));
     EXPECT_EQ(s->status(), AgentStatus::done());
 }
