@@ -45,15 +45,6 @@ const auto everyoneInstalled = [](AgentKind) { return true; };
 
 } // namespace
 
-TEST(CodexNames, SnakeCaseSplitsAtEachLowerUpperPair) {
-    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("PreToolUse")), QStringLiteral("pre_tool_use"));
-    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("Stop")), QStringLiteral("stop"));
-    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("SubagentStart")), QStringLiteral("subagent_start"));
-    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("URLFetch")), QStringLiteral("urlfetch"));
-    EXPECT_EQ(HookInstaller::snakeCase(QStringLiteral("aBcD")), QStringLiteral("a_bc_d"));
-    EXPECT_EQ(HookInstaller::snakeCase(QString()), QString());
-}
-
 // ---- Reading config.toml ----
 
 TEST_F(HookTest, TrustTablesAreReadOnlyForOurHooksFile) {
