@@ -321,6 +321,8 @@ TEST_F(HookTest, APluginIsWrittenAsItsSourceAndReplacedOnlyIfOurs) {
         AgentPlugins::source(AgentKind::opencode, HookInstaller::bridgeLinkPath())->toUtf8();
     EXPECT_EQ(readFile(path), source);
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::opencode));
+    EXPECT_EQ(HookInstaller::setup(AgentKind::opencode, std::nullopt, defaults(), {}),
+              AgentSetup::connected(std::nullopt));
 
     // An older plugin of ours is brought up to date, without a backup.
     writeFile(path, "// old mirrowisp-bridge plugin\n");
@@ -342,6 +344,8 @@ TEST_F(HookTest, AForeignPluginFileIsNeitherReplacedNorDeleted) {
         EXPECT_EQ(HookInstaller::install(AgentKind::amp, defaults()), HookError::unreadable(path));
         EXPECT_FALSE(HookInstaller::uninstall(AgentKind::amp));
         EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::amp));
+        EXPECT_EQ(HookInstaller::setup(AgentKind::amp, std::nullopt, defaults(), {}),
+                  AgentSetup::unreadableConfig(path));
         EXPECT_EQ(readFile(path), foreign);
     }
 }

@@ -157,26 +157,12 @@ TEST_F(HookTest, SetupIsDecidedTopToBottom) {
     EXPECT_EQ(setup(AgentKind::gemini, 5.0, nobodyInstalled), AgentSetup::connected(5.0));
     EXPECT_EQ(setup(AgentKind::gemini, std::nullopt, nobodyInstalled), AgentSetup::connected(std::nullopt));
 
-    const QString settings = HookInstaller::integration(AgentKind::gemini).file;
-    writeFile(settings, "{ broken");
-    EXPECT_EQ(setup(AgentKind::gemini, 5.0, everyoneInstalled), AgentSetup::unreadableConfig(settings));
-
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexNeedsApproval));
     writeFile(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-", "stop"));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexHooksOff));
     writeFile(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::connected(5.0));
-}
-
-TEST_F(HookTest, AForeignFileAtThePluginPathIsUnreadableConfigThoughItIsText) {
-    const QString plugin = HookInstaller::integration(AgentKind::opencode).file;
-    writeFile(plugin, "export const Theirs = async () => ({})\n");
-    EXPECT_EQ(HookInstaller::setup(AgentKind::opencode, std::nullopt, defaults(), everyoneInstalled),
-              AgentSetup::unreadableConfig(plugin));
-    ASSERT_FALSE(HookInstaller::install(AgentKind::amp, defaults()));
-    EXPECT_EQ(HookInstaller::setup(AgentKind::amp, std::nullopt, defaults(), nobodyInstalled),
-              AgentSetup::connected(std::nullopt));
 }
 
 // The phrase follows the time since the agent was last seen, each unit from its first whole one.
