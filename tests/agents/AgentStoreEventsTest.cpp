@@ -1,17 +1,10 @@
 #include "AgentStoreFixture.h"
 #include "agents/AgentActivity.h"
 
-#include <QFile>
 #include <QJsonArray>
 
 using namespace mirrowisp;
 using test::AgentStoreFixture;
-
-namespace {
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
-} // namespace
 
 class AgentStoreEvents : public AgentStoreFixture {};
 
@@ -175,13 +168,11 @@ TEST_F(AgentStoreEvents, NotificationsCallTheUserOnlyWhenSomethingWaits) {
 
 TEST_F(AgentStoreEvents, CompactionAndStopWithoutAMessageReadTheTranscript) {
     const QString path = home.path() + text("/t.jsonl");
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"type":"user","message":{"content":"hello"}})"
-               "\n"
-               R"({"type":"assistant","message":{"content":[{"type":"text","text":"Done with   it"}]}})"
-               "\n");
-    file.close();
+    test::writeFile(path,
+                    R"({"type":"user","message":{"content":"hello"}})"
+                    "\n"
+                    R"({"type":"assistant","message":{"content":[{"type":"text","text":"Done with   it"}]}})"
+                    "\n");
     sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s1",
                                           {{text("prompt"), text("hi")}, {text("transcript_path"), path}}));
     AgentSession* s = session(AgentKind::claude, text("s1"));
@@ -195,11 +186,8 @@ TEST_F(AgentStoreEvents, CompactionAndStopWithoutAMessageReadTheTranscript) {
 
 TEST_F(AgentStoreEvents, BackfillsThePromptOfASessionMetMidway) {
     const QString path = home.path() + text("/t.jsonl");
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"type":"user","message":{"content":"Refactor the parser"}})"
-               "\n");
-    file.close();
+    test::writeFile(path, R"({"type":"user","message":{"content":"Refactor the parser"}})"
+                          "\n");
     sendAnswered(
         AgentKind::claude,
         event("PreToolUse", "mid", {{text("transcript_path"), path}, {text("tool_name"), text("Read")}}));

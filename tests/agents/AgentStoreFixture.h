@@ -37,6 +37,7 @@ protected:
         store.setSettings(settings);
     }
 
+    static QString text(const char* s) { return QString::fromUtf8(s); }
     static QJsonObject event(const char* name, const char* sessionID = "s1", QJsonObject extra = {});
 
     TemporaryHome home;

@@ -1,6 +1,5 @@
 #include "AgentStoreFixture.h"
 
-#include <QFile>
 #include <QProcess>
 #include <unistd.h>
 
@@ -9,14 +8,10 @@ using test::AgentStoreFixture;
 
 namespace {
 
-QString text(const char* s) {
-    return QString::fromUtf8(s);
-}
-
 // The id of a process that has exited and been reaped: signalling it fails with "no such process".
 qint32 goneProcess() {
     QProcess process;
-    process.start(text("true"), {});
+    process.start(QStringLiteral("true"), {});
     process.waitForStarted();
     const auto pid = static_cast<qint32>(process.processId());
     process.waitForFinished();
@@ -33,6 +28,7 @@ protected:
         send(AgentKind::claude, AgentStoreFixture::event(event, id), context);
         return session(AgentKind::claude, QString::fromUtf8(id));
     }
+    bool kept(const char* id) const { return session(AgentKind::claude, QString::fromUtf8(id)) != nullptr; }
 };
 
 TEST_F(AgentStoreLifecycle, OrdersWaitingThenWorkingThenNewest) {
@@ -76,40 +72,34 @@ TEST_F(AgentStoreLifecycle, CleanupRemovesWhatIsOverAndKeepsWhatWaits) {
 
     clock.advance(30.0);
     store.cleanup(clock.now());
-    EXPECT_NE(session(AgentKind::claude, text("ended")), nullptr) << "30.0 seconds exactly stays";
-    EXPECT_EQ(session(AgentKind::claude, text("doneDead")), nullptr);
-    EXPECT_EQ(session(AgentKind::claude, text("idleDead")), nullptr);
-    EXPECT_EQ(session(AgentKind::claude, text("workingDead")), nullptr);
-    EXPECT_NE(session(AgentKind::claude, text("doneAlive")), nullptr) << "hiding is off";
-    EXPECT_NE(session(AgentKind::claude, text("workingAlive")), nullptr);
-    EXPECT_NE(session(AgentKind::claude, text("workingUnknown")), nullptr);
-    EXPECT_NE(session(AgentKind::claude, text("waitingDead")), nullptr)
-        << "an open decision keeps its session";
-
+    // 30.0 seconds exactly keeps the ended one, hiding is off, and an open decision keeps its session.
+    const std::pair<const char*, bool> after30[] = {
+        {"ended", true},     {"doneDead", false},    {"idleDead", false},      {"workingDead", false},
+        {"doneAlive", true}, {"workingAlive", true}, {"workingUnknown", true}, {"waitingDead", true}};
+    for (const auto& [id, stays] : after30) {
+        EXPECT_EQ(kept(id), stays) << id;
+    }
     clock.advance(0.1);
     store.cleanup(clock.now());
-    EXPECT_EQ(session(AgentKind::claude, text("ended")), nullptr);
+    EXPECT_FALSE(kept("ended"));
 
     setting([](AgentStoreSettings& s) { s.hideFinishedAfter = 600; });
     clock.advance(569); // 599.1 s since its last event
     store.cleanup(clock.now());
-    EXPECT_NE(session(AgentKind::claude, text("doneAlive")), nullptr);
+    EXPECT_TRUE(kept("doneAlive"));
     clock.advance(1);
     store.cleanup(clock.now());
-    EXPECT_EQ(session(AgentKind::claude, text("doneAlive")), nullptr);
-    EXPECT_NE(session(AgentKind::claude, text("workingAlive")), nullptr);
+    EXPECT_FALSE(kept("doneAlive"));
+    EXPECT_TRUE(kept("workingAlive"));
     EXPECT_FALSE(AgentStore::processIsGone(1)) << "init is alive";
 }
 
 TEST_F(AgentStoreLifecycle, ReconciliationFinishesTurnsThatLostTheirStop) {
     const QString path = home.path() + text("/t.jsonl");
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"type":"assistant","message":{"content":"All done"}})"
-               "\n"
-               R"({"type":"system","subtype":"turn_duration"})"
-               "\n");
-    file.close();
+    test::writeFile(path, R"({"type":"assistant","message":{"content":"All done"}})"
+                          "\n"
+                          R"({"type":"system","subtype":"turn_duration"})"
+                          "\n");
     sendAnswered(AgentKind::claude, event("UserPromptSubmit", "quiet",
                                           {{text("transcript_path"), path}, {text("prompt"), text("x")}}));
     sendAnswered(AgentKind::claude, event("UserPromptSubmit", "noPath", {{text("prompt"), text("x")}}));
@@ -133,11 +123,8 @@ TEST_F(AgentStoreLifecycle, ReconciliationFinishesTurnsThatLostTheirStop) {
 
 TEST_F(AgentStoreLifecycle, AnEventDuringTheTranscriptReadWins) {
     const QString path = home.path() + text("/t.jsonl");
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"({"type":"system","subtype":"stop_hook_summary"})"
-               "\n");
-    file.close();
+    test::writeFile(path, R"({"type":"system","subtype":"stop_hook_summary"})"
+                          "\n");
     sendAnswered(AgentKind::claude, event("UserPromptSubmit", "s",
                                           {{text("transcript_path"), path}, {text("prompt"), text("x")}}));
     AgentSession* s = session(AgentKind::claude, text("s"));

@@ -9,14 +9,10 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
+using mirrowisp::test::readFile;
 using mirrowisp::test::TemporaryHome;
 
 namespace {
-
-QByteArray readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 QJsonDocument document(const char* name, const QJsonValue& value) {
     return QJsonDocument(QJsonObject{{QString::fromLatin1(name), value}});
@@ -32,7 +28,7 @@ TEST(AtomicJsonFile, CreatesMissingFoldersAndReplacesWholeContent) {
         writeJsonAtomically(path, document("command", QStringLiteral("/usr/bin/tool --long-option"))));
     EXPECT_FALSE(writeJsonAtomically(path, document("x", 1)));
 
-    EXPECT_EQ(readBytes(path), QByteArray("{\n    \"x\": 1\n}\n"));
+    EXPECT_EQ(readFile(path), QByteArray("{\n    \"x\": 1\n}\n"));
     EXPECT_EQ(QDir(home.path() + QStringLiteral("/a/b")).entryList(QDir::Files | QDir::Hidden),
               QStringList{QStringLiteral("settings.json")});
 }
@@ -47,7 +43,7 @@ TEST(AtomicJsonFile, WritesThroughASymbolicLinkAndKeepsTheLink) {
     EXPECT_FALSE(writeFileAtomically(link, "{\"a\": 1}"));
 
     EXPECT_TRUE(QFileInfo(link).isSymLink());
-    EXPECT_EQ(readBytes(target), QByteArray("{\"a\": 1}"));
+    EXPECT_EQ(readFile(target), QByteArray("{\"a\": 1}"));
 }
 
 TEST(AtomicJsonFile, AFailureAnswersTheErrorAndLeavesTheOldFile) {
@@ -58,7 +54,7 @@ TEST(AtomicJsonFile, AFailureAnswersTheErrorAndLeavesTheOldFile) {
     const auto error = writeFileAtomically(folderAsFile + QStringLiteral("/settings.json"), "{}");
     ASSERT_TRUE(error.has_value());
     EXPECT_FALSE(error->isEmpty());
-    EXPECT_EQ(readBytes(folderAsFile), QByteArray("keep me"));
+    EXPECT_EQ(readFile(folderAsFile), QByteArray("keep me"));
 
     const QString directory = home.path() + QStringLiteral("/directory");
     ASSERT_TRUE(QDir().mkpath(directory));

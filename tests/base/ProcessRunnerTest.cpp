@@ -19,8 +19,7 @@ RunResult shell(const QString& script, double timeout = 10.0, const std::optiona
 }
 
 QString readTrimmed(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).trimmed() : QString();
+    return QString::fromUtf8(test::readFile(path)).trimmed();
 }
 
 // A process is gone once /proc no longer has it or it is a zombie waiting for its reaper.
@@ -75,9 +74,7 @@ TEST(ProcessRunner, ReportsAToolOrFolderThatIsNotThereAsNotStarted) {
     EXPECT_EQ(shell(QStringLiteral("echo x"), 5.0, dir.path() + QStringLiteral("/nowhere")).error,
               RunError::couldNotStart);
     const QString plain = dir.path() + QStringLiteral("/plain");
-    QFile file(plain);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
+    test::writeFile(plain, "not a program");
     EXPECT_EQ(run(plain, {}, 5.0).error, RunError::couldNotStart);
 }
 

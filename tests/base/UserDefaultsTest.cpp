@@ -15,34 +15,16 @@ using namespace mirrowisp;
 using mirrowisp::test::drainMainQueue;
 using mirrowisp::test::LogCapture;
 using mirrowisp::test::ManualClock;
+using mirrowisp::test::readFile;
+using mirrowisp::test::readJsonObject;
 using mirrowisp::test::TemporaryHome;
 using mirrowisp::test::waitUntil;
+using mirrowisp::test::writeFile;
 
 namespace {
 
 QString key(const char* name) {
     return QString::fromLatin1(name);
-}
-
-void writeBytes(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
-QByteArray readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// The file as a JSON object; fails the test when it isn't one.
-QJsonObject fileObject(const QString& path) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(readBytes(path), &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << path.toStdString();
-    EXPECT_TRUE(document.isObject());
-    return document.object();
 }
 
 QStringList entriesOf(const QString& folder) {
@@ -76,36 +58,31 @@ TEST_F(UserDefaultsTest, AUserValueOfAnyTypeHidesTheRegisteredOneUntilRemoved) {
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_FALSE(defaults.contains(key("openOnHover")));
     // The registration domain is never written to the file.
-    EXPECT_EQ(fileObject(path), QJsonObject());
+    EXPECT_EQ(readJsonObject(path), QJsonObject());
 }
 
 TEST_F(UserDefaultsTest, TypedReadsAnswerOnlyTheirOwnType) {
     UserDefaults defaults(path);
-    defaults.set(key("bool"), true);
-    defaults.set(key("number"), 2.5);
-    defaults.set(key("string"), key("text"));
-    defaults.set(key("strings"), QJsonArray{key("a"), key("b")});
-    defaults.set(key("mixed"), QJsonArray{key("a"), 1});
-    defaults.set(key("dictionary"), QJsonObject{{key("k"), 1}});
-
-    EXPECT_EQ(defaults.boolValue(key("bool")), true);
-    EXPECT_EQ(defaults.doubleValue(key("number")), 2.5);
-    EXPECT_EQ(defaults.stringValue(key("string")), key("text"));
-    EXPECT_EQ(defaults.stringArray(key("strings")), QStringList({key("a"), key("b")}));
-    EXPECT_EQ(defaults.dictionary(key("dictionary")), QJsonObject({{key("k"), 1}}));
-
-    for (const char* name : {"bool", "number", "string", "strings", "mixed", "dictionary"}) {
+    const std::pair<const char*, QJsonValue> values[] = {
+        {"bool", true},
+        {"number", 2.5},
+        {"string", key("text")},
+        {"strings", QJsonArray{key("a"), key("b")}},
+        {"mixed", QJsonArray{key("a"), 1}}, // anything but strings in it: no string array
+        {"dictionary", QJsonObject{{key("k"), 1}}}};
+    for (const auto& [name, value] : values) {
+        defaults.set(key(name), value);
+    }
+    for (const auto& [name, v] : values) {
         SCOPED_TRACE(name);
         const QString k = key(name);
-        const QJsonValue stored = *defaults.object(k);
-        EXPECT_EQ(defaults.boolValue(k).has_value(), stored.isBool());
-        EXPECT_EQ(defaults.doubleValue(k).has_value(), stored.isDouble());
-        EXPECT_EQ(defaults.stringValue(k).has_value(), stored.isString());
-        EXPECT_EQ(defaults.dictionary(k).has_value(), stored.isObject());
+        EXPECT_EQ(defaults.boolValue(k), v.isBool() ? std::optional(v.toBool()) : std::nullopt);
+        EXPECT_EQ(defaults.doubleValue(k), v.isDouble() ? std::optional(v.toDouble()) : std::nullopt);
+        EXPECT_EQ(defaults.stringValue(k), v.isString() ? std::optional(v.toString()) : std::nullopt);
+        EXPECT_EQ(defaults.dictionary(k), v.isObject() ? std::optional(v.toObject()) : std::nullopt);
+        EXPECT_EQ(defaults.stringArray(k).has_value(), k == key("strings"));
     }
-    // An array with anything but strings in it is no string array.
-    EXPECT_FALSE(defaults.stringArray(key("mixed")).has_value());
-    EXPECT_FALSE(defaults.stringArray(key("string")).has_value());
+    EXPECT_EQ(defaults.stringArray(key("strings")), QStringList({key("a"), key("b")}));
 }
 
 TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileThatASecondStoreReadsBack) {
@@ -122,7 +99,7 @@ TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileThatASecondStoreRe
         for (const auto& [name, value] : writes) {
             defaults.set(key(name), value);
             expected.insert(key(name), value);
-            EXPECT_EQ(fileObject(path), expected);
+            EXPECT_EQ(readJsonObject(path), expected);
             EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
         }
         defaults.set(key("gone"), 1);
@@ -133,7 +110,7 @@ TEST_F(UserDefaultsTest, EveryWriteLeavesOneReadableSortedFileThatASecondStoreRe
     for (const QString& name : expected.keys()) {
         EXPECT_EQ(second.object(name), expected.value(name)) << name.toStdString();
     }
-    const QByteArray text = readBytes(path);
+    const QByteArray text = readFile(path);
     EXPECT_LT(text.indexOf("\"alpha\""), text.indexOf("\"mid\""));
     EXPECT_LT(text.indexOf("\"mid\""), text.indexOf("\"zeta\""));
     EXPECT_TRUE(text.contains("\n    \"alpha\": 2.5,\n")) << text.toStdString(); // indented, for people
@@ -154,7 +131,7 @@ TEST_F(UserDefaultsTest, DefaultPathFollowsXdgConfigHomeWhenTheStoreIsMade) {
     UserDefaults made(path);
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + QStringLiteral("/other")));
     made.set(key("k"), 1);
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("k"), 1}}));
 }
 
 TEST_F(UserDefaultsTest, ChangedIsEmittedOnlyWhenTheAnsweredValueChanges) {
@@ -198,18 +175,19 @@ TEST_F(UserDefaultsTest, ABatchWritesItsChangesOnceWhenTheOutermostBatchEnds) {
             defaults.set(key("codexEnabled"), false);
             defaults.remove(key("before"));
         }
-        EXPECT_EQ(fileObject(path), QJsonObject({{key("before"), 1}}));
+        EXPECT_EQ(readJsonObject(path), QJsonObject({{key("before"), 1}}));
         EXPECT_EQ(defaults.boolValue(key("codexEnabled")), false); // reads see the change at once
         EXPECT_EQ(changes.size(), 3);
     }
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("claudeEnabled"), false}, {key("codexEnabled"), false}}));
+    EXPECT_EQ(readJsonObject(path),
+              QJsonObject({{key("claudeEnabled"), false}, {key("codexEnabled"), false}}));
 }
 
 // An empty file, or one with values of the wrong types, is no damage: its values stay, nothing is kept aside.
 TEST_F(UserDefaultsTest, AnEmptyFileOrValuesOfWrongTypesAreKeptAsTheyAre) {
     const QByteArray wrongTypes = R"({"openOnHover": "yes", "hoverDelay": [0.3], "homeWidgets": "calendar"})";
     for (const QByteArray& bytes : {QByteArray(), wrongTypes}) {
-        writeBytes(path, bytes);
+        writeFile(path, bytes);
         UserDefaults defaults(path);
         defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
         EXPECT_EQ(defaults.boolValue(key("openOnHover")).has_value(), bytes.isEmpty());
@@ -219,7 +197,7 @@ TEST_F(UserDefaultsTest, AnEmptyFileOrValuesOfWrongTypesAreKeptAsTheyAre) {
         defaults.set(key("soundVolume"), 0.2);
         QJsonObject expected = QJsonDocument::fromJson(bytes).object();
         expected.insert(key("soundVolume"), 0.2);
-        EXPECT_EQ(fileObject(path), expected);
+        EXPECT_EQ(readJsonObject(path), expected);
         EXPECT_EQ(entriesOf(folder), QStringList{key("defaults.json")});
     }
 }
@@ -233,7 +211,7 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
     });
     const auto written = [&](int n) {
         return waitUntil([&] {
-            return QJsonDocument::fromJson(readBytes(path)).object() == QJsonObject({{key("n"), n}});
+            return QJsonDocument::fromJson(readFile(path)).object() == QJsonObject({{key("n"), n}});
         });
     };
 
@@ -248,7 +226,7 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
     ASSERT_EQ(timers.size(), 1u);
     EXPECT_NEAR(timers[0].first, 1.0, 0.25);
     drainMainQueue();
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 1}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("n"), 1}}));
 
     clock.set(1001);
     timers[0].second(); // the second is over: the burst goes in one write
@@ -257,14 +235,14 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
     defaults.set(key("n"), 20'001);
     ASSERT_EQ(timers.size(), 2u);
     defaults.flush(); // at quit, without waiting for the timer
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("n"), 20'001}}));
     timers[1].second();
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("n"), 20'001}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("n"), 20'001}}));
 }
 
 TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
     const QString blocker = home.path() + QStringLiteral("/blocker");
-    writeBytes(blocker, "a file where a folder should be");
+    writeFile(blocker, "a file where a folder should be");
     LogCapture log;
     UserDefaults defaults(blocker + QStringLiteral("/defaults.json"));
 
@@ -287,7 +265,7 @@ TEST_F(UserDefaultsTest, AFifoOrALinkToADeviceIsMovedAsideUnreadAndReplaced) {
         LogCapture log;
         UserDefaults defaults(path); // neither waits for a writer nor reads without end
         defaults.set(key("k"), 1);
-        EXPECT_EQ(fileObject(path), QJsonObject({{key("k"), 1}}));
+        EXPECT_EQ(readJsonObject(path), QJsonObject({{key("k"), 1}}));
         const QStringList entries = entriesOf(folder);
         ASSERT_EQ(entries.size(), 2);
         const QFileInfo kept(folder + QLatin1Char('/') + entries.at(1));
@@ -310,25 +288,25 @@ class UserDefaultsDamagedFileTest : public UserDefaultsTest,
 
 TEST_P(UserDefaultsDamagedFileTest, ReadsAsDefaultsAndIsKeptAsideBeforeTheFirstWrite) {
     const QByteArray damaged = GetParam().bytes;
-    writeBytes(path, damaged);
+    writeFile(path, damaged);
     LogCapture log;
     UserDefaults defaults(path);
     defaults.registerDefaults(QJsonObject{{key("openOnHover"), true}});
 
     EXPECT_EQ(defaults.boolValue(key("openOnHover")), true);
     EXPECT_TRUE(defaults.keys().isEmpty());
-    EXPECT_EQ(readBytes(path), damaged); // reading alone changes nothing
+    EXPECT_EQ(readFile(path), damaged); // reading alone changes nothing
     EXPECT_TRUE(LogCapture::lines().isEmpty());
 
     defaults.set(key("openOnHover"), false);
     defaults.set(key("hoverDelay"), 0.2);
 
-    EXPECT_EQ(fileObject(path), QJsonObject({{key("openOnHover"), false}, {key("hoverDelay"), 0.2}}));
+    EXPECT_EQ(readJsonObject(path), QJsonObject({{key("openOnHover"), false}, {key("hoverDelay"), 0.2}}));
     const QStringList entries = entriesOf(folder);
     ASSERT_EQ(entries.size(), 2) << entries.join(QLatin1Char(' ')).toStdString();
     const QString copy = entries.at(0) == key("defaults.json") ? entries.at(1) : entries.at(0);
     EXPECT_TRUE(copy.startsWith(QStringLiteral("defaults.json.unreadable-"))) << copy.toStdString();
-    EXPECT_EQ(readBytes(folder + QLatin1Char('/') + copy), damaged);
+    EXPECT_EQ(readFile(folder + QLatin1Char('/') + copy), damaged);
 
     ASSERT_EQ(LogCapture::lines().size(), 1);
     EXPECT_TRUE(LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: ")));

@@ -116,18 +116,13 @@ TEST_F(AgentEnvironmentTest, ReadsTheLoginShellsValuesPastItsBanners) {
     writeFile(at(".bash_profile"), "echo 'Welcome to the machine'\necho 'CODEX_HOME=/banner'\n"
                                    "export CLAUDE_CONFIG_DIR='/srv/claude=config'\n"
                                    "export CODEX_HOME='~/codex home'\n"
-                                   "export GEMINI_CLI_HOME=/a\n"
-                                   "export COPILOT_HOME=\"$HOME/cp\"\n"
-                                   "export XDG_CONFIG_HOME=\"$HOME/xdg\"\n" +
+                                   "export COPILOT_HOME=\"$HOME/cp\"\n" +
                                        sourceBashrc);
     writeFile(at(".bashrc"), bashrcGuard + "echo 'interactive hello'\n");
     const Locations found = probe(bash, home(), 5.0);
     EXPECT_EQ(found.dir(AgentKind::claude), QStringLiteral("/srv/claude=config"));
     EXPECT_EQ(found.dir(AgentKind::codex), at("codex home"));
-    EXPECT_EQ(found.dir(AgentKind::gemini), QStringLiteral("/a/.gemini"));
     EXPECT_EQ(found.dir(AgentKind::copilot), at("cp"));
-    EXPECT_EQ(found.dir(AgentKind::opencode), at("xdg/opencode"));
-    EXPECT_EQ(found.dir(AgentKind::cursor), at(".cursor"));
 }
 
 TEST_F(AgentEnvironmentTest, AsksThePlainLoginShellWhenTheInteractiveOneHangs) {

@@ -7,7 +7,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QStandardPaths>
 
 using namespace mirrowisp;
@@ -15,34 +14,10 @@ using mirrowisp::test::HookTest;
 
 namespace {
 
-struct NodeRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-NodeRun runNode(const QStringList& arguments, const QString& directory, const QStringList& environment = {}) {
-    QProcess process;
-    process.setWorkingDirectory(directory);
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (const QString& pair : environment) {
-        env.insert(pair.section(QLatin1Char('='), 0, 0), pair.section(QLatin1Char('='), 1));
-    }
-    process.setProcessEnvironment(env);
-    process.start(QStandardPaths::findExecutable(QStringLiteral("node")), arguments);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(60000)) {
-        process.kill();
-        process.waitForFinished();
-        return {};
-    }
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-void writeExecutable(const QString& path, const QByteArray& text) {
-    HookTest::writeBytes(path, text);
-    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+ProcessRun runNode(const QStringList& arguments, const QString& directory,
+                   const QStringList& environment = {}) {
+    return test::runProcess(QStandardPaths::findExecutable(QStringLiteral("node")), arguments, {}, directory,
+                            environment);
 }
 
 // Stands in for the bridge: logs "<arguments>\t<stdin>" and answers requests by tool.
@@ -147,7 +122,7 @@ QJsonObject jsonObject(const QByteArray& text) {
 // The events the stand-in received, by hook event name in arrival order.
 QList<QPair<QString, QJsonObject>> logged(const QString& log) {
     QList<QPair<QString, QJsonObject>> events;
-    const QList<QByteArray> lines = HookTest::readBytes(log).split('\n');
+    const QList<QByteArray> lines = readFile(log).split('\n');
     for (const QByteArray& line : lines) {
         if (!line.isEmpty()) {
             const qsizetype tab = line.indexOf('\t');
@@ -176,10 +151,10 @@ protected:
     // The plugin as a module node can load, pointing at the stand-in bridge.
     QString writeModule(AgentKind kind) {
         bridge_ = home() + QStringLiteral("/tools/bridge stand-in");
-        writeExecutable(bridge_, standInBridge);
+        writeFile(bridge_, standInBridge, true);
         const QString module =
             home() + QStringLiteral("/plugin-") + AgentKinds::rawValue(kind) + QStringLiteral(".mjs");
-        writeBytes(module, AgentPlugins::source(kind, bridge_)->toUtf8());
+        writeFile(module, AgentPlugins::source(kind, bridge_)->toUtf8());
         return module;
     }
     QString node_;
@@ -188,39 +163,34 @@ protected:
 
 } // namespace
 
-TEST_F(PluginTest, OnlyOpenCodeAndAmpHavePluginsAndBothCarryTheMarker) {
-    for (const AgentKind kind : AgentKinds::all) {
-        const auto source = AgentPlugins::source(kind, QStringLiteral("/x/bin/mirrowisp-bridge"));
-        const bool plugin = kind == AgentKind::opencode || kind == AgentKind::amp;
-        EXPECT_EQ(source.has_value(), plugin) << AgentKinds::rawValue(kind).toStdString();
-        if (source) {
-            // Marked even when the tool lives at a path that doesn't name it.
-            EXPECT_TRUE(
-                AgentPlugins::source(kind, QStringLiteral("/opt/tool"))->contains(HookInstaller::marker));
-            EXPECT_TRUE(source->contains(QStringLiteral("\nconst BRIDGE = \"/x/bin/mirrowisp-bridge\"\n")));
-        }
-    }
-}
-
-TEST_F(PluginTest, ABridgePathWithQuotesIsOneStringLiteral) {
+TEST_F(PluginTest, OnlyOpenCodeAndAmpHavePluginsMarkedAndNamingTheBridgeInOneLiteral) {
     const QString odd = QStringLiteral("/home/o'neil/\"quoted\" \\dir\n/mirrowisp-bridge");
-    const QString source = *AgentPlugins::source(AgentKind::amp, odd);
-    EXPECT_TRUE(source.contains(
-        QStringLiteral("const BRIDGE = \"/home/o'neil/\\\"quoted\\\" \\\\dir\\n/mirrowisp-bridge\"\n")));
-    if (node_.isEmpty()) {
-        GTEST_SKIP() << "node is not installed";
+    for (const AgentKind kind : AgentKinds::all) {
+        SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
+        const auto source = AgentPlugins::source(kind, odd);
+        ASSERT_EQ(source.has_value(), kind == AgentKind::opencode || kind == AgentKind::amp);
+        if (!source) {
+            continue;
+        }
+        // Marked even when the tool lives at a path that doesn't name it.
+        EXPECT_TRUE(AgentPlugins::source(kind, QStringLiteral("/opt/tool"))->contains(HookInstaller::marker));
+        EXPECT_TRUE(source->contains(
+            QStringLiteral("const BRIDGE = \"/home/o'neil/\\\"quoted\\\" \\\\dir\\n/mirrowisp-bridge\"\n")));
+        if (node_.isEmpty()) {
+            continue;
+        }
+        // node reads the literal back to the very path.
+        const QString module = home() + QStringLiteral("/quoted.mjs");
+        writeFile(module, source->toUtf8());
+        const ProcessRun run = runNode(
+            {QStringLiteral("--input-type=module"), QStringLiteral("-e"),
+             QStringLiteral("const s = (await import('node:fs')).readFileSync(process.argv[1], 'utf8');"
+                            "const m = s.match(/const BRIDGE = (.*)\\n/); console.log(JSON.parse(m[1]))"),
+             module},
+            home());
+        EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+        EXPECT_EQ(QString::fromUtf8(run.out), odd + QLatin1Char('\n'));
     }
-    // node reads the literal back to the very path.
-    const QString module = home() + QStringLiteral("/quoted.mjs");
-    writeBytes(module, source.toUtf8());
-    const NodeRun run =
-        runNode({QStringLiteral("--input-type=module"), QStringLiteral("-e"),
-                 QStringLiteral("const s = (await import('node:fs')).readFileSync(process.argv[1], 'utf8');"
-                                "const m = s.match(/const BRIDGE = (.*)\\n/); console.log(JSON.parse(m[1]))"),
-                 module},
-                home());
-    EXPECT_EQ(run.exitCode, 0) << run.err.constData();
-    EXPECT_EQ(QString::fromUtf8(run.out), odd + QLatin1Char('\n'));
 }
 
 // The harnesses load each plugin as node would, so a plugin that is no valid module fails here too.
@@ -230,9 +200,9 @@ TEST_F(PluginTest, TheAmpPluginSendsClaudeShapedEventsOneWay) {
     }
     const QString module = writeModule(AgentKind::amp);
     const QString harness = home() + QStringLiteral("/amp-harness.mjs");
-    writeBytes(harness, ampHarness);
+    writeFile(harness, ampHarness);
     const QString log = home() + QStringLiteral("/amp.log");
-    const NodeRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
+    const ProcessRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
 
     const auto events = logged(log);
@@ -266,9 +236,9 @@ TEST_F(PluginTest, TheOpenCodePluginAsksAnswersAndWithdraws) {
     }
     const QString module = writeModule(AgentKind::opencode);
     const QString harness = home() + QStringLiteral("/opencode-harness.mjs");
-    writeBytes(harness, openCodeHarness);
+    writeFile(harness, openCodeHarness);
     const QString log = home() + QStringLiteral("/opencode.log");
-    const NodeRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
+    const ProcessRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
     const QJsonObject result = jsonObject(run.out.trimmed());
 
@@ -282,24 +252,29 @@ TEST_F(PluginTest, TheOpenCodePluginAsksAnswersAndWithdraws) {
         EXPECT_EQ(arguments, QStringLiteral("--agent opencode"));
         EXPECT_EQ(event.value(QStringLiteral("session_id")).toString(), QStringLiteral("s1"));
     }
-    ASSERT_EQ(named(events, "SessionStart").size(), 1);
-    EXPECT_EQ(named(events, "SessionStart").first().value(QStringLiteral("cwd")).toString(),
-              QStringLiteral("/tmp/proj"));
-    ASSERT_EQ(named(events, "UserPromptSubmit").size(), 1);
-    EXPECT_EQ(named(events, "UserPromptSubmit").first().value(QStringLiteral("prompt")).toString(),
-              QStringLiteral("hello\nworld"));
-    ASSERT_EQ(named(events, "PreToolUse").size(), 1);
-    EXPECT_EQ(named(events, "PreToolUse").first().value(QStringLiteral("tool_name")).toString(),
-              QStringLiteral("Edit"));
-    EXPECT_EQ(named(events, "PreToolUse").first().value(QStringLiteral("tool_input")).toObject(),
-              jsonObject(R"({"filePath": "/a", "file_path": "/a", "oldString": "x", "old_string": "x",
-                             "newString": "y", "new_string": "y"})"));
-    ASSERT_EQ(named(events, "PostToolUse").size(), 1);
-    EXPECT_EQ(named(events, "PostToolUse").first().value(QStringLiteral("tool_name")).toString(),
-              QStringLiteral("apply_patch"));
-    EXPECT_EQ(named(events, "Stop").size(), 1);
-    EXPECT_EQ(named(events, "StopFailure").size(), 1);
-    EXPECT_EQ(named(events, "SessionEnd").size(), 1);
+    // Each of these once, with the field that shows it was translated (none: only counted).
+    const struct {
+        const char* name;
+        const char* field;
+        QJsonValue value;
+    } once[] = {{"SessionStart", "cwd", QStringLiteral("/tmp/proj")},
+                {"UserPromptSubmit", "prompt", QStringLiteral("hello\nworld")},
+                {"PreToolUse", "tool_input",
+                 jsonObject(R"({"filePath": "/a", "file_path": "/a", "oldString": "x", "old_string": "x",
+                                "newString": "y", "new_string": "y"})")},
+                {"PreToolUse", "tool_name", QStringLiteral("Edit")},
+                {"PostToolUse", "tool_name", QStringLiteral("apply_patch")},
+                {"Stop", nullptr, {}},
+                {"StopFailure", nullptr, {}},
+                {"SessionEnd", nullptr, {}}};
+    for (const auto& c : once) {
+        SCOPED_TRACE(c.name);
+        const QList<QJsonObject> found = named(events, c.name);
+        ASSERT_EQ(found.size(), 1);
+        if (c.field) {
+            EXPECT_EQ(found.first().value(QString::fromLatin1(c.field)), c.value);
+        }
+    }
 
     QJsonObject bash, question;
     for (const QJsonObject& event : named(events, "PermissionRequest")) {
@@ -344,13 +319,15 @@ TEST_F(HookTest, APluginIsWrittenAsItsSourceAndReplacedOnlyIfOurs) {
     ASSERT_FALSE(HookInstaller::install(AgentKind::opencode, defaults()));
     const QByteArray source =
         AgentPlugins::source(AgentKind::opencode, HookInstaller::bridgeLinkPath())->toUtf8();
-    EXPECT_EQ(readBytes(path), source);
+    EXPECT_EQ(readFile(path), source);
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::opencode));
+    EXPECT_EQ(HookInstaller::setup(AgentKind::opencode, std::nullopt, defaults(), {}),
+              AgentSetup::connected(std::nullopt));
 
     // An older plugin of ours is brought up to date, without a backup.
-    writeBytes(path, "// old mirrowisp-bridge plugin\n");
+    writeFile(path, "// old mirrowisp-bridge plugin\n");
     ASSERT_FALSE(HookInstaller::install(AgentKind::opencode, defaults()));
-    EXPECT_EQ(readBytes(path), source);
+    EXPECT_EQ(readFile(path), source);
     EXPECT_TRUE(backups().isEmpty());
 
     ASSERT_FALSE(HookInstaller::uninstall(AgentKind::opencode));
@@ -363,10 +340,12 @@ TEST_F(HookTest, AForeignPluginFileIsNeitherReplacedNorDeleted) {
     const QString path = HookInstaller::integration(AgentKind::amp).file;
     for (const QByteArray& foreign :
          {QByteArray("export default function (amp) {}\n"), QByteArray("\xff\xfe binary")}) {
-        writeBytes(path, foreign);
+        writeFile(path, foreign);
         EXPECT_EQ(HookInstaller::install(AgentKind::amp, defaults()), HookError::unreadable(path));
         EXPECT_FALSE(HookInstaller::uninstall(AgentKind::amp));
         EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::amp));
-        EXPECT_EQ(readBytes(path), foreign);
+        EXPECT_EQ(HookInstaller::setup(AgentKind::amp, std::nullopt, defaults(), {}),
+                  AgentSetup::unreadableConfig(path));
+        EXPECT_EQ(readFile(path), foreign);
     }
 }

@@ -4,7 +4,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <sys/stat.h>
 
 using namespace mirrowisp;
@@ -12,41 +11,19 @@ using mirrowisp::test::HookTest;
 
 namespace {
 
-struct HookRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
 // Runs a hook command the way an agent does: as one string given to the shell.
-HookRun runHook(const QString& command, const QByteArray& input) {
-    QProcess process;
-    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), command});
-    if (!process.waitForStarted(10000)) {
-        return {};
-    }
-    process.write(input);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(30000)) {
-        process.kill();
-        process.waitForFinished();
-        return {};
-    }
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput(), process.readAllStandardError()};
+ProcessRun runHook(const QString& command, const QByteArray& input) {
+    return test::runProcess(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), command}, input);
 }
 
 // A stand-in for the bridge tool that records its arguments and standard input.
 QString writeRecorder(const QString& folder, const QString& log) {
     const QString path = folder + QStringLiteral("/recorder.sh");
-    QDir().mkpath(folder);
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("#!/bin/sh\nfor a in \"$@\"; do printf '[%s]' \"$a\"; done > '" + QFile::encodeName(log) +
-               "'\nprintf '\\n' >> '" + QFile::encodeName(log) + "'\ncat >> '" + QFile::encodeName(log) +
-               "'\nprintf '{\"ok\":1}'\n");
-    file.close();
-    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    const QByteArray to = "'" + QFile::encodeName(log) + "'";
+    writeFile(path,
+              "#!/bin/sh\nfor a in \"$@\"; do printf '[%s]' \"$a\"; done > " + to + "\nprintf '\\n' >> " +
+                  to + "\ncat >> " + to + "\nprintf '{\"ok\":1}'\n",
+              true);
     return path;
 }
 
@@ -67,25 +44,25 @@ TEST_F(HookTest, ASupportFolderWithBlanksAndQuotesSurvivesTheShell) {
     for (const AgentKind kind : {AgentKind::claude, AgentKind::cursor, AgentKind::gemini}) {
         SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
         QFile::remove(log);
-        const HookRun run = runHook(HookInstaller::command(kind, false), R"({"hook_event_name":"Stop"})");
+        const ProcessRun run = runHook(HookInstaller::command(kind, false), R"({"hook_event_name":"Stop"})");
         EXPECT_EQ(run.exitCode, 0) << run.err.constData();
         EXPECT_EQ(run.out, QByteArray(R"({"ok":1})"));
-        EXPECT_EQ(readBytes(log), "[--agent][" + AgentKinds::rawValue(kind).toUtf8() + "]\n" +
-                                      QByteArray(R"({"hook_event_name":"Stop"})"));
+        EXPECT_EQ(readFile(log), "[--agent][" + AgentKinds::rawValue(kind).toUtf8() + "]\n" +
+                                     QByteArray(R"({"hook_event_name":"Stop"})"));
     }
     QFile::remove(log);
-    const HookRun status = runHook(HookInstaller::command(AgentKind::claude, true), "{}");
+    const ProcessRun status = runHook(HookInstaller::command(AgentKind::claude, true), "{}");
     EXPECT_EQ(status.exitCode, 0);
-    EXPECT_EQ(readBytes(log), QByteArray("[--agent][claude][--statusline]\n{}"));
+    EXPECT_EQ(readFile(log), QByteArray("[--agent][claude][--statusline]\n{}"));
 }
 
 TEST_F(HookTest, WithoutTheToolAHookEndsQuietlyAndCursorGetsAnEmptyAnswer) {
     ASSERT_FALSE(QFileInfo::exists(HookInstaller::bridgeLinkPath()));
-    const HookRun claude = runHook(HookInstaller::command(AgentKind::claude, false), "{}");
+    const ProcessRun claude = runHook(HookInstaller::command(AgentKind::claude, false), "{}");
     EXPECT_EQ(claude.exitCode, 0);
     EXPECT_TRUE(claude.out.isEmpty());
     EXPECT_TRUE(claude.err.isEmpty());
-    const HookRun cursor = runHook(HookInstaller::command(AgentKind::cursor, false), "{}");
+    const ProcessRun cursor = runHook(HookInstaller::command(AgentKind::cursor, false), "{}");
     EXPECT_EQ(cursor.exitCode, 0);
     EXPECT_EQ(cursor.out, QByteArray("{}\n"));
 
@@ -102,7 +79,7 @@ TEST_F(HookTest, TheRealToolWithNoAppRunningExitsQuietly) {
     ASSERT_TRUE(QFileInfo(tool).isExecutable()) << tool.toStdString();
     qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(home() + QStringLiteral("/it's here")));
     HookInstaller::refreshBridgeLink(tool);
-    const HookRun run =
+    const ProcessRun run =
         runHook(HookInstaller::command(AgentKind::claude, false),
                 R"({"hook_event_name":"PermissionRequest","session_id":"s1","tool_name":"Bash"})");
     EXPECT_EQ(run.exitCode, 0);
@@ -131,7 +108,7 @@ TEST_F(HookTest, TheBridgeLinkPointsAtTheToolAndIsReplacedWhenItPointsElsewhere)
 
     // A copy or a folder in its place is replaced by the link as well.
     QFile::remove(link);
-    writeBytes(link, "an old copy");
+    writeFile(link, "an old copy");
     HookInstaller::refreshBridgeLink(first);
     EXPECT_EQ(linkTarget(link), first);
     QFile::remove(link);

@@ -89,7 +89,7 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
     for (const Case& c : cases) {
         SCOPED_TRACE(AgentKinds::rawValue(c.kind).toStdString() + " " + c.event);
         ASSERT_FALSE(HookInstaller::install(c.kind, defaults()));
-        const QJsonObject file = readObject(settingsOf(c.kind));
+        const QJsonObject file = readJsonObject(settingsOf(c.kind));
         const QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
         EXPECT_EQ(hooks.size(), c.eventCount);
         EXPECT_EQ(hooks.value(QString::fromLatin1(c.event)),
@@ -102,17 +102,17 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
         const bool versioned = c.kind == AgentKind::cursor || c.kind == AgentKind::copilot;
         EXPECT_EQ(file.contains(QStringLiteral("version")), versioned);
         // Sorted, indented for people, and slashes as they are.
-        EXPECT_EQ(readBytes(settingsOf(c.kind)), QJsonDocument(file).toJson(QJsonDocument::Indented));
+        EXPECT_EQ(readFile(settingsOf(c.kind)), QJsonDocument(file).toJson(QJsonDocument::Indented));
     }
 }
 
 TEST_F(HookTest, AnExistingVersionStaysAndAMissingOneBecomesOne) {
-    writeBytes(settingsOf(AgentKind::cursor), R"({"version": 2, "hooks": {}})");
+    writeFile(settingsOf(AgentKind::cursor), R"({"version": 2, "hooks": {}})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::cursor, defaults()));
-    EXPECT_EQ(readObject(settingsOf(AgentKind::cursor)).value(QStringLiteral("version")).toInt(), 2);
-    writeBytes(settingsOf(AgentKind::copilot), R"({"hooks": {}})");
+    EXPECT_EQ(readJsonObject(settingsOf(AgentKind::cursor)).value(QStringLiteral("version")).toInt(), 2);
+    writeFile(settingsOf(AgentKind::copilot), R"({"hooks": {}})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    EXPECT_EQ(readObject(settingsOf(AgentKind::copilot)).value(QStringLiteral("version")).toInt(), 1);
+    EXPECT_EQ(readJsonObject(settingsOf(AgentKind::copilot)).value(QStringLiteral("version")).toInt(), 1);
 }
 
 TEST_F(HookTest, InstallFollowsTheAgentFoldersOfTheCurrentLocations) {
@@ -133,24 +133,24 @@ TEST_F(HookTest, InstallingAgainChangesNothingForEveryAgent) {
         const QString path = settingsOf(kind);
         if (HookInstaller::integration(kind).kind != HookInstaller::Integration::Kind::plugin) {
             // The same content in other words, as another tool might have rewritten it.
-            writeBytes(path, QJsonDocument(readObject(path)).toJson(QJsonDocument::Compact));
+            writeFile(path, QJsonDocument(readJsonObject(path)).toJson(QJsonDocument::Compact));
         }
-        const QByteArray before = readBytes(path);
+        const QByteArray before = readFile(path);
         const QDateTime time = age(path);
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(kind, defaults()));
-        EXPECT_EQ(readBytes(path), before);
+        EXPECT_EQ(readFile(path), before);
         EXPECT_EQ(QFileInfo(path).lastModified(), time);
         EXPECT_TRUE(backups().isEmpty());
     }
 }
 
 TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
-    writeBytes(settingsOf(AgentKind::claude), R"({"hooks": {"Stop": [
+    writeFile(settingsOf(AgentKind::claude), R"({"hooks": {"Stop": [
         {"hooks": [{"type": "command", "command": "/old/place/mirrowisp-bridge --agent claude"}]}]},
         "statusLine": {"type": "command", "command": "/old/place/mirrowisp-bridge --statusline"}})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    const QJsonObject file = readObject(settingsOf(AgentKind::claude));
+    const QJsonObject file = readJsonObject(settingsOf(AgentKind::claude));
     EXPECT_EQ(file.value(QStringLiteral("hooks")).toObject().value(QStringLiteral("Stop")),
               expected(AgentKind::claude,
                        R"({"x": [{"hooks": [{"command": $C, "timeout": 10, "type": "command"}]}]})")
@@ -165,7 +165,8 @@ TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
 // Every file install refuses: nothing written or backed up, on connect or disconnect, and the agent
 // reported as blocked by it.
 TEST_F(HookTest, ARefusedSettingsFileIsNeverWrittenNorBackedUp) {
-    enum class Make { bytes, folder, fifo, linkToDevZero, oversized };
+    // Not regular or too large: one of each here, the rest where regular files are read.
+    enum class Make { bytes, fifo, oversized };
     struct Case {
         const char* name;
         AgentKind agent;
@@ -186,9 +187,7 @@ TEST_F(HookTest, ARefusedSettingsFileIsNeverWrittenNorBackedUp) {
         {"raw control character", AgentKind::claude, "{\"model\": \"a\x01z\"}"},
         {"two objects", AgentKind::claude, "{} {}"},
         {"cut short", AgentKind::claude, "{\"hooks\": {"},
-        {"a folder", AgentKind::gemini, {}, nullptr, Make::folder, "not a regular file"},
         {"a FIFO", AgentKind::claude, {}, nullptr, Make::fifo, "not a regular file"},
-        {"a link to /dev/zero", AgentKind::codex, {}, nullptr, Make::linkToDevZero, "not a regular file"},
         {"over 16 MB", AgentKind::cursor, {}, nullptr, Make::oversized, "too large to read"},
         {"string event", AgentKind::claude, R"({"hooks": {"Stop": "echo done"}})", "hooks.Stop"},
         {"object event", AgentKind::claude, R"({"hooks": {"SessionStart": {"command": "x"}}})",
@@ -213,21 +212,15 @@ TEST_F(HookTest, ARefusedSettingsFileIsNeverWrittenNorBackedUp) {
         switch (c.make) {
         case Make::bytes:
             break;
-        case Make::folder:
-            ASSERT_TRUE(QDir().mkpath(path));
-            break;
         case Make::fifo:
             ASSERT_EQ(::mkfifo(name.constData(), 0600), 0);
-            break;
-        case Make::linkToDevZero:
-            ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), path));
             break;
         case Make::oversized:
             bytes = "{\"a\": \"" + QByteArray(16 * 1024 * 1024, 'x') + "\"}";
             break;
         }
         if (!bytes.isEmpty()) {
-            writeBytes(path, bytes);
+            writeFile(path, bytes);
         }
         struct stat before {};
         ASSERT_EQ(::lstat(name.constData(), &before), 0);
@@ -243,33 +236,25 @@ TEST_F(HookTest, ARefusedSettingsFileIsNeverWrittenNorBackedUp) {
         const AgentSetup setup = HookInstaller::setup(c.agent, 1.0, defaults(), {});
         EXPECT_EQ(setup.kind, AgentSetup::Kind::unreadableConfig);
         EXPECT_EQ(setup.unexpectedKey, c.unexpectedKey ? std::optional(expected.detail) : std::nullopt);
-        if (c.unexpectedKey) {
-            EXPECT_TRUE(expected.message().contains(QStringLiteral("cannot install: ") + path +
-                                                    QStringLiteral(" has an unexpected ") + expected.detail));
-        }
         struct stat after {};
         ASSERT_EQ(::lstat(name.constData(), &after), 0);
         EXPECT_EQ(after.st_mode, before.st_mode);
         if (!bytes.isEmpty()) {
-            EXPECT_EQ(readBytes(path), bytes);
+            EXPECT_EQ(readFile(path), bytes);
         }
         EXPECT_TRUE(backups().isEmpty());
-        if (QFileInfo(path).isDir() && !QFileInfo(path).isSymLink()) {
-            QDir(path).removeRecursively();
-        } else {
-            ::unlink(name.constData());
-        }
+        ::unlink(name.constData());
     }
 }
 
 TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
     for (const QByteArray& bytes : {QByteArray(), QByteArray(" \t\r\n\n  ")}) {
         const QString path = settingsOf(AgentKind::devin);
-        writeBytes(path, bytes);
+        writeFile(path, bytes);
         EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::missing);
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(AgentKind::devin, defaults()));
-        EXPECT_EQ(readObject(path).value(QStringLiteral("hooks")).toObject().size(), 7);
+        EXPECT_EQ(readJsonObject(path).value(QStringLiteral("hooks")).toObject().size(), 7);
         clearBackups(); // install backed up the blank file within this second
         EXPECT_EQ(HookInstaller::uninstall(AgentKind::devin), std::nullopt);
         QFile::remove(path);
@@ -313,12 +298,12 @@ TEST_F(HookTest, InstallThenUninstallGivesBackTheUsersFile) {
         QFile::remove(path);
         const QJsonObject user = c.user ? expected(c.agent, c.user) : QJsonObject();
         if (c.user) {
-            writeBytes(path, QJsonDocument(user).toJson());
+            writeFile(path, QJsonDocument(user).toJson());
         }
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(c.agent, defaults()));
         EXPECT_TRUE(HookInstaller::isInstalled(c.agent));
-        const QJsonObject hooks = readObject(path).value(QStringLiteral("hooks")).toObject();
+        const QJsonObject hooks = readJsonObject(path).value(QStringLiteral("hooks")).toObject();
         // What is the user's: the file as uninstall leaves it.
         const bool gone = c.after && *c.after == '\0';
         const QJsonObject left = gone ? QJsonObject() : c.after ? expected(c.agent, c.after) : user;
@@ -340,7 +325,7 @@ TEST_F(HookTest, InstallThenUninstallGivesBackTheUsersFile) {
         if (gone) {
             EXPECT_FALSE(QFile::exists(path));
         } else {
-            EXPECT_EQ(readObject(path), left);
+            EXPECT_EQ(readJsonObject(path), left);
         }
         EXPECT_EQ(backups().size(), 1);
     }
@@ -373,20 +358,20 @@ TEST_F(HookTest, BackupsAreNamedByTimeSkipRepeatsAndNeverOverwriteEachOther) {
     const QString path = settingsOf(AgentKind::claude);
     const QString folder = HookInstaller::backupsDirectory();
     const QDateTime when(QDate(2026, 1, 31), QTime(9, 15, 0), Qt::UTC);
-    writeBytes(path, R"({"a": 1})");
+    writeFile(path, R"({"a": 1})");
     ASSERT_FALSE(HookInstaller::backup(path, when));
     EXPECT_EQ(backups(), QStringList{QStringLiteral("claude-settings.json-2026-01-31T09-15-00Z")});
-    EXPECT_EQ(readBytes(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+    EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
               QByteArray(R"({"a": 1})"));
     // The same content again is no new backup, however much later.
     ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(3600)));
     EXPECT_EQ(backups().size(), 1);
     // New content within the same second collides: the change fails rather than lose the first backup.
-    writeBytes(path, R"({"a": 2})");
+    writeFile(path, R"({"a": 2})");
     const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
     ASSERT_TRUE(again);
     EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
-    EXPECT_EQ(readBytes(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
+    EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
               QByteArray(R"({"a": 1})"));
     ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(60)));
     EXPECT_EQ(backups().size(), 2);
@@ -402,12 +387,12 @@ TEST_F(HookTest, PruningKeepsTheTwentyNewestAndTheFirstBackupOfEachFile) {
                start.addSecs(i).toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ"));
     };
     for (int i = 0; i < 22; ++i) {
-        writeBytes(folder + QLatin1Char('/') + name(i), QByteArray::number(i));
+        writeFile(folder + QLatin1Char('/') + name(i), QByteArray::number(i));
         QFile file(folder + QLatin1Char('/') + name(i));
         ASSERT_TRUE(file.open(QIODevice::ReadWrite));
         ASSERT_TRUE(file.setFileTime(start.addSecs(i), QFileDevice::FileModificationTime)); // 0 the oldest
     }
-    writeBytes(settingsOf(AgentKind::claude), R"({"b": 2})");
+    writeFile(settingsOf(AgentKind::claude), R"({"b": 2})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
 
     const QStringList names = backups();
@@ -428,7 +413,7 @@ TEST_F(HookTest, BackupsAndRewrittenSettingsKeepTheirOwnersModeInPrivateFolders)
         clearBackups();
         const QString path = settingsOf(AgentKind::claude);
         const QByteArray name = QFile::encodeName(path);
-        writeBytes(path, R"({"env": {"TOKEN": "secret"}})");
+        writeFile(path, R"({"env": {"TOKEN": "secret"}})");
         ASSERT_EQ(::chmod(name.constData(), mode), 0);
         ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
         clearBackups();
@@ -455,11 +440,11 @@ TEST_F(HookTest, AChangeThatCannotBeMadeLeavesTheFileAndNoBackup) {
     const QString path = settingsOf(AgentKind::claude);
     for (const bool backupBlocked : {true, false}) {
         SCOPED_TRACE(backupBlocked ? "no backup possible" : "no write possible");
-        writeBytes(path, R"({"model": "opus"})");
+        writeFile(path, R"({"model": "opus"})");
         rlimit old{};
         ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
         if (backupBlocked) {
-            writeBytes(HookInstaller::backupsDirectory(), "a file, not a folder");
+            writeFile(HookInstaller::backupsDirectory(), "a file, not a folder");
         } else {
             // No file over 1 KB can be written: the new settings fail as a read-only file would (which
             // root could still write), while a backup of the old would still fit.
@@ -481,7 +466,7 @@ TEST_F(HookTest, AChangeThatCannotBeMadeLeavesTheFileAndNoBackup) {
             EXPECT_EQ(result->kind, HookError::Kind::fileSystem);
         }
         EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
-        EXPECT_EQ(readBytes(path), QByteArray(R"({"model": "opus"})"));
+        EXPECT_EQ(readFile(path), QByteArray(R"({"model": "opus"})"));
         EXPECT_TRUE(backups().isEmpty());
         QFile::remove(HookInstaller::backupsDirectory());
     }
@@ -491,13 +476,13 @@ TEST_F(HookTest, AChangeThatCannotBeMadeLeavesTheFileAndNoBackup) {
 
 TEST_F(HookTest, IsInstalledLooksForAnyHookOfOursAndNotAtTheStatusLine) {
     const QString path = settingsOf(AgentKind::claude);
-    writeBytes(path, R"({"statusLine": {"command": "mirrowisp-bridge --statusline"}})");
+    writeFile(path, R"({"statusLine": {"command": "mirrowisp-bridge --statusline"}})");
     EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-    writeBytes(path,
-               R"({"hooks": {"Stop": [{"hooks": [{"command": "x/mirrowisp-bridge --agent claude"}]}]}})");
+    writeFile(path,
+              R"({"hooks": {"Stop": [{"hooks": [{"command": "x/mirrowisp-bridge --agent claude"}]}]}})");
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::claude));
-    writeBytes(path, R"({"hooks": {"Stop": "mirrowisp-bridge"}})");
+    writeFile(path, R"({"hooks": {"Stop": "mirrowisp-bridge"}})");
     EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::claude));
-    writeBytes(settingsOf(AgentKind::copilot), R"({"hooks": {"Stop": [{"bash": "mirrowisp-bridge"}]}})");
+    writeFile(settingsOf(AgentKind::copilot), R"({"hooks": {"Stop": [{"bash": "mirrowisp-bridge"}]}})");
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::copilot));
 }

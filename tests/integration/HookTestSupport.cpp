@@ -6,9 +6,30 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
+#include <QProcess>
 
 namespace mirrowisp::test {
+
+ProcessRun runProcess(const QString& program, const QStringList& arguments, const QByteArray& input,
+                      const QString& directory, const QStringList& environment) {
+    QProcess process;
+    process.setWorkingDirectory(directory);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const QString& pair : environment) {
+        env.insert(pair.section(QLatin1Char('='), 0, 0), pair.section(QLatin1Char('='), 1));
+    }
+    process.setProcessEnvironment(env);
+    process.start(program, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        return {};
+    }
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            process.readAllStandardOutput(), process.readAllStandardError()};
+}
 
 void HookTest::SetUp() {
     home_ = std::make_unique<TemporaryHome>();
@@ -19,26 +40,6 @@ void HookTest::SetUp() {
 void HookTest::TearDown() {
     defaults_.reset();
     home_.reset();
-}
-
-void HookTest::writeBytes(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate)) << path.toStdString();
-    ASSERT_EQ(file.write(bytes), bytes.size());
-}
-
-QByteArray HookTest::readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QJsonObject HookTest::readObject(const QString& path) {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(readBytes(path), &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << path.toStdString();
-    EXPECT_TRUE(document.isObject()) << path.toStdString();
-    return document.object();
 }
 
 QStringList HookTest::backups() const {

@@ -23,14 +23,20 @@ inline void PrintTo(const HookError& error, std::ostream* out) {
 
 namespace mirrowisp::test {
 
+struct ProcessRun {
+    int exitCode = -1; // also when it crashed or hung
+    QByteArray out;
+    QByteArray err;
+};
+
+// Runs the program to its end with `input` on its standard input and `environment` ("NAME=value")
+// added to the test's own.
+ProcessRun runProcess(const QString& program, const QStringList& arguments, const QByteArray& input = {},
+                      const QString& directory = {}, const QStringList& environment = {});
+
 // A temporary home with the agents' standard folders below it, the support folder inside it and a
 // user-defaults file of its own: nothing a test does reaches the real home.
 class HookTest : public ::testing::Test {
-public:
-    // Writes the bytes, creating folders; a test that can't set up its file fails there.
-    static void writeBytes(const QString& path, const QByteArray& bytes);
-    static QByteArray readBytes(const QString& path);
-
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -39,8 +45,6 @@ protected:
     QString support() const { return home_->supportDir(); }
     UserDefaults& defaults() { return *defaults_; }
 
-    // The file as a JSON object; fails the test when it isn't one.
-    static QJsonObject readObject(const QString& path);
     // Names in the backups folder, sorted.
     QStringList backups() const;
     // Clears the backups folder, so that a second change within one second doesn't collide.
@@ -52,3 +56,8 @@ private:
 };
 
 } // namespace mirrowisp::test
+
+using mirrowisp::test::ProcessRun;
+using mirrowisp::test::readFile;
+using mirrowisp::test::readJsonObject;
+using mirrowisp::test::writeFile;

@@ -4,6 +4,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QThread>
 #include <gtest/gtest.h>
 
@@ -47,6 +48,19 @@ void writeFile(const QString& path, const QByteArray& text, bool executable) {
     if (executable) {
         file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QJsonObject readJsonObject(const QString& path) {
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(readFile(path), &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << qPrintable(path);
+    EXPECT_TRUE(document.isObject()) << qPrintable(path);
+    return document.object();
 }
 
 void drainMainQueue() {

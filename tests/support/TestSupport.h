@@ -2,6 +2,7 @@
 
 #include "base/Clock.h"
 
+#include <QJsonObject>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -43,6 +44,10 @@ private:
 
 // Writes `text` to `path`, making its folder; fails the test when the file cannot be written.
 void writeFile(const QString& path, const QByteArray& text, bool executable = false);
+// The file's bytes; empty when it cannot be read.
+QByteArray readFile(const QString& path);
+// The file as a JSON object; fails the test when it isn't one.
+QJsonObject readJsonObject(const QString& path);
 
 // Runs the main event loop until `done` holds or `timeoutMs` passes; returns whether it held.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs = 5000);

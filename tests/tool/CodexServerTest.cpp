@@ -4,6 +4,7 @@
 #include "CodexServer.h"
 
 #include "ToolHarness.h"
+#include "support/TestSupport.h"
 
 #include <QDir>
 #include <QFile>
@@ -158,14 +159,7 @@ TEST(CodexServer, PairsConnectedSocketsThroughTheKernel) {
 namespace {
 
 QByteArray readText(const QByteArray& path) {
-    QFile file(QString::fromUtf8(path));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
-}
-
-void writeText(const QByteArray& path, const QByteArray& content) {
-    QFile file(QString::fromUtf8(path));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(content);
+    return readFile(QString::fromUtf8(path)).trimmed();
 }
 
 // Stand-ins named `codex`, so the kernel calls them that. The server leaves its terminal's session,
@@ -177,7 +171,7 @@ w = os.environ["W"]
 open(w + "/server", "w").write(str(os.getpid()))
 listener = socket.socket(fileno=int(sys.argv[2]))
 clients = [listener.accept()[0] for _ in range(int(sys.argv[3]))]
-subprocess.run(["/bin/sh", "-c", 'exec "$T" --agent codex < "$W/event"'], cwd=w + "/proj")
+subprocess.run(["/bin/sh", "-c", 'exec "$T" --agent codex < event'], cwd=w + "/proj")
 )";
 constexpr char kUI[] = R"(import os, socket
 w = os.environ["W"]
@@ -195,11 +189,12 @@ TEST(CodexServer, ReportsTheTerminalUIInsteadOfTheServer) {
         ToolSandbox box;
         FakeApp app(box.socketPath());
         const QByteArray w = box.path();
-        QDir().mkpath(QString::fromUtf8(w + "/proj"));
-        ASSERT_TRUE(QFile::link(u"/usr/bin/python3"_s, QString::fromUtf8(w + "/codex")));
-        writeText(w + "/server.py", kServer);
-        writeText(w + "/ui.py", kUI);
-        writeText(w + "/event", R"({"hook_event_name":"Stop","session_id":"s1","cwd":")" + w + R"(/proj"})");
+        const auto at = [&w](const char* name) { return QString::fromUtf8(w + name); };
+        ASSERT_TRUE(QFile::link(u"/usr/bin/python3"_s, at("/codex")));
+        writeFile(at("/server.py"), kServer);
+        writeFile(at("/ui.py"), kUI);
+        writeFile(at("/proj/event"),
+                  R"({"hook_event_name":"Stop","session_id":"s1","cwd":")" + w + R"(/proj"})");
 
         const int listener = socket(AF_UNIX, SOCK_STREAM, 0); // inherited by the server
         sockaddr_un address{};

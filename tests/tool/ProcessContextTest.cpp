@@ -1,9 +1,8 @@
 // What the tool learns about the agent's process and terminal, from real processes on a real terminal.
 
 #include "ToolHarness.h"
+#include "support/TestSupport.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -15,15 +14,8 @@ namespace {
 
 const QByteArray kEvent = R"({"hook_event_name":"PreToolUse","session_id":"s1"})";
 
-QByteArray readFile(const QByteArray& path) {
-    QFile file(QString::fromUtf8(path));
-    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
-}
-
-void writeFile(const QByteArray& path, const QByteArray& content) {
-    QFile file(QString::fromUtf8(path));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(content);
+QByteArray readTrimmed(const QByteArray& path) {
+    return readFile(QString::fromUtf8(path)).trimmed();
 }
 
 } // namespace
@@ -44,7 +36,7 @@ TEST(ToolContext, FindsTheAgentsTerminalAndProcessAboveTheHookShell) {
     for (const auto& form : forms) {
         ToolSandbox box;
         FakeApp app(box.socketPath());
-        writeFile(box.path() + "/event", kEvent);
+        writeFile(QString::fromUtf8(box.path() + "/event"), kEvent);
         const QByteArray hook =
             QByteArray("exec </dev/null >/dev/null 2>&1; echo $PPID > \"$W/agent\"; ") + form.hook;
         Environment env = box.env;
@@ -58,10 +50,10 @@ TEST(ToolContext, FindsTheAgentsTerminalAndProcessAboveTheHookShell) {
         ASSERT_TRUE(request) << form.hook;
         EXPECT_TRUE(terminal.finish().finished);
 
-        const QByteArray tty = readFile(box.path() + "/tty");
+        const QByteArray tty = readTrimmed(box.path() + "/tty");
         ASSERT_TRUE(tty.startsWith("/dev/pts/")) << tty.constData();
         EXPECT_EQ(request->context().value(u"tty").toString().toUtf8(), tty) << form.hook << form.around;
-        EXPECT_EQ(request->context().value(u"agentPID").toInt(), readFile(box.path() + "/agent").toInt())
+        EXPECT_EQ(request->context().value(u"agentPID").toInt(), readTrimmed(box.path() + "/agent").toInt())
             << form.hook << form.around;
     }
 }
@@ -117,10 +109,7 @@ TEST(ToolContext, CarriesTheVariablesAJumpNeedsAndNothingElse) {
 TEST(ToolContext, FindsTmuxOnThePathWhenItsServerIsGone) {
     ToolSandbox box;
     FakeApp app(box.socketPath());
-    ASSERT_TRUE(QDir().mkpath(QString::fromUtf8(box.path() + "/bin")));
-    writeFile(box.path() + "/bin/tmux", "");
-    QFile(QString::fromUtf8(box.path() + "/bin/tmux"))
-        .setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+    writeFile(QString::fromUtf8(box.path() + "/bin/tmux"), "", true);
     auto tool =
         box.start({"--agent", "claude"}, kEvent,
                   {{"TMUX", "/tmp/tmux-1/default,999999999,0"}, {"PATH", box.path() + "/bin:/usr/bin:/bin"}});
