@@ -44,6 +44,11 @@ TEST_F(NotchManagerTest, TheDisplayChoicePicksTheScreens) {
     world.prefs.setDisplayChoice(DisplayChoice::allDisplays);
     EXPECT_EQ(islandScreens(), (QList<quint32>{1, 2, 3}));
     EXPECT_EQ(world.panelFor(3)->frame, QRect(3840 + 960 - 410, 0, 820, 560));
+    world.prefs.setFakeNotchWidth(200);
+    for (const NotchWindowController* c : manager.controllers()) {
+        EXPECT_EQ(c->model().notchSize(), QSizeF(200, 30))
+            << "the notch width reaches island " << c->screenID();
+    }
 
     world.prefs.setDisplayChoice(DisplayChoice::main);
     EXPECT_EQ(islandScreens(), QList<quint32>{1});
@@ -81,6 +86,12 @@ TEST_F(NotchManagerTest, AnOpenIslandSurvivesARearrangement) {
     EXPECT_FALSE(manager.controller(2)->model().isOpen());
     EXPECT_TRUE(world.panelFor(2)->visible);
     EXPECT_EQ(changes.count(), 1);
+
+    world.prefs.setDisplayChoice(DisplayChoice::allDisplays);
+    const auto panels = world.panels.size();
+    screens.set({makeScreen(0, 0), makeScreen(0, 1920)});
+    EXPECT_EQ(islandScreens(), QList<quint32>{0}) << "screens sharing an id share an island";
+    EXPECT_EQ(world.panels.size(), panels + 1);
 }
 
 TEST_F(NotchManagerTest, AutomaticOpeningsGoToTheScreenUnderThePointer) {
@@ -109,15 +120,6 @@ TEST_F(NotchManagerTest, AutomaticOpeningsGoToTheScreenUnderThePointer) {
     EXPECT_TRUE(manager.controller(1)->model().isOpen()) << "the user's island stays";
     EXPECT_FALSE(manager.isShowingAgents());
     EXPECT_TRUE(manager.isAnyIslandOpen());
-}
-
-TEST_F(NotchManagerTest, TheFakeNotchWidthReachesEveryIsland) {
-    world.prefs.setDisplayChoice(DisplayChoice::allDisplays);
-    manager.start();
-    world.prefs.setFakeNotchWidth(200);
-    for (const NotchWindowController* c : manager.controllers()) {
-        EXPECT_EQ(c->model().notchSize(), QSizeF(200, 30)) << c->screenID();
-    }
 }
 
 TEST_F(NotchManagerTest, ShowBrieflyClosesOnlyAnIslandNobodyTookOver) {
@@ -169,14 +171,6 @@ TEST_F(NotchManagerTest, EveryIslandSeesThePointerEscapeAndTheKeyboard) {
     EXPECT_FALSE(manager.isTyping());
     world.panelFor(3)->keyboard = true;
     EXPECT_TRUE(manager.isTyping());
-}
-
-TEST_F(NotchManagerTest, ScreensSharingAnIdShareAnIsland) {
-    world.prefs.setDisplayChoice(DisplayChoice::allDisplays);
-    manager.start();
-    screens.set({makeScreen(0, 0), makeScreen(0, 1920)});
-    EXPECT_EQ(islandScreens(), QList<quint32>{0});
-    EXPECT_EQ(world.panels.size(), 4u);
 }
 
 // An island that opened by itself for a request closes once the last one goes, whichever way it

@@ -64,25 +64,22 @@ TEST_F(NotchWindowControllerTest, HoverOpensAfterTheDelayButAQuickCrossingDoesNo
     EXPECT_EQ(model().animation(), QStringLiteral("open"));
 }
 
-TEST_F(NotchWindowControllerTest, WithoutOpenOnHoverOnlyAClickOpens) {
-    world.prefs.setOpenOnHover(false);
+TEST_F(NotchWindowControllerTest, AClickOpensOnceAndWithoutOpenOnHoverOnlyAClickDoes) {
     move(onIsland);
-    EXPECT_TRUE(model().isHovering());
+    EXPECT_EQ(world.tasks.pendingCount(), 1);
+    click(onIsland);
+    EXPECT_EQ(world.tasks.pendingCount(), 0) << "opening cancels the pending hover";
+    world.tasks.advance(1);
+    EXPECT_EQ(controller->openCount(), 1);
+
+    controller->closeIsland();
+    world.prefs.setOpenOnHover(false);
+    move(away);
+    move(onIsland);
     world.tasks.advance(5);
     EXPECT_FALSE(model().isOpen());
     click(onIsland);
     EXPECT_TRUE(model().isOpen());
-    EXPECT_FALSE(model().openedAutomatically());
-}
-
-TEST_F(NotchWindowControllerTest, AClickWhileAHoverOpenIsPendingOpensOnce) {
-    move(onIsland);
-    EXPECT_EQ(world.tasks.pendingCount(), 1);
-    click(onIsland);
-    EXPECT_TRUE(model().isOpen());
-    EXPECT_EQ(world.tasks.pendingCount(), 0) << "opening cancels the pending hover";
-    world.tasks.advance(1);
-    EXPECT_EQ(controller->openCount(), 1);
 }
 
 TEST_F(NotchWindowControllerTest, OpeningPicksTheNamedTabElseThePrimaryOne) {
@@ -192,7 +189,12 @@ TEST_F(NotchWindowControllerTest, MenusAndPopoversHoldTheIslandOpen) {
     EXPECT_FALSE(model().isOpen());
 }
 
-TEST_F(NotchWindowControllerTest, EditingTextHoldsAgainstLeavingButNotAgainstAClickOutside) {
+TEST_F(NotchWindowControllerTest, EscapeClosesButEditingTextHoldsAgainstItAndLeavingNotAClickOutside) {
+    EXPECT_FALSE(controller->handleEscape());
+    openByClick();
+    EXPECT_TRUE(controller->handleEscape());
+    EXPECT_EQ(panel->keyboardReleases, 0) << "a panel without the keyboard has nothing to give back";
+
     openByClick();
     world.app.setIsEditingText(true);
     panel->keyboard = true;
@@ -206,14 +208,6 @@ TEST_F(NotchWindowControllerTest, EditingTextHoldsAgainstLeavingButNotAgainstACl
     EXPECT_FALSE(model().isOpen());
     EXPECT_EQ(panel->keyboardReleases, 1);
     EXPECT_FALSE(world.app.isEditingText());
-}
-
-TEST_F(NotchWindowControllerTest, EscapeClosesAnOpenIsland) {
-    EXPECT_FALSE(controller->handleEscape());
-    openByClick();
-    EXPECT_TRUE(controller->handleEscape());
-    EXPECT_FALSE(model().isOpen());
-    EXPECT_EQ(panel->keyboardReleases, 0) << "a panel without the keyboard has nothing to give back";
 }
 
 TEST_F(NotchWindowControllerTest, BubblesOpenTheirTab) {
