@@ -16,6 +16,20 @@
 
 namespace mirrowisp::test {
 
+// A hook event as the bridge hands it over, with the waiting tool's end of its socket pair.
+struct HookCall {
+    std::shared_ptr<BridgeConnection> connection;
+    std::unique_ptr<ToolEnd> tool;
+};
+
+inline HookCall hookCall(const QString& id, AgentKind agent, const QJsonObject& event) {
+    int fds[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+    return {BridgeConnection::make({id, agent, QJsonDocument(event).toJson(QJsonDocument::Compact), true, {}},
+                                   fds[0]),
+            std::make_unique<ToolEnd>(fds[1])};
+}
+
 // A real store fed through real connections over socket pairs, so a test reads each reply as the
 // waiting hook tool would. The cards' delayed close is collected rather than timed.
 class CardStoreFixture : public testing::Test {
@@ -49,15 +63,9 @@ protected:
         extra.insert(text("session_id"), text(sessionID));
         extra.insert(text("tool_name"), text(tool));
         extra.insert(text("tool_input"), input);
-        BridgeRequest bridgeRequest;
-        bridgeRequest.id = QStringLiteral("req-%1").arg(nextID++);
-        bridgeRequest.agent = agent;
-        bridgeRequest.payload = QJsonDocument(extra).toJson(QJsonDocument::Compact);
-        bridgeRequest.expectsReply = true;
-        int fds[2];
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
-        Waiting waiting{BridgeConnection::make(bridgeRequest, fds[0]), std::make_unique<ToolEnd>(fds[1]),
-                        bridgeRequest.id};
+        const QString id = QStringLiteral("req-%1").arg(nextID++);
+        HookCall call = hookCall(id, agent, extra);
+        Waiting waiting{std::move(call.connection), std::move(call.tool), id};
         store.handle(waiting.connection);
         EXPECT_NE(store.findDecision(waiting.id).first, nullptr) << "the request must wait for the user";
         return waiting;

@@ -1,16 +1,14 @@
 #include "island/NotchManager.h"
 
+#include "CardStoreFixture.h"
 #include "IslandTestSupport.h"
 #include "island/DecisionCardActions.h"
 #include "island/DecisionCardModel.h"
 #include "island/NotchViewModel.h"
 #include "island/NotchWindowController.h"
-#include "support/ToolEnd.h"
 
-#include <QJsonDocument>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <tuple>
 
 using namespace mirrowisp;
@@ -186,10 +184,7 @@ TEST_F(NotchManagerTest, AnIslandOpenedForRequestsClosesWhenTheLastGoesAnyWay) {
     manager.start();
     const NotchViewModel& island = manager.controller(1)->model();
 
-    struct Tool {
-        std::shared_ptr<BridgeConnection> connection;
-        std::unique_ptr<test::ToolEnd> end;
-    };
+    using Tool = test::HookCall;
     int next = 0;
     auto send = [&](const QString& sessionID, const char* event, const QString& command) {
         const QJsonObject payload{
@@ -197,14 +192,7 @@ TEST_F(NotchManagerTest, AnIslandOpenedForRequestsClosesWhenTheLastGoesAnyWay) {
             {QStringLiteral("session_id"), sessionID},
             {QStringLiteral("tool_name"), QStringLiteral("Bash")},
             {QStringLiteral("tool_input"), QJsonObject{{QStringLiteral("command"), command}}}};
-        int fds[2];
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
-        BridgeRequest request{QStringLiteral("req-%1").arg(++next),
-                              AgentKind::claude,
-                              QJsonDocument(payload).toJson(QJsonDocument::Compact),
-                              true,
-                              {}};
-        Tool tool{BridgeConnection::make(request, fds[0]), std::make_unique<test::ToolEnd>(fds[1])};
+        Tool tool = test::hookCall(QStringLiteral("req-%1").arg(++next), AgentKind::claude, payload);
         store.handle(tool.connection);
         return tool;
     };
@@ -237,7 +225,7 @@ TEST_F(NotchManagerTest, AnIslandOpenedForRequestsClosesWhenTheLastGoesAnyWay) {
             } else {
                 send(sessionID, route, command);
             }
-            EXPECT_FALSE(tool.end->stillWaiting());
+            EXPECT_FALSE(tool.tool->stillWaiting());
             EXPECT_TRUE(island.isOpen()) << "the card's exit runs first";
             world.tasks.advance(DecisionCardActions::closeDelay);
             EXPECT_EQ(island.isOpen(), command == QLatin1StringView("ls"))

@@ -1,5 +1,6 @@
 #include "island/NotchRootModel.h"
 
+#include "CardStoreFixture.h"
 #include "app/AppModel.h"
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
@@ -7,11 +8,8 @@
 #include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
 
-#include <QJsonDocument>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace mirrowisp;
 
@@ -26,12 +24,7 @@ protected:
         : defaults(home.path() + QStringLiteral("/d.json")), prefs(defaults, login),
           app(prefs, defaults, clock, noClaude()), model(1, {180, 32}, true) {}
 
-    ~NotchRootModelTest() override {
-        root.reset();
-        for (int fd : toolEnds) {
-            ::close(fd);
-        }
-    }
+    ~NotchRootModelTest() override { root.reset(); }
 
     static ClaudeProbeRunner noClaude() {
         return {[] { return std::optional<QString>(); },
@@ -48,15 +41,8 @@ protected:
         clock.advance(1);
         extra.insert(text("hook_event_name"), text(event));
         extra.insert(text("session_id"), text(sessionID));
-        int fds[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
-        toolEnds.push_back(fds[1]);
-        app.route(BridgeConnection::make({QStringLiteral("r%1").arg(toolEnds.size()),
-                                          agent,
-                                          QJsonDocument(extra).toJson(QJsonDocument::Compact),
-                                          true,
-                                          {}},
-                                         fds[0]));
+        calls.push_back(test::hookCall(QStringLiteral("r%1").arg(calls.size()), agent, extra));
+        app.route(calls.back().connection);
         test::drainMainQueue();
     }
     void askPermission(AgentKind agent, const char* sessionID) {
@@ -84,7 +70,7 @@ protected:
     AppModel app;
     NotchViewModel model;
     std::unique_ptr<NotchRootModel> root;
-    std::vector<int> toolEnds;
+    std::vector<test::HookCall> calls;
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 // Hostile sessions through the real island window: long, right-to-left and emoji text, a hundred
 // sessions at once, a plan of a megabyte. The island must stay on the screen, keep answering, and
 // still answer the decision it shows.
+#include "../CardStoreFixture.h"
 #include "InProcessIsland.h"
 #include "island/NotchViewModel.h"
 
@@ -9,9 +10,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace mirrowisp;
 
@@ -19,39 +17,10 @@ namespace {
 
 class IslandBadInput : public test::InProcessIsland {
 protected:
-    void TearDown() override {
-        InProcessIsland::TearDown();
-        for (int fd : peers) {
-            ::close(fd);
-        }
-    }
-
     // One hook event as the bridge hands it over; the tool's end stays open, as a waiting tool's does.
     void route(const QJsonObject& event) {
-        int fds[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
-        model.route(BridgeConnection::make({QStringLiteral("r"),
-                                            AgentKind::claude,
-                                            QJsonDocument(event).toJson(QJsonDocument::Compact),
-                                            true,
-                                            {}},
-                                           fds[0]));
-        peers.push_back(fds[1]);
-    }
-
-    // What the waiting tool of the last routed event reads.
-    QByteArray lastReply() {
-        QByteArray reply;
-        pollfd p{peers.back(), POLLIN, 0};
-        char buffer[4096];
-        while (::poll(&p, 1, 0) > 0) {
-            const ssize_t n = ::recv(peers.back(), buffer, sizeof buffer, MSG_DONTWAIT);
-            if (n <= 0) {
-                break;
-            }
-            reply.append(buffer, n);
-        }
-        return reply;
+        calls.push_back(test::hookCall(QStringLiteral("r%1").arg(calls.size()), AgentKind::claude, event));
+        model.route(calls.back().connection);
     }
 
     // The island settles inside its window: never wider than 820 or higher than 560.
@@ -66,7 +35,7 @@ protected:
         EXPECT_GT(size.height(), controller->model().notchSize().height());
     }
 
-    std::vector<int> peers;
+    std::vector<test::HookCall> calls;
 };
 
 } // namespace
@@ -118,8 +87,7 @@ TEST_F(IslandBadInput, AHugeDetailAndAMegabytePlanStayInsideTheWindowAndCanStill
         model.agents().findSession(text("claude:big-plan"))->pending().front()->id());
     ASSERT_NE(decision, nullptr);
     model.agents().approvePlan(*decision, *session, false);
-    QByteArray reply;
-    EXPECT_TRUE(
-        test::waitUntil([&] { return (reply += lastReply()).contains(R"(\"behavior\":\"allow\")"); }, 5000))
-        << reply.toStdString();
+    std::optional<QString> printed;
+    EXPECT_TRUE(test::waitUntil([&] { return (printed = calls.back().tool->printed()).has_value(); }, 5000));
+    EXPECT_TRUE(printed.value_or(QString()).contains(text(R"("behavior":"allow")")));
 }
