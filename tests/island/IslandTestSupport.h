@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 namespace mirrowisp::test {
@@ -33,14 +34,11 @@ public:
     void advance(double seconds) {
         const Timestamp end = clock_.now() + seconds;
         for (;;) {
-            auto due = queue_.end();
-            for (auto it = queue_.begin(); it != queue_.end(); ++it) {
-                if (it->at <= end && (due == queue_.end() || it->at < due->at ||
-                                      (it->at == due->at && it->order < due->order))) {
-                    due = it;
-                }
-            }
-            if (due == queue_.end()) {
+            const auto due =
+                std::min_element(queue_.begin(), queue_.end(), [](const Entry& a, const Entry& b) {
+                    return std::tie(a.at, a.order) < std::tie(b.at, b.order);
+                });
+            if (due == queue_.end() || due->at > end) {
                 break;
             }
             Entry entry = *due;

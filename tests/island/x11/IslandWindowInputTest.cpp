@@ -97,20 +97,15 @@ TEST_F(IslandWindowInputTest, ClicksReachTheIslandOnlyInsideTheRegionAsItChanges
     }
 }
 
-TEST_F(IslandWindowInputTest, TheRegionSetBeforeShowingHoldsAfterTheWindowIsShownAgain) {
+// A region set before showing holds once the window is shown again, and follows its frame.
+TEST_F(IslandWindowInputTest, TheRegionHoldsAcrossShowingAgainAndFollowsThePanelsFrame) {
     island.window->setInputRegion(global(pillRect));
     ASSERT_TRUE(island.showOn(desktop));
     island.window->hide();
     ASSERT_TRUE(waitUntil([&] { return !desktop.managed(island.id()); }));
     ASSERT_TRUE(island.showOn(desktop));
-
     EXPECT_EQ(clickAt(global(pillRect).center()), Receiver::island);
     EXPECT_EQ(clickAt(islandFrame.topLeft() + QPoint(100, 300)), Receiver::beneath);
-}
-
-TEST_F(IslandWindowInputTest, TheRegionFollowsThePanelWhenItsFrameChanges) {
-    island.window->setInputRegion(global(pillRect));
-    ASSERT_TRUE(island.showOn(desktop));
 
     // The panel moves 200 to the right while the region stays where it is on the screen: a shape
     // left in the panel's old coordinates would now sit 200 to the right of it.

@@ -36,12 +36,10 @@ protected:
 };
 
 TEST_F(XInputPointerMonitorTest, ReportsWhereThePointerMovesAnywhereOnTheScreen) {
-    ASSERT_TRUE(moveTo(QPoint(120, 340)));
-    EXPECT_TRUE(waitUntil([&] { return lastMoveIs(QPoint(120, 340)); }));
-    ASSERT_TRUE(moveTo(QPoint(1900, 1070)));
-    EXPECT_TRUE(waitUntil([&] { return lastMoveIs(QPoint(1900, 1070)); }));
-    ASSERT_TRUE(moveTo(QPoint(960, 0)));
-    EXPECT_TRUE(waitUntil([&] { return lastMoveIs(QPoint(960, 0)); }));
+    for (const QPoint to : {QPoint(120, 340), QPoint(1900, 1070), QPoint(960, 0)}) {
+        ASSERT_TRUE(moveTo(to));
+        EXPECT_TRUE(waitUntil([&] { return lastMoveIs(to); })) << to.x() << "," << to.y();
+    }
     EXPECT_TRUE(presses.empty());
     EXPECT_TRUE(drags.empty());
 }
