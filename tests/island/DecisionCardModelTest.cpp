@@ -58,7 +58,7 @@ TEST_F(DecisionCardModelTest, EachPermissionButtonReachesTheTool) {
     EXPECT_EQ(pending.count(), 1);
 }
 
-TEST_F(DecisionCardModelTest, KeepPlanningFirstRevealsTheBoxThenSends) {
+TEST_F(DecisionCardModelTest, KeepPlanningFirstRevealsTheBoxThenSendsAndApproveSends) {
     Waiting empty =
         request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("# Plan\n- step")}});
     DecisionCardModel card(actions, empty.id);
@@ -80,9 +80,7 @@ TEST_F(DecisionCardModelTest, KeepPlanningFirstRevealsTheBoxThenSends) {
     second.keepPlanning();
     second.keepPlanning(text("  Split the migration first.\n"));
     EXPECT_EQ(decisionOf(written)[text("message")], text("Split the migration first."));
-}
 
-TEST_F(DecisionCardModelTest, ApproveAndApproveWithAutoEdit) {
     Waiting plain = request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("x")}});
     Waiting autoEdit = request(AgentKind::claude, "s1", "ExitPlanMode", {{text("plan"), text("y")}});
     DecisionCardModel(actions, plain.id).approve();

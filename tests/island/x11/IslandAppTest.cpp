@@ -49,11 +49,8 @@ protected:
     void xdotool(const QStringList& arguments) { tool("xdotool", arguments); }
     void xrandr(const QStringList& arguments) { tool("xrandr", arguments); }
 
-    // Lands one pixel short and steps in, as a mouse would, so the global monitor hears it too.
-    void pointerTo(int x, int y) {
-        xdotool({text("mousemove"), QString::number(x - 1), QString::number(y), text("mousemove_relative"),
-                 text("--"), text("1"), text("0")});
-    }
+    // In steps, as a mouse moves, so the global monitor hears it too.
+    void pointerTo(int x, int y) { ASSERT_TRUE(mirrowisp::test::moveTo({x, y})); }
 
     bool becomes(const char* key, bool value, int timeoutMs = 5000) {
         return waitUntil([&] { return island()[text(key)].toBool() == value; }, timeoutMs);

@@ -2,6 +2,7 @@
 // a compositor and written as PNG files (scripts/screenshots.sh copies them for the README). Each
 // state is also checked for what must be true of the picture: the island is drawn, the desktop shows
 // through everywhere else, and the open panel grows to what it holds.
+#include "../CardStoreFixture.h"
 #include "InProcessIsland.h"
 #include "island/NotchViewModel.h"
 
@@ -13,7 +14,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPixmap>
-#include <QProcess>
 #include <QScreen>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -29,21 +29,10 @@ protected:
         frame = controller->screen().frame;
     }
 
-    void TearDown() override {
-        for (auto& tool : tools) {
-            tool->kill();
-            tool->waitForFinished(3000);
-        }
-        InProcessIsland::TearDown();
-    }
-
-    // An agent's hook event through the real tool; decisions keep it waiting.
+    // An agent's hook event as the bridge hands it over; decisions keep their tool waiting.
     void send(const QJsonObject& event) {
-        auto tool = std::make_unique<QProcess>();
-        tool->start(text(MIRROWISP_BRIDGE_TOOL_PATH), {text("--agent"), text("claude")});
-        tool->write(QJsonDocument(event).toJson(QJsonDocument::Compact));
-        tool->closeWriteChannel();
-        tools.push_back(std::move(tool));
+        calls.push_back(test::hookCall(QStringLiteral("r%1").arg(calls.size()), AgentKind::claude, event));
+        model.route(calls.back().connection);
     }
 
     static QJsonObject event(const char* name, const char* session, QJsonObject extra = {}) {
@@ -90,7 +79,7 @@ protected:
     }
 
     QRect frame;
-    std::vector<std::unique_ptr<QProcess>> tools;
+    std::vector<test::HookCall> calls;
 };
 
 } // namespace
