@@ -28,17 +28,13 @@ QList<QPointF> corners(const QPainterPath& path) {
     return points;
 }
 
-QList<QPointF> expected(std::initializer_list<QPointF> points) {
-    return QList<QPointF>(points);
-}
-
 } // namespace
 
 TEST(NotchShape, OutlineHangsFromTheTopWithFlaresAndRoundedFoot) {
     const QPainterPath path = NotchShape::path({0, 0, 200, 40}, 6, 10);
-    EXPECT_EQ(
-        corners(path),
-        expected({{0, 0}, {6, 6}, {6, 30}, {16, 40}, {184, 40}, {194, 30}, {194, 6}, {200, 0}, {0, 0}}));
+    EXPECT_EQ(corners(path),
+              QList<QPointF>(
+                  {{0, 0}, {6, 6}, {6, 30}, {16, 40}, {184, 40}, {194, 30}, {194, 6}, {200, 0}, {0, 0}}));
     // The flare's control point lies on the top edge, the foot's on the bottom corner.
     ASSERT_TRUE(path.elementAt(1).isCurveTo());
     EXPECT_EQ(path.boundingRect(), QRectF(0, 0, 200, 40));
@@ -53,14 +49,14 @@ TEST(NotchShape, OutlineHangsFromTheTopWithFlaresAndRoundedFoot) {
 TEST(NotchShape, RadiiAreClampedForNarrowAndFlatRects) {
     // Narrower than four top radii: the flare takes a quarter, the foot half of what remains.
     EXPECT_EQ(corners(NotchShape::path({0, 0, 16, 40}, 6, 10)),
-              expected({{0, 0}, {4, 4}, {4, 36}, {8, 40}, {12, 36}, {12, 4}, {16, 0}, {0, 0}}));
+              QList<QPointF>({{0, 0}, {4, 4}, {4, 36}, {8, 40}, {12, 36}, {12, 4}, {16, 0}, {0, 0}}));
     // A foot radius beyond half the height rounds the whole lower half.
-    EXPECT_EQ(
-        corners(NotchShape::path({0, 0, 200, 20}, 6, 36)),
-        expected({{0, 0}, {6, 6}, {6, 10}, {16, 20}, {184, 20}, {194, 10}, {194, 6}, {200, 0}, {0, 0}}));
+    EXPECT_EQ(corners(NotchShape::path({0, 0, 200, 20}, 6, 36)),
+              QList<QPointF>(
+                  {{0, 0}, {6, 6}, {6, 10}, {16, 20}, {184, 20}, {194, 10}, {194, 6}, {200, 0}, {0, 0}}));
     // Negative radii from an undershooting spring do not turn the outline inside out.
     EXPECT_EQ(corners(NotchShape::path({0, 0, 100, 20}, -3, -5)),
-              expected({{0, 0}, {0, 20}, {100, 20}, {100, 0}, {0, 0}}));
+              QList<QPointF>({{0, 0}, {0, 20}, {100, 20}, {100, 0}, {0, 0}}));
 }
 
 TEST(NotchShape, AZeroWidthRectGivesADegenerateClosedPath) {

@@ -1,6 +1,5 @@
-// Hostile sessions through the real island window: long, right-to-left and emoji text, a hundred
-// sessions at once, a plan of a megabyte. The island must stay on the screen, keep answering, and
-// still answer the decision it shows.
+// Hostile sessions through the real island window (long, right-to-left and emoji text, a hundred at
+// once, a megabyte plan): the island stays on the screen and still answers the decision it shows.
 #include "../CardStoreFixture.h"
 #include "InProcessIsland.h"
 #include "island/NotchViewModel.h"

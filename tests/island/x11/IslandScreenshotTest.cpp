@@ -1,7 +1,6 @@
 // The island's looks in the states a person meets most, rendered by the real window under Xvfb with
-// a compositor and written as PNG files (scripts/screenshots.sh copies them for the README). Each
-// state is also checked for what must be true of the picture: the island is drawn, the desktop shows
-// through everywhere else, and the open panel grows to what it holds.
+// a compositor and written as PNG files for the README; each picture is checked: the island is drawn,
+// the desktop shows through everywhere else, and the open panel grows to what it holds.
 #include "../CardStoreFixture.h"
 #include "InProcessIsland.h"
 #include "island/NotchViewModel.h"

@@ -44,9 +44,8 @@ inline QPoint pointerPosition() {
     return position;
 }
 
-// Moves the pointer the way a mouse does, in relative steps through the XTEST device: an absolute
-// `xdotool mousemove` warps the pointer, which makes no raw motion. Steps repeat until the pointer
-// is there, in case the server accelerates them.
+// Moves the pointer as a mouse does, in relative XTEST steps (a warp makes no raw motion), repeated
+// until it is there in case the server accelerates them.
 inline bool moveTo(QPoint global) {
     for (int step = 0; step < 8; ++step) {
         const QPoint delta = global - pointerPosition();
