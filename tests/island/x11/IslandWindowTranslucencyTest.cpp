@@ -45,17 +45,9 @@ TEST(IslandWindowTranslucencyTest, ShowsTheDesktopAroundTheDrawnShape) {
         },
         20000);
     ASSERT_FALSE(shot.isNull()) << "no screenshot at " << path.toStdString();
-    const auto desktopOf = [&](xcb_window_t window) {
-        const auto values = desktop.property32(window, "_NET_WM_DESKTOP");
-        return values.empty() ? -1 : static_cast<int64_t>(values.front());
-    };
-    const auto current = desktop.property32(desktop.root(), "_NET_CURRENT_DESKTOP");
-    EXPECT_TRUE(painted) << "desktop " << (current.empty() ? -1 : static_cast<int64_t>(current.front()))
-                         << ", beneath on " << desktopOf(*beneath) << ", managed "
-                         << desktop.managed(*beneath) << ", at " << desktop.geometryOf(*beneath).x() << ","
-                         << desktop.geometryOf(*beneath).y() << std::hex << "; pill " << shot.pixel(pill)
-                         << ", clear " << shot.pixel(clear) << ", corners " << shot.pixel(corners[0]) << " "
-                         << shot.pixel(corners[1]);
+    EXPECT_TRUE(painted) << "beneath managed " << desktop.managed(*beneath) << std::hex << "; pill "
+                         << shot.pixel(pill) << ", clear " << shot.pixel(clear) << ", corners "
+                         << shot.pixel(corners[0]) << " " << shot.pixel(corners[1]);
 }
 
 } // namespace
