@@ -192,15 +192,7 @@ public:
     }
 
     // Asks the manager to activate `window`, as a pager does.
-    void activate(xcb_window_t window) const {
-        xcb_client_message_event_t event{};
-        event.response_type = XCB_CLIENT_MESSAGE;
-        event.format = 32;
-        event.window = window;
-        event.type = atom("_NET_ACTIVE_WINDOW");
-        event.data.data32[0] = 2;
-        sendToManager(event);
-    }
+    void activate(xcb_window_t window) const { sendToManager(window, "_NET_ACTIVE_WINDOW", 2); }
 
     // Returns once the manager has handled everything sent to it before: it is asked to change the
     // number of desktops, and handles requests in order.
@@ -210,13 +202,7 @@ public:
             return false;
         }
         const uint32_t wanted = count.front() == 4 ? 5 : 4;
-        xcb_client_message_event_t event{};
-        event.response_type = XCB_CLIENT_MESSAGE;
-        event.format = 32;
-        event.window = root();
-        event.type = atom("_NET_NUMBER_OF_DESKTOPS");
-        event.data.data32[0] = wanted;
-        sendToManager(event);
+        sendToManager(root(), "_NET_NUMBER_OF_DESKTOPS", wanted);
         return waitUntil([&] {
             const auto now = property32(root(), "_NET_NUMBER_OF_DESKTOPS");
             return !now.empty() && now.front() == wanted;
@@ -249,7 +235,13 @@ private:
         QPoint position;
     };
 
-    void sendToManager(const xcb_client_message_event_t& event) const {
+    void sendToManager(xcb_window_t window, const char* type, uint32_t value) const {
+        xcb_client_message_event_t event{};
+        event.response_type = XCB_CLIENT_MESSAGE;
+        event.format = 32;
+        event.window = window;
+        event.type = atom(type);
+        event.data.data32[0] = value;
         xcb_send_event(connection_, 0, root(),
                        XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
                        reinterpret_cast<const char*>(&event));
