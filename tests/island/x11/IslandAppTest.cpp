@@ -39,15 +39,8 @@ protected:
     QJsonObject island() { return islands().first().toObject(); }
 
     // xdotool drives the pointer and keys; xrandr splits the screen into monitors as plugging one in would.
-    void tool(const char* program, const QStringList& arguments) {
-        QProcess process;
-        process.setProcessEnvironment(real.environment());
-        process.start(text(program), arguments);
-        ASSERT_TRUE(process.waitForFinished(5000));
-        ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-    }
-    void xdotool(const QStringList& arguments) { tool("xdotool", arguments); }
-    void xrandr(const QStringList& arguments) { tool("xrandr", arguments); }
+    void xdotool(const QStringList& arguments) { ASSERT_TRUE(mirrowisp::test::xdotool(arguments)); }
+    void xrandr(const QStringList& arguments) { ASSERT_EQ(QProcess::execute(text("xrandr"), arguments), 0); }
 
     // In steps, as a mouse moves, so the global monitor hears it too.
     void pointerTo(int x, int y) { ASSERT_TRUE(mirrowisp::test::moveTo({x, y})); }
