@@ -355,8 +355,13 @@ def main():
                ("the bridge tool %s is not built" % args.bridge, os.access(args.bridge, os.X_OK)),
                ("Claude Code is not installed at %s; run scripts/install-test-agents.sh" % args.claude,
                 os.access(args.claude, os.X_OK))]
-    missing += [("%s is not installed; run scripts/install-deps.sh" % tool, shutil.which(tool))
-                for tool in ("tmux", "dbus-run-session")]
+    return launch(run, args, missing, ("tmux", "dbus-run-session"))
+
+
+def launch(run, args, missing, tools):
+    """Runs `run(args)` on a session bus of its own once nothing is missing, within OVERALL_SECONDS."""
+    missing = missing + [("%s is not installed; run scripts/install-deps.sh" % tool, shutil.which(tool))
+                         for tool in tools]
     for message, present in missing:
         if not present:
             print("FAIL: " + message)
@@ -365,7 +370,7 @@ def main():
     # The app and its ctl client meet on a session bus of their own, never the user's.
     if os.environ.get(PRIVATE_BUS_MARK) != "1":
         env = dict(os.environ, **{PRIVATE_BUS_MARK: "1"})
-        argv = [sys.executable, os.path.abspath(__file__), *sys.argv[1:]]
+        argv = [sys.executable, os.path.abspath(sys.argv[0]), *sys.argv[1:]]
         return subprocess.run(["dbus-run-session", "--", *argv], env=env).returncode
 
     # Give up, and clean up, before ctest's own timeout would kill this process and leave its children.

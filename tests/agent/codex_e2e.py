@@ -13,7 +13,6 @@ Usage: codex_e2e.py --app <mirrowisp> --bridge <mirrowisp-bridge> [--codex <code
 import argparse
 import json
 import os
-import shutil
 import signal
 import subprocess
 import sys
@@ -241,29 +240,9 @@ def main():
     args = parser.parse_args()
     args.app = os.path.abspath(args.app)
     args.bridge = os.path.abspath(args.bridge)
-    if not os.access(args.codex, os.X_OK):
-        print("FAIL: Codex is not installed at %s; run scripts/install-test-agents.sh" % args.codex)
-        return 1
-    for tool in ("tmux", "dbus-run-session", "script"):
-        if shutil.which(tool) is None:
-            print("FAIL: %s is not installed; run scripts/install-deps.sh" % tool)
-            return 1
-    if os.environ.get(base.PRIVATE_BUS_MARK) != "1":
-        env = dict(os.environ, **{base.PRIVATE_BUS_MARK: "1"})
-        argv = [sys.executable, os.path.abspath(__file__), *sys.argv[1:]]
-        return subprocess.run(["dbus-run-session", "--", *argv], env=env).returncode
-
-    def overdue(signum, frame):
-        raise Failure("the test ran out of its %d s (signal %d)" % (base.OVERALL_SECONDS, signum))
-
-    signal.signal(signal.SIGALRM, overdue)
-    signal.signal(signal.SIGTERM, overdue)
-    signal.alarm(base.OVERALL_SECONDS)
-    try:
-        return run(args)
-    except Failure as failure:
-        print("FAIL: %s" % failure)
-        return 1
+    missing = [("Codex is not installed at %s; run scripts/install-test-agents.sh" % args.codex,
+                os.access(args.codex, os.X_OK))]
+    return base.launch(run, args, missing, ("tmux", "dbus-run-session", "script"))
 
 
 if __name__ == "__main__":
