@@ -1,6 +1,7 @@
 #include "jump/linux/X11WindowFocus.h"
 
 #include <QFile>
+#include <vector>
 #include <xcb/xcb.h>
 #include <xcb/xcb_ewmh.h>
 
@@ -45,6 +46,18 @@ bool activate(Ewmh& x, xcb_window_t window) {
     return xcb_flush(x.connection) > 0;
 }
 
+// The managed windows, oldest first; empty when the window manager keeps no list.
+std::vector<xcb_window_t> clientWindows(Ewmh& x) {
+    xcb_ewmh_get_windows_reply_t clients{};
+    if (xcb_ewmh_get_client_list_reply(&x.ewmh, xcb_ewmh_get_client_list(&x.ewmh, x.screen), &clients,
+                                       nullptr) == 0) {
+        return {};
+    }
+    std::vector<xcb_window_t> windows(clients.windows, clients.windows + clients.windows_len);
+    xcb_ewmh_get_windows_reply_wipe(&clients);
+    return windows;
+}
+
 } // namespace
 
 X11WindowFocus::X11WindowFocus(QString display) : display_(std::move(display)) {}
@@ -59,22 +72,15 @@ bool X11WindowFocus::activateWindowOf(qint32 pid) {
     if (!x.ready || pid <= 0) {
         return false;
     }
-    xcb_ewmh_get_windows_reply_t clients{};
-    if (xcb_ewmh_get_client_list_reply(&x.ewmh, xcb_ewmh_get_client_list(&x.ewmh, x.screen), &clients,
-                                       nullptr) == 0) {
-        return false;
-    }
-    xcb_window_t found = XCB_WINDOW_NONE;
-    for (uint32_t i = 0; i < clients.windows_len && found == XCB_WINDOW_NONE; ++i) {
+    for (const xcb_window_t window : clientWindows(x)) {
         uint32_t windowPID = 0;
-        if (xcb_ewmh_get_wm_pid_reply(&x.ewmh, xcb_ewmh_get_wm_pid(&x.ewmh, clients.windows[i]), &windowPID,
-                                      nullptr) != 0 &&
+        if (xcb_ewmh_get_wm_pid_reply(&x.ewmh, xcb_ewmh_get_wm_pid(&x.ewmh, window), &windowPID, nullptr) !=
+                0 &&
             windowPID == static_cast<uint32_t>(pid)) {
-            found = clients.windows[i];
+            return activate(x, window);
         }
     }
-    xcb_ewmh_get_windows_reply_wipe(&clients);
-    return found != XCB_WINDOW_NONE && activate(x, found);
+    return false;
 }
 
 namespace {
@@ -126,23 +132,16 @@ bool X11WindowFocus::activateApplication(const QString& appID) {
     if (!x.ready || appID.isEmpty()) {
         return false;
     }
-    xcb_ewmh_get_windows_reply_t clients{};
-    if (xcb_ewmh_get_client_list_reply(&x.ewmh, xcb_ewmh_get_client_list(&x.ewmh, x.screen), &clients,
-                                       nullptr) == 0) {
-        return false;
-    }
-    xcb_window_t found = XCB_WINDOW_NONE;
     // The list runs oldest first; the newest window of the application is the likeliest one in use.
-    for (uint32_t i = clients.windows_len; i > 0 && found == XCB_WINDOW_NONE; --i) {
-        for (const QString& cls : windowClasses(x.connection, clients.windows[i - 1])) {
+    const std::vector<xcb_window_t> windows = clientWindows(x);
+    for (auto window = windows.rbegin(); window != windows.rend(); ++window) {
+        for (const QString& cls : windowClasses(x.connection, *window)) {
             if (classMatches(cls, appID)) {
-                found = clients.windows[i - 1];
-                break;
+                return activate(x, *window);
             }
         }
     }
-    xcb_ewmh_get_windows_reply_wipe(&clients);
-    return found != XCB_WINDOW_NONE && activate(x, found);
+    return false;
 }
 
 } // namespace mirrowisp
