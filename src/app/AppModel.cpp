@@ -3,6 +3,7 @@
 #include "app/Preferences.h"
 #include "base/Log.h"
 
+#include <QCoreApplication>
 #include <QPointer>
 #include <algorithm>
 #include <cmath>
@@ -227,6 +228,11 @@ std::optional<double> AppModel::transientCheckIn() const {
 
 void AppModel::armTransientTimer(double seconds) {
     transientTimer_.start(std::max(1, static_cast<int>(std::ceil(seconds * 1000))));
+}
+
+void AppModel::requestQuit() {
+    logLine(QStringLiteral("Mirrowisp: quitting, as the user asked"));
+    QCoreApplication::quit();
 }
 
 } // namespace mirrowisp

@@ -105,7 +105,16 @@ public:
     // Runs the hook connection pass now, as the app does when it becomes active.
     void runConnectionPass();
 
+    // The ways back to the app's own windows from its views and remote controls (the island's menu,
+    // a second launch, `mirrowisp ctl`); the front door shows them. An empty page is the last one.
+    Q_INVOKABLE void requestSettings(const QString& page = QString()) { Q_EMIT settingsRequested(page); }
+    Q_INVOKABLE void requestSetupGuide() { Q_EMIT setupGuideRequested(); }
+    // Quits through the event loop, so the socket is removed as on any orderly exit.
+    Q_INVOKABLE void requestQuit();
+
 Q_SIGNALS:
+    void settingsRequested(const QString& page);
+    void setupGuideRequested();
     void bridgeErrorChanged();
     void transientChanged();
     void liveEventChanged();

@@ -10,11 +10,13 @@
 #include "bridge/BridgeProtocol.h"
 #include "control/ControlService.h"
 #include "control/CtlClient.h"
+#include "front/FrontDoor.h"
 #include "integration/AgentEnvironment.h"
 #include "integration/HookInstaller.h"
 #include "island/IslandShell.h"
 #include "jump/linux/DesktopJump.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QFileSystemWatcher>
@@ -113,7 +115,9 @@ std::unique_ptr<QCoreApplication> createApplication(int& argc, char** argv, bool
     }
     std::unique_ptr<QCoreApplication> app;
     if (gui) {
-        app = std::make_unique<QGuiApplication>(argc, argv);
+        // A widgets application: the tray item's menu is a widget menu, exported over D-Bus.
+        app = std::make_unique<QApplication>(argc, argv);
+        QGuiApplication::setQuitOnLastWindowClosed(false);
     } else {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
@@ -219,6 +223,7 @@ int runMirrowisp(int argc, char** argv) {
     };
     ConnectionPass connectionPass(defaults, isInstalled);
     std::unique_ptr<IslandShell> island;
+    std::unique_ptr<FrontDoor> front;
     ControlService control(
         model, {[&model, &defaults, isInstalled] {
                     return QString::fromUtf8(
@@ -259,6 +264,7 @@ int runMirrowisp(int argc, char** argv) {
         island = std::make_unique<IslandShell>(
             model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();
+        front = std::make_unique<FrontDoor>(model);
         // Coming back to the app is a good moment to put back hooks an agent's update removed.
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &model,
                          [&model](Qt::ApplicationState state) {
@@ -269,6 +275,7 @@ int runMirrowisp(int argc, char** argv) {
     }
 
     const int status = QCoreApplication::exec();
+    front.reset();
     island.reset();
     model.stop();
     defaults.flush();

@@ -189,10 +189,7 @@ void ControlService::ShowSettings(const QString& page) {
     if (!callerIsThisUser()) {
         return;
     }
-    // The settings window is not built yet: the request is only noted.
-    logLine(QStringLiteral("Mirrowisp: asked to show the settings") +
-            (page.isEmpty() ? QString() : QStringLiteral(" (page ") + page + QLatin1Char(')')) +
-            QStringLiteral("; there is no settings window yet"));
+    model_.requestSettings(page);
 }
 
 void ControlService::setConnected(const QString& agent, bool connect) {
