@@ -192,6 +192,12 @@ void ControlService::ShowSettings(const QString& page) {
     model_.requestSettings(page);
 }
 
+void ControlService::ShowSetupGuide() {
+    if (callerIsThisUser()) {
+        model_.requestSetupGuide();
+    }
+}
+
 void ControlService::setConnected(const QString& agent, bool connect) {
     if (!callerIsThisUser()) {
         return;

@@ -67,6 +67,7 @@ public Q_SLOTS:
     void Disconnect(const QString& agent);
     // Brings the app forward on a settings page (empty: the first); a second launch asks for this.
     void ShowSettings(const QString& page);
+    void ShowSetupGuide();
 
 private:
     bool callerIsThisUser();

@@ -33,6 +33,8 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   island                                each island's state as JSON
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
+  settings [PAGE]                       show the settings window (general, agents, usage, island, about)
+  setup-guide                           show the setup guide
 
 --timeout: how long to wait for the app's answer (10 s by default).
 Exit status: 0 done, 1 unknown decision, session or agent, 2 not running, 3 not answering in time,
@@ -149,6 +151,10 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Connect"), {subject}};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {
         call = Call{QStringLiteral("Disconnect"), {subject}};
+    } else if (command == QLatin1StringView("settings") && args.size() <= 1 && !missingValue) {
+        call = Call{QStringLiteral("ShowSettings"), {subject}};
+    } else if (command == QLatin1StringView("setup-guide") && args.isEmpty()) {
+        call = Call{QStringLiteral("ShowSetupGuide"), {}};
     }
     if (!call) {
         std::fputs(usage, stderr);
