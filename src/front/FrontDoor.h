@@ -2,10 +2,13 @@
 
 #include <QObject>
 #include <QString>
+#include <memory>
 
 namespace mirrowisp {
 
 class AppModel;
+class Clock;
+class TrayItem;
 
 // The app's own windows and its tray item: what a user meets first and comes back to. Made once a
 // display is there, after the island; shows the setup guide on the first launch.
@@ -13,8 +16,13 @@ class FrontDoor : public QObject {
     Q_OBJECT
 
 public:
-    explicit FrontDoor(AppModel& model, QObject* parent = nullptr);
+    FrontDoor(AppModel& model, const Clock& clock, QObject* parent = nullptr);
     ~FrontDoor() override;
+
+    // The launch steps that follow the island: the tray item, the setup guide on the first launch,
+    // and the "updated" flash a few seconds later when this launch follows an update.
+    void launch(const QString& version);
+    TrayItem* tray() const { return tray_.get(); }
 
     // Registers the views' QML types; the island's module and this one share one engine per window.
     static void registerTypes();
@@ -25,6 +33,9 @@ public:
 
 private:
     AppModel& model_;
+    const Clock& clock_;
+    QString version_;
+    std::unique_ptr<TrayItem> tray_;
 };
 
 } // namespace mirrowisp

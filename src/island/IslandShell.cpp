@@ -199,6 +199,18 @@ void IslandShell::attachViews() {
     }
 }
 
+void IslandShell::openSettings(const QString& page) {
+    app_.requestSettings(page);
+}
+
+void IslandShell::openSetupGuide() {
+    app_.requestSetupGuide();
+}
+
+void IslandShell::quitApp() {
+    app_.requestQuit();
+}
+
 QPointF IslandShell::whereIsPointer() const {
     // Under XWayland the server knows the pointer only over the app's own windows: once it left
     // them, it is nowhere the island could be.

@@ -53,6 +53,11 @@ public:
     // Gives the island's window the keyboard and the field the focus, on a click into it.
     Q_INVOKABLE void focusTextField(QQuickItem* field);
 
+    // The way to the app's own windows and out of it on desktops without a tray.
+    Q_INVOKABLE void openSettings(const QString& page = QString());
+    Q_INVOKABLE void openSetupGuide();
+    Q_INVOKABLE void quitApp();
+
     // The QML types every island view uses; safe to call more than once.
     static void registerTypes();
 

@@ -17,6 +17,10 @@ Column {
         visible: notice.visible
         title: notice.title
         text: notice.text
+        onOpenSettings: {
+            agentsView.shell.openSettings("agents")
+            agentsView.controller.closeIsland()
+        }
     }
 
     Timer {

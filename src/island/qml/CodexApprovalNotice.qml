@@ -6,6 +6,7 @@ Rectangle {
     id: notice
     property string title: ""
     property string text: ""
+    signal openSettings()
 
     implicitHeight: column.implicitHeight + 20
     radius: 12
@@ -36,6 +37,11 @@ Rectangle {
             color: Qt.rgba(1, 1, 1, 0.7)
             font.pixelSize: 12
             wrapMode: Text.Wrap
+        }
+        IslandButton {
+            objectName: "codexSettingsButton"
+            text: "Open Settings"
+            onClicked: notice.openSettings()
         }
     }
 }

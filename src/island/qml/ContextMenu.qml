@@ -49,6 +49,8 @@ Item {
                 delegate: Rectangle {
                     required property string modelData
                     required property int index
+                    // Listed with the island's buttons, so scripts can choose an entry.
+                    objectName: "menuEntry" + index + "Button"
                     width: column.width
                     height: 24
                     radius: 5

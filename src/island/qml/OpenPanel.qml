@@ -37,6 +37,7 @@ Item {
         width: parent.width
         height: panel.headerHeight
         opacity: 0
+        onMenuRequested: (x, y) => appMenu.popupAt(x, y)
         NumberAnimation {
             target: header; property: "opacity"; running: true
             from: 0; to: 1
@@ -85,4 +86,21 @@ Item {
     }
     Component { id: shelfTab; ShelfView { width: tabBody.width } }
     // qmllint enable unqualified
+
+    ContextMenu {
+        id: appMenu
+        objectName: "appMenu"
+        controller: panel.controller
+        entries: ["Settings…", "Setup Guide…", "Quit Mirrowisp"]
+        onChosen: index => {
+            panel.controller.closeIsland()
+            if (index === 0) {
+                panel.shell.openSettings("")
+            } else if (index === 1) {
+                panel.shell.openSetupGuide()
+            } else {
+                panel.shell.quitApp()
+            }
+        }
+    }
 }

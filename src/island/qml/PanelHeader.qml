@@ -7,6 +7,14 @@ Item {
     required property NotchViewModel island
     required property NotchRootModel content
     required property IslandUsageModel usage
+    // The app's own menu (settings, setup guide, quit): on desktops without a tray it is the only way.
+    signal menuRequested(real x, real y)
+
+    MouseArea {
+        anchors.fill: parent
+        acceptedButtons: Qt.RightButton
+        onClicked: mouse => header.menuRequested(mouse.x, mouse.y)
+    }
 
     Row {
         id: tabs
@@ -50,6 +58,26 @@ Item {
                 }
             }
             // qmllint enable unqualified
+        }
+        Rectangle {
+            id: menuButton
+            objectName: "appMenuButton"
+            width: 24
+            height: 24
+            radius: 12
+            color: menuMouse.containsMouse ? Qt.rgba(1, 1, 1, 0.08) : "transparent"
+            SymbolIcon {
+                anchors.centerIn: parent
+                name: "gearshape.fill"
+                color: Qt.rgba(1, 1, 1, 0.6)
+                size: 12
+            }
+            MouseArea {
+                id: menuMouse
+                anchors.fill: parent
+                hoverEnabled: true
+                onClicked: header.menuRequested(tabs.x + menuButton.x, menuButton.y + menuButton.height)
+            }
         }
     }
 
