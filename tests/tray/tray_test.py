@@ -110,6 +110,13 @@ def run(args):
         if [label for label, _ in entries] != expected:
             raise Failure("the menu reads %s, not %s" % ([e[0] for e in entries], expected))
 
+        # This launch follows an update: the island flashes it a few seconds after it shows.
+        def flashing():
+            shown = subprocess.run([args.app, "ctl", "island"], env=env, capture_output=True, text=True)
+            islands = json.loads(shown.stdout or "[]")
+            return islands and islands[0].get("content", "").startswith("transient-")
+        wait_for("the island's flash of the update", flashing)
+
         # Launched again while it runs, the app brings its settings forward in the running copy.
         second = subprocess.run([args.app], env=env, capture_output=True, text=True, timeout=30)
         if second.returncode != 0:

@@ -4,6 +4,7 @@
 #include "support/RealApp.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -200,4 +201,26 @@ TEST_F(IslandApp, ScreensComingAndGoingWhileTheIslandIsOpenKeepItWorking) {
     ctl({text("allow"), id});
     ASSERT_TRUE(tool->waitForFinished(10000));
     EXPECT_EQ(tool->readAllStandardOutput(), allowReply);
+}
+
+TEST_F(IslandApp, TheIslandsOwnMenuReachesTheSettingsAndQuitsWhereNoTrayIs) {
+    writeSettings({{text("didCompleteOnboarding"), true}});
+    startApp();
+    QByteArray log;
+    EXPECT_TRUE(waitUntil([&] {
+        return (log += real.process().readAllStandardError()).contains("has no tray");
+    })) << log.toStdString();
+    pointerTo(centreX, 6);
+    ASSERT_TRUE(becomes("isOpen", true)) << "hovering did not open the island";
+    const auto choose = [&](const char* name) {
+        const std::optional<QRect> at = restingButton(name);
+        ASSERT_TRUE(at.has_value()) << name << " is not on the island";
+        pointerTo(at->center().x(), at->center().y());
+        xdotool({text("click"), text("1")});
+    };
+    choose("appMenuButton");
+    choose("menuEntry2Button"); // "Quit Mirrowisp"
+    ASSERT_TRUE(real.process().waitForFinished(10000)) << "the menu did not quit the app";
+    EXPECT_EQ(real.process().exitCode(), 0);
+    EXPECT_FALSE(QFileInfo::exists(real.home().supportDir() + text("/bridge.sock")));
 }
