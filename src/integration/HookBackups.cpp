@@ -20,12 +20,15 @@ namespace mirrowisp::HookInstaller {
 
 namespace {
 
-// <folder>-<name>-2026-01-31T09-15-00Z: the file a backup is of, and when it was taken.
+// <folder>-<name>-2026-01-31T09-15-00Z: the file a backup is of, and when it was taken; a second
+// backup within the same second gets "-01", "-02"... after the stamp, which still sorts by time.
 const QRegularExpression& stampedName() {
     static const QRegularExpression pattern(
-        QStringLiteral("^(.+)-(\\d{4}-\\d\\d-\\d\\dT\\d\\d-\\d\\d-\\d\\dZ)$"));
+        QStringLiteral("^(.+)-(\\d{4}-\\d\\d-\\d\\dT\\d\\d-\\d\\d-\\d\\dZ(?:-\\d\\d)?)$"));
     return pattern;
 }
+
+constexpr int sameSecondBackups = 99;
 
 QFileInfoList backupEntries(const QString& folder) {
     return QDir(folder).entryInfoList(QDir::Files | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot);
@@ -122,7 +125,7 @@ HookResult backup(const QString& path, const QDateTime& now) {
         prefix.chop(1);
     }
     const QString stem = prefix + QLatin1Char('-') + info.fileName();
-    const QString target = folder + QLatin1Char('/') + stem + QLatin1Char('-') + stamp;
+    const QString base = folder + QLatin1Char('/') + stem + QLatin1Char('-') + stamp;
 
     // The same content twice in a row would only push older backups out.
     if (const auto newest = newestBackupOf(folder, stem)) {
@@ -132,11 +135,16 @@ HookResult backup(const QString& path, const QDateTime& now) {
         }
     }
 
-    // Two backups of one file within a second collide: the copy fails and the change is not made,
-    // rather than losing the earlier backup. Made 0600, then given the source's own mode, so that it is
-    // never more open than the file it copies.
-    const QByteArray name = encoded(target);
-    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    // Never over an earlier backup: within one second the next free suffix is taken. Made 0600, then
+    // given the source's own mode, so that it is never more open than the file it copies.
+    QString target = base;
+    QByteArray name = encoded(target);
+    int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    for (int n = 1; fd < 0 && errno == EEXIST && n <= sameSecondBackups; ++n) {
+        target = base + QStringLiteral("-%1").arg(n, 2, 10, QLatin1Char('0'));
+        name = encoded(target);
+        fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    }
     if (fd < 0) {
         return HookError::fileSystem(target, QString::fromLocal8Bit(std::strerror(errno)));
     }

@@ -366,15 +366,15 @@ TEST_F(HookTest, BackupsAreNamedByTimeSkipRepeatsAndNeverOverwriteEachOther) {
     // The same content again is no new backup, however much later.
     ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(3600)));
     EXPECT_EQ(backups().size(), 1);
-    // New content within the same second collides: the change fails rather than lose the first backup.
+    // New content within the same second is kept beside the first, and counts as the newer one.
     writeFile(path, R"({"a": 2})");
-    const HookResult again = HookInstaller::backup(path, when.addMSecs(900));
-    ASSERT_TRUE(again);
-    EXPECT_EQ(again->kind, HookError::Kind::fileSystem);
+    ASSERT_FALSE(HookInstaller::backup(path, when.addMSecs(900)));
     EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
               QByteArray(R"({"a": 1})"));
-    ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(60)));
-    EXPECT_EQ(backups().size(), 2);
+    EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z-01")),
+              QByteArray(R"({"a": 2})"));
+    ASSERT_FALSE(HookInstaller::backup(path, when.addMSecs(950)));
+    EXPECT_EQ(backups().size(), 2) << "the newest backup within the second was not recognised";
     EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
     EXPECT_EQ(backups().size(), 2);
 }
