@@ -22,6 +22,9 @@ packages=(
   libxcb1-dev libxcb-ewmh-dev xvfb openbox
   # the island's window tests: a compositor for translucency, xdotool for the pointer, screenshots
   xcompmgr xdotool x11-utils x11-xserver-utils imagemagick
+  # the Debian package (cpack -G DEB reads library dependencies with dpkg-shlibdeps and file) and its
+  # check: the desktop entry, the metainfo and its releases
+  dpkg-dev file desktop-file-utils appstream libxml2-utils
 )
 
 missing=()

@@ -85,6 +85,7 @@ QByteArray AutostartEntry::contents(const QString& executablePath) {
                                         "Type=Application\n"
                                         "Name=Mirrowisp\n"
                                         "Exec=%1\n"
+                                        "Icon=io.mirrowisp.Mirrowisp\n"
                                         "Terminal=false\n"
                                         "X-GNOME-Autostart-enabled=true\n")
                              .arg(execValue(executablePath));

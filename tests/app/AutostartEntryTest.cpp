@@ -43,6 +43,7 @@ TEST_F(AutostartEntryTest, EnablingWritesADesktopEntryAndDisablingRemovesIt) {
                                               "Type=Application\n"
                                               "Name=Mirrowisp\n"
                                               "Exec=\"/opt/Mirrowisp Beta/bin/mirrowisp\"\n"
+                                              "Icon=io.mirrowisp.Mirrowisp\n"
                                               "Terminal=false\n"
                                               "X-GNOME-Autostart-enabled=true\n"));
     EXPECT_EQ(QDir(QFileInfo(entryPath).absolutePath()).entryList(QDir::Files | QDir::Hidden),
