@@ -1,0 +1,22 @@
+import QtQuick
+import QtQuick.Controls.Fusion
+
+// A number preference shown in whole units of `scale` (1000 shows seconds as milliseconds).
+SpinBox {
+    id: box
+    required property var prefs
+    required property string key
+    property real scale: 1
+    property string unit
+    property string zeroText
+
+    objectName: key
+    editable: true
+    value: Math.round(prefs[key] * scale)
+    textFromValue: (number, locale) => number === 0 && zeroText.length > 0 ? zeroText : number + " " + unit
+    valueFromText: (text, locale) => text === zeroText ? 0 : parseInt(text)
+    onValueModified: {
+        box.prefs[box.key] = value / scale;
+        value = Qt.binding(() => Math.round(box.prefs[box.key] * box.scale));
+    }
+}

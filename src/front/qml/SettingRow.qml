@@ -1,0 +1,35 @@
+import QtQuick
+import QtQuick.Controls.Fusion
+import QtQuick.Layouts
+
+// A setting's title and line of help on the left; its control goes on the right.
+RowLayout {
+    id: row
+    property string title
+    property string detail
+    default property alias control: holder.data
+
+    Layout.fillWidth: true
+    spacing: 12
+
+    ColumnLayout {
+        Layout.fillWidth: true
+        spacing: 2
+        Label {
+            text: row.title
+        }
+        Label {
+            visible: row.detail.length > 0
+            Layout.fillWidth: true
+            text: row.detail
+            wrapMode: Text.WordWrap
+            opacity: 0.65
+            font.pointSize: 8.5
+        }
+    }
+    Item {
+        id: holder
+        implicitWidth: childrenRect.width
+        implicitHeight: childrenRect.height
+    }
+}
