@@ -30,6 +30,8 @@ void SettingsWindow::show(const QString& page) {
         logLine(QStringLiteral("Mirrowisp: the settings window could not be made"));
         return;
     }
+    // Hooks change behind the app's back: each showing reads them again.
+    agents_->refresh();
     bringForward(*window_);
 }
 

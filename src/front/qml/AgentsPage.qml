@@ -11,8 +11,6 @@ SettingsPage {
     // Read again whenever the page comes into view: hooks change behind the app's back.
     onVisibleChanged: if (visible)
         agents.refresh()
-    Component.onCompleted: if (visible)
-        agents.refresh()
 
     PageHeading {
         text: qsTr("Agents")
