@@ -33,6 +33,8 @@ ApplicationWindow {
                 required property string modelData
                 required property int index
                 objectName: "page." + modelData
+                // The keyboard goes through the page's controls; the list is for the pointer.
+                focusPolicy: Qt.NoFocus
                 width: ListView.view.width
                 text: window.pageTitles[index]
                 highlighted: ListView.isCurrentItem
