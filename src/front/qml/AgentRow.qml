@@ -24,8 +24,8 @@ Frame {
             Layout.fillWidth: true
             spacing: 10
             Rectangle {
-                width: 10
-                height: 10
+                Layout.preferredWidth: 10
+                Layout.preferredHeight: 10
                 radius: 5
                 color: row.modelData.accent
             }
@@ -41,7 +41,7 @@ Frame {
                     Layout.fillWidth: true
                     wrapMode: Text.WordWrap
                     opacity: 0.7
-                    text: (row.modelData.detected ? "" : qsTr("Not found on this machine. ")) + row.modelData.summary
+                    text: row.modelData.detected ? row.modelData.summary : row.modelData.setup === "notInstalled" ? qsTr("Not found on this machine") : qsTr("Not found on this machine. ") + row.modelData.summary
                 }
             }
             BusyIndicator {

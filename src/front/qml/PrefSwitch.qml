@@ -17,6 +17,7 @@ RowLayout {
         Layout.fillWidth: true
         spacing: 2
         Label {
+            Layout.fillWidth: true
             text: row.title
         }
         Label {
