@@ -10,6 +10,8 @@
 #include "base/UserDefaults.h"
 #include "front/FrontDoor.h"
 #include "front/SettingsServices.h"
+#include "integration/AgentEnvironment.h"
+#include "integration/Locations.h"
 #include "support/TestSupport.h"
 
 #include <QQmlEngine>
@@ -21,7 +23,11 @@ namespace mirrowisp::test {
 
 class FrontFixture {
 public:
-    FrontFixture() { FrontDoor::registerTypes(); }
+    FrontFixture() {
+        FrontDoor::registerTypes();
+        // The agents' files live in this test's home, not where an earlier test's home was.
+        AgentEnvironment::setCurrent(Locations::standard(home.path()));
+    }
 
     // Model, preferences and store as the app makes them, over whatever the file holds now.
     void start() {
