@@ -12,9 +12,13 @@ SpinBox {
 
     objectName: key
     editable: true
+    // Typed with or without the unit; the value is read from the leading number.
+    validator: RegularExpressionValidator {
+        regularExpression: /^\s*(\d+\s*\S*|\D*)\s*$/
+    }
     value: Math.round(prefs[key] * scale)
     textFromValue: (number, locale) => number === 0 && zeroText.length > 0 ? zeroText : number + " " + unit
-    valueFromText: (text, locale) => text === zeroText ? 0 : parseInt(text)
+    valueFromText: (text, locale) => isNaN(parseInt(text)) ? 0 : parseInt(text)
     onValueModified: {
         box.prefs[box.key] = value / scale;
         value = Qt.binding(() => Math.round(box.prefs[box.key] * box.scale));
