@@ -186,3 +186,15 @@ TEST_F(SettingsWindowTest, ASecondShowRaisesTheSameWindowOnTheAskedPage) {
     settings.show(text("nonsense"));
     EXPECT_EQ(settings.model().page(), text("about"));
 }
+
+TEST_F(SettingsWindowTest, AFreshInstallGetsNoDefaultsFileFromShowingEveryPage) {
+    start();
+    SettingsWindow settings(services(), engine);
+    for (const QString& page : SettingsModel::pages) {
+        settings.show(page);
+    }
+    ASSERT_NE(control(*settings.window(), text("agentEnabled.copilot")), nullptr);
+    test::drainMainQueue();
+    defaults->flush();
+    EXPECT_FALSE(QFileInfo::exists(path));
+}
