@@ -29,7 +29,7 @@ SettingsPage {
         NumberBox {
             prefs: page.prefs
             key: "hoverDelay"
-            scale: 1000
+            factor: 1000
             unit: qsTr("ms")
             from: 0
             to: 2000
@@ -83,7 +83,7 @@ SettingsPage {
         NumberBox {
             prefs: page.prefs
             key: "hideFinishedAfter"
-            scale: 1 / 60
+            factor: 1 / 60
             unit: qsTr("min")
             zeroText: qsTr("Never")
             from: 0

@@ -24,7 +24,8 @@ RowLayout {
             visible: row.detail.length > 0
             Layout.fillWidth: true
             text: row.detail
-            wrapMode: Text.WordWrap
+            // One line: wrapped text inside a row makes the layout guess its height wrong.
+            elide: Text.ElideRight
             opacity: 0.65
             font.pointSize: 8.5
         }

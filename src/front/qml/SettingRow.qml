@@ -23,14 +23,16 @@ RowLayout {
             visible: row.detail.length > 0
             Layout.fillWidth: true
             text: row.detail
-            wrapMode: Text.WordWrap
+            // One line: wrapped text inside a row makes the layout guess its height wrong.
+            elide: Text.ElideRight
             opacity: 0.65
             font.pointSize: 8.5
         }
     }
+    // Sized by its one control, so the row is as tall as the control needs.
     Item {
         id: holder
-        implicitWidth: childrenRect.width
-        implicitHeight: childrenRect.height
+        implicitWidth: holder.children.length > 0 ? holder.children[0].implicitWidth : 0
+        implicitHeight: holder.children.length > 0 ? holder.children[0].implicitHeight : 0
     }
 }

@@ -7,6 +7,8 @@ ScrollView {
     id: page
     default property alias content: column.data
     contentWidth: availableWidth
+    topPadding: 10
+    bottomPadding: 10
     clip: true
 
     ColumnLayout {
