@@ -9,6 +9,7 @@ ApplicationWindow {
 
     // The Codex step shows only where Codex is.
     readonly property var steps: guide.agents.codexDetected ? ["welcome", "agents", "codex", "try", "terminal"] : ["welcome", "agents", "try", "terminal"]
+    readonly property bool codexConnected: guide.agents.rows.some(row => row.agent === "codex" && row.connected)
     readonly property var allSteps: ["welcome", "agents", "codex", "try", "terminal"]
     property int step: 0
     readonly property string stepName: steps[Math.min(step, steps.length - 1)]
@@ -99,7 +100,7 @@ ApplicationWindow {
                 Label {
                     Layout.fillWidth: true
                     wrapMode: Text.WordWrap
-                    text: window.guide.agents.codexStatus === "ready" ? qsTr("Codex runs Mirrowisp's hooks. Nothing to do here.") : qsTr("Codex runs a hook only once you have trusted it.")
+                    text: window.guide.agents.codexStatus !== "ready" ? qsTr("Codex runs a hook only once you have trusted it.") : window.codexConnected ? qsTr("Codex runs Mirrowisp's hooks. Nothing to do here.") : qsTr("Connect Codex on the previous page; Codex then asks you to trust the hooks.")
                 }
                 CodexTrust {
                     agents: window.guide.agents
