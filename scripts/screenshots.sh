@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Renders the island's screenshots for the README into docs/screenshots, from the real window under a
-# private X server. Builds what it needs first.
+# Renders the screenshots for the README into docs/screenshots: the island, the settings pages and
+# the setup guide, from the real windows under a private X server. Builds what it needs first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 cmake --preset ci >/dev/null
-cmake --build --preset ci --target island_x11_tests mirrowisp-bridge
+cmake --build --preset ci --target island_x11_tests front_x11_tests mirrowisp-bridge
 mkdir -p docs/screenshots
 MIRROWISP_SCREENSHOT_DIR="$PWD/docs/screenshots" ./build-ci/tests/island_x11_tests --gtest_filter='IslandScreenshots.*'
+MIRROWISP_SCREENSHOT_DIR="$PWD/docs/screenshots" ./build-ci/tests/front_x11_tests --gtest_filter='FrontScreenshots.*'
 ls docs/screenshots

@@ -319,4 +319,50 @@ void AgentStore::dismiss(const QString& sessionKey) {
     Q_EMIT sessionsChanged();
 }
 
+QString AgentStore::addSampleRequest() {
+    static int count = 0;
+    const QString sessionID = QStringLiteral("mirrowisp-sample-") + QString::number(++count);
+    const QString id = QStringLiteral("sample-") + QString::number(count);
+    const QJsonObject input{{QStringLiteral("command"), QStringLiteral("echo Hello from Mirrowisp")}};
+    const QJsonObject payload{{QStringLiteral("hook_event_name"), QStringLiteral("PermissionRequest")},
+                              {QStringLiteral("session_id"), sessionID},
+                              {QStringLiteral("tool_name"), QStringLiteral("Bash")},
+                              {QStringLiteral("tool_input"), input}};
+    // No descriptor behind it: the reply is dropped, so the sample can never reach an agent.
+    auto connection = BridgeConnection::make(
+        {id, AgentKind::claude, QJsonDocument(payload).toJson(QJsonDocument::Compact), true, {}}, -1);
+    sessions_.emplace_back(new AgentSession(AgentKind::claude, sessionID, clock_.now()));
+    AgentSession& session = *sessions_.back();
+    session.setCwd(QStringLiteral("~/mirrowisp-sample"));
+    session.setLastPrompt(QStringLiteral("Say hello"));
+    Q_EMIT sessionsChanged();
+    session.appendPending(std::make_unique<PendingDecision>(
+        id,
+        DecisionKind::permission(AgentStoreText::displayName(QStringLiteral("Bash")),
+                                 input.value(QLatin1StringView("command")).toString(),
+                                 AgentStoreText::detail(QStringLiteral("Bash"), input)),
+        clock_.now(), connection, payload));
+    session.setStatus(AgentStatus::needsAttention());
+    const QString key = session.id();
+    QPointer<AgentStore> store(this);
+    connect(&session, &AgentSession::pendingChanged, this, [store, key, id] {
+        AgentSession* sample = store ? store->findSession(key) : nullptr;
+        if (sample == nullptr || !sample->pending().empty()) {
+            return;
+        }
+        // Answered: the session goes too, once the answer's own handling is over.
+        QMetaObject::invokeMethod(
+            store,
+            [store, key, id] {
+                if (store) {
+                    store->dismiss(key);
+                    Q_EMIT store->sampleRequestAnswered(id);
+                }
+            },
+            Qt::QueuedConnection);
+    });
+    raise(AgentSignal::needsAttention, session);
+    return id;
+}
+
 } // namespace mirrowisp

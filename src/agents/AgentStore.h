@@ -93,6 +93,10 @@ public:
     void failPending(AgentSession& session);
     // The user hides a session; its next event makes it anew.
     void dismiss(const QString& sessionKey);
+    // A permission request for the setup guide to show how answering works. It waits and is answered
+    // like any other, but no agent waits for it: the answer goes nowhere, and its session leaves once
+    // it is answered by any route. Answers the decision's id.
+    QString addSampleRequest();
 
     static QList<AgentQuestion> parseQuestions(const QJsonObject& input);
     // Which waiting decision a post-tool event shows was settled in the agent itself.
@@ -123,6 +127,8 @@ Q_SIGNALS:
     void sessionsChanged();
     void codexHookStatusChanged();
     void hasUnseenFinishChanged();
+    // The sample request left its session: answered or withdrawn.
+    void sampleRequestAnswered(const QString& decisionID);
 
 private:
     AgentSession& sessionFor(AgentKind agent, const QString& sessionID, const QJsonObject& payload,

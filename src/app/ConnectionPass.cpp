@@ -126,6 +126,53 @@ std::optional<QString> ConnectionPass::setConnected(const QString& agent, bool c
     return std::nullopt;
 }
 
+void ConnectionPass::setConnectedInBackground(const QString& agent, bool connect,
+                                              std::function<void(std::optional<QString>)> done) {
+    const auto kind = AgentKinds::fromRawValue(QStringView(agent));
+    if (!kind) {
+        done(QStringLiteral("no agent called ") + agent);
+        return;
+    }
+    if (connect) {
+        // The user's mark goes first, as in setConnected: a pass starting meanwhile installs too.
+        state_->defaults.remove(HookInstaller::disconnectedKey(*kind));
+        const std::lock_guard lock(state_->files);
+        state_->disconnected.remove(*kind);
+    }
+    queue_->async([weak = std::weak_ptr<State>(state_), kind = *kind, connect, done = std::move(done)] {
+        const std::shared_ptr<State> shared = weak.lock();
+        if (!shared) {
+            return;
+        }
+        HookInstaller::FileChange change;
+        {
+            const std::lock_guard lock(shared->files);
+            if (connect) {
+                change = HookInstaller::installFile(kind);
+            } else {
+                change.result = HookInstaller::uninstall(kind);
+                if (!change.result) {
+                    // No pass may put the hooks back between this removal and the mark on the main thread.
+                    shared->disconnected.insert(kind);
+                }
+            }
+        }
+        HookInstaller::CodexTrustReading codex = HookInstaller::readCodexTrust();
+        postToMain([weak, kind, connect, done, change = std::move(change), codex = std::move(codex)] {
+            const std::shared_ptr<State> alive = weak.lock();
+            if (!alive) {
+                return;
+            }
+            alive->codex = codex;
+            HookInstaller::publish(change, alive->defaults);
+            if (!connect && !change.result) {
+                alive->defaults.set(HookInstaller::disconnectedKey(kind), true);
+            }
+            done(change.result ? std::optional<QString>(change.result->message()) : std::nullopt);
+        });
+    });
+}
+
 CodexHookStatus ConnectionPass::codexHookStatus() {
     State& state = *state_;
     if (!state.readingCodex) {

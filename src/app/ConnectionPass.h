@@ -35,6 +35,10 @@ public:
 
     // Connects or disconnects one agent by its raw name, here and now; answers the error text.
     std::optional<QString> setConnected(const QString& agent, bool connect);
+    // The same with the files read and written on the pass's thread, for windows that must not
+    // stall; `done` gets the error text (or nothing) on the main thread.
+    void setConnectedInBackground(const QString& agent, bool connect,
+                                  std::function<void(std::optional<QString>)> done);
 
     // Codex's hook status from its files as last read on the pass's thread (ready before the first
     // reading). Asking starts a new reading; `changed` runs on the main thread when one differs.

@@ -265,7 +265,8 @@ int runMirrowisp(int argc, char** argv) {
         island = std::make_unique<IslandShell>(
             model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();
-        front = std::make_unique<FrontDoor>(model, SystemClock::shared());
+        front = std::make_unique<FrontDoor>(
+            SettingsServices{model, connectionPass, isInstalled, SystemClock::shared()});
         front->launch(BuildInfo::version());
         // Coming back to the app is a good moment to put back hooks an agent's update removed.
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &model,

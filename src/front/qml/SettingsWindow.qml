@@ -1,8 +1,73 @@
 import QtQuick
-import QtQuick.Controls
+import QtQuick.Controls.Fusion
+import QtQuick.Layouts
+import MirrowispFront
 
 ApplicationWindow {
+    id: window
+    required property SettingsModel settings
+
+    readonly property var pageTitles: [qsTr("General"), qsTr("Agents"), qsTr("Usage"), qsTr("Island"), qsTr("About")]
+    readonly property var pageIds: ["general", "agents", "usage", "island", "about"]
+
     title: qsTr("Mirrowisp Settings")
-    width: 720
-    height: 520
+    width: 760
+    height: 560
+    minimumWidth: 560
+    minimumHeight: 380
+
+    RowLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        ListView {
+            id: sideList
+            objectName: "pages"
+            Layout.preferredWidth: 170
+            Layout.fillHeight: true
+            Layout.topMargin: 8
+            model: window.pageIds
+            currentIndex: window.pageIds.indexOf(window.settings.page)
+            // qmllint disable unqualified
+            delegate: ItemDelegate {
+                required property string modelData
+                required property int index
+                objectName: "page." + modelData
+                // The keyboard goes through the page's controls; the list is for the pointer.
+                focusPolicy: Qt.NoFocus
+                width: ListView.view.width
+                text: window.pageTitles[index]
+                highlighted: ListView.isCurrentItem
+                onClicked: window.settings.page = modelData
+            }
+            // qmllint enable unqualified
+        }
+        ToolSeparator {
+            orientation: Qt.Vertical
+            Layout.fillHeight: true
+        }
+        StackLayout {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            currentIndex: sideList.currentIndex
+
+            GeneralPage {
+                prefs: window.settings.prefs
+            }
+            AgentsPage {
+                prefs: window.settings.prefs
+                agents: window.settings.agents
+            }
+            UsagePage {
+                prefs: window.settings.prefs
+                settings: window.settings
+            }
+            IslandPage {
+                prefs: window.settings.prefs
+            }
+            AboutPage {
+                settings: window.settings
+            }
+        }
+    }
 }

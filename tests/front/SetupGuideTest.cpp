@@ -1,0 +1,67 @@
+// "Try it": the sample request waits like a real one, leaves with its session however it is
+// answered, and the guide sees that it was.
+#include "FrontFixture.h"
+#include "front/SettingsAgentList.h"
+#include "front/SetupGuideModel.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+using namespace mirrowisp;
+using mirrowisp::test::text;
+
+namespace {
+
+using Answer = void (*)(AgentStore&, PendingDecision&, AgentSession&);
+
+struct AnswerCase {
+    const char* name;
+    Answer answer;
+};
+
+void PrintTo(const AnswerCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class SampleRequest : public testing::TestWithParam<AnswerCase>, public test::FrontFixture {};
+
+const AnswerCase answers[] = {
+    {"allow", [](AgentStore& s, PendingDecision& d, AgentSession& session) { s.allow(d, session, false); }},
+    {"always", [](AgentStore& s, PendingDecision& d, AgentSession& session) { s.allow(d, session, true); }},
+    {"deny", [](AgentStore& s, PendingDecision& d, AgentSession& session) { s.deny(d, session); }},
+    {"terminal", [](AgentStore& s, PendingDecision& d, AgentSession& session) { s.handBack(d, session); }},
+    {"hide", [](AgentStore& s, PendingDecision&, AgentSession& session) { s.dismiss(session.id()); }},
+};
+
+} // namespace
+
+TEST_P(SampleRequest, LeavesWithItsSessionOnceAnsweredAndTheGuideSeesIt) {
+    start();
+    SettingsAgentList agents(services());
+    SetupGuideModel guide(services(), agents);
+    AgentStore& store = model->agents();
+
+    guide.tryIt();
+    guide.tryIt(); // one at a time
+    ASSERT_EQ(guide.sampleState(), text("waiting"));
+    ASSERT_EQ(store.visibleSessions().size(), 1U);
+    const auto [decision, session] = store.findDecision(guide.sampleID());
+    ASSERT_NE(decision, nullptr);
+    EXPECT_TRUE(session->needsUser());
+
+    GetParam().answer(store, *decision, *session);
+    EXPECT_TRUE(test::waitUntil([&] { return store.sessions().empty(); }, 2000)) << "the sample stayed";
+    EXPECT_TRUE(test::waitUntil([&] { return guide.sampleState() == u"answered"; }, 2000));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryRoute, SampleRequest, testing::ValuesIn(answers));
+
+TEST(SetupGuide, FinishingRecordsTheGuideAsDone) {
+    test::FrontFixture front;
+    front.start();
+    SettingsAgentList agents(front.services());
+    SetupGuideModel guide(front.services(), agents);
+    guide.finish();
+    front.defaults->flush();
+    EXPECT_EQ(test::readJsonObject(front.path).value(SetupGuideModel::completedKey), true);
+}
