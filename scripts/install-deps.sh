@@ -22,6 +22,8 @@ packages=(
   libxcb1-dev libxcb-ewmh-dev xvfb openbox
   # the island's window tests: a compositor for translucency, xdotool for the pointer, screenshots
   xcompmgr xdotool x11-utils x11-xserver-utils imagemagick
+  # now playing: a real MPRIS player for its tests, and python3-dbusmock for staged players
+  mpv mpv-mpris python3-dbusmock
 )
 
 missing=()
