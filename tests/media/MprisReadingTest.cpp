@@ -1,6 +1,6 @@
-#include "MockPlayer.h"
-
 #include "media/MprisReading.h"
+
+#include "MockPlayer.h"
 
 #include <gtest/gtest.h>
 
@@ -41,19 +41,21 @@ INSTANTIATE_TEST_SUITE_P(
     Properties, MprisReadingTest,
     testing::Values(
         ReadingCase{"plain", [](QVariantMap&, QVariantMap&) {}, 200, 30},
-        ReadingCase{"stopped", [](QVariantMap& p, QVariantMap&) { p[u"PlaybackStatus"_s] = u"Stopped"_s; }, {}},
-        ReadingCase{"statusOfWrongType", [](QVariantMap& p, QVariantMap&) { p[u"PlaybackStatus"_s] = 1; }, {}},
+        ReadingCase{
+            "stopped", [](QVariantMap& p, QVariantMap&) { p[u"PlaybackStatus"_s] = u"Stopped"_s; }, {}},
+        ReadingCase{
+            "statusOfWrongType", [](QVariantMap& p, QVariantMap&) { p[u"PlaybackStatus"_s] = 1; }, {}},
         ReadingCase{"titleOfWrongType", [](QVariantMap&, QVariantMap& m) { m[u"xesam:title"_s] = 7; }, {}},
-        ReadingCase{"lengthOfWrongType", [](QVariantMap&, QVariantMap& m) { m[u"mpris:length"_s] = u"long"_s; },
-                    0, 30},
+        ReadingCase{"lengthOfWrongType",
+                    [](QVariantMap&, QVariantMap& m) { m[u"mpris:length"_s] = u"long"_s; }, 0, 30},
         ReadingCase{"negativeLength", [](QVariantMap&, QVariantMap& m) { m[u"mpris:length"_s] = -5; }, 0, 30},
         ReadingCase{"positionBeyondLength",
                     [](QVariantMap& p, QVariantMap&) { p[u"Position"_s] = qlonglong(900e6); }, 200, 200},
         ReadingCase{"noLoopStatus", [](QVariantMap& p, QVariantMap&) { p.remove(u"LoopStatus"_s); }, 200, 30,
                     false},
         ReadingCase{"hugeTitle",
-                    [](QVariantMap&, QVariantMap& m) { m[u"xesam:title"_s] = QString(100'000, u'x'); }, 200, 30,
-                    true, 512}),
+                    [](QVariantMap&, QVariantMap& m) { m[u"xesam:title"_s] = QString(100'000, u'x'); }, 200,
+                    30, true, 512}),
     [](const testing::TestParamInfo<ReadingCase>& param) { return param.param.name; });
 
 TEST(MprisReadingNotAMapTest, MetadataThatIsNoDictionaryGivesNoTrack) {

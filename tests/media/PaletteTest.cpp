@@ -53,17 +53,17 @@ INSTANTIATE_TEST_SUITE_P(
         // every score takes the dark penalty; the primary is grey: the accent is a light grey, then its tint
         PaletteCase{"black", Qt::black, Qt::black, 0, 0, 0.78F, 0, 0.2F, 1},
         // one hue only: the second colour is the primary's tint
-        PaletteCase{"vivid", QColor::fromHsvF(0.6F, 0.9F, 0.9F), QColor::fromHsvF(0.6F, 0.9F, 0.9F), 0.6F, 0.85F,
-                    0.9F, 0.6F, 0.495F, 1},
+        PaletteCase{"vivid", QColor::fromHsvF(0.6F, 0.9F, 0.9F), QColor::fromHsvF(0.6F, 0.9F, 0.9F), 0.6F,
+                    0.85F, 0.9F, 0.6F, 0.495F, 1},
         // a grey primary of saturation 0.1: a tint of saturation 0.2 at full brightness
-        PaletteCase{"grey", QColor::fromHsvF(0.3F, 0.1F, 0.5F), QColor::fromHsvF(0.3F, 0.1F, 0.5F), 0, 0, 0.78F,
-                    0.3F, 0.2F, 1},
+        PaletteCase{"grey", QColor::fromHsvF(0.3F, 0.1F, 0.5F), QColor::fromHsvF(0.3F, 0.1F, 0.5F), 0, 0,
+                    0.78F, 0.3F, 0.2F, 1},
         // hues 0.99 and 0.02 lie 0.03 apart on the circle: one hue
-        PaletteCase{"wrap", QColor::fromHsvF(0.99F, 0.8F, 0.9F), QColor::fromHsvF(0.02F, 0.6F, 0.9F), 0.99F, 0.85F,
-                    0.9F, 0.99F, 0.44F, 1},
+        PaletteCase{"wrap", QColor::fromHsvF(0.99F, 0.8F, 0.9F), QColor::fromHsvF(0.02F, 0.6F, 0.9F), 0.99F,
+                    0.85F, 0.9F, 0.99F, 0.44F, 1},
         // two hues far apart: each in its vivid form, the stronger first
-        PaletteCase{"two", QColor::fromHsvF(0.3F, 0.3F, 0.5F), QColor::fromHsvF(0.7F, 0.8F, 0.6F), 0.7F, 0.85F,
-                    0.82F, 0.3F, 0.45F, 0.82F}),
+        PaletteCase{"two", QColor::fromHsvF(0.3F, 0.3F, 0.5F), QColor::fromHsvF(0.7F, 0.8F, 0.6F), 0.7F,
+                    0.85F, 0.82F, 0.3F, 0.45F, 0.82F}),
     [](const testing::TestParamInfo<PaletteCase>& param) { return param.param.name; });
 
 TEST(PaletteEmptyTest, AnEmptyImageGivesNothing) {
