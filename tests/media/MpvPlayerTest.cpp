@@ -50,7 +50,7 @@ TEST(MpvPlayerTest, FollowsAndDrivesMpv) {
     mpv.start(u"mpv"_s, {u"--no-config"_s, u"--ao=null"_s, u"--vo=null"_s, u"--really-quiet"_s,
                          u"--script="_s + plugin, dir.filePath(u"tone.wav"_s)});
     const auto track = [&] { return service.track().value_or(NowPlayingTrack{}); };
-    ASSERT_TRUE(test::waitUntil([&] { return track().isPlaying; }, 10000));
+    ASSERT_TRUE(test::waitUntil([&] { return track().isPlaying && track().duration > 0; }, 10000));
     EXPECT_EQ(track().title, u"tone.wav"_s);
     EXPECT_NEAR(track().duration, 30, 0.1);
     EXPECT_TRUE(track().canRepeat);
@@ -71,7 +71,8 @@ TEST(MpvPlayerTest, FollowsAndDrivesMpv) {
         const QDBusMessage reply = QDBusConnection::connectToBus(bus.address(), u"mpv-app"_s).call(get);
         return reply.arguments().value(0).value<QDBusVariant>().variant().toDouble() / 1e6;
     };
-    EXPECT_TRUE(test::waitUntil([&] { return std::abs(mpvPosition() - 12) < 0.2; }));
+    EXPECT_TRUE(test::waitUntil([&] { return std::abs(mpvPosition() - 12) < 0.2; }))
+        << mpvPosition() << " " << service.players().find(track().player)->reading().trackId.toStdString();
     service.cycleRepeat();
     clock.advance(5); // past the pending value: what shows is mpv's own loop status
     EXPECT_TRUE(test::waitUntil([&] {
