@@ -15,6 +15,8 @@
 #include "integration/HookInstaller.h"
 #include "island/IslandShell.h"
 #include "jump/linux/DesktopJump.h"
+#include "media/ArtworkLookup.h"
+#include "media/NowPlayingService.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -258,6 +260,12 @@ int runMirrowisp(int argc, char** argv) {
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
+    // What plays on the desktop; covers the players lack are looked up in the public catalogue.
+    NowPlayingService nowPlaying(QDBusConnection::sessionBus(), SystemClock::shared());
+    nowPlaying.setCatalogue(
+        qEnvironmentVariable("MIRROWISP_ARTWORK_CATALOGUE", ArtworkLookup::defaultCatalogue));
+    model.attachNowPlaying(nowPlaying);
+    nowPlaying.start();
     const auto takeoverWatch = quitWhenTakenOver(control, model);
 
     if (gui) {

@@ -6,6 +6,7 @@
 #include "media/Palette.h"
 
 #include <QDBusObjectPath>
+#include <QJsonArray>
 #include <QPointer>
 #include <QProcess>
 #include <QUrl>
@@ -142,6 +143,33 @@ double NowPlayingService::interpolatedPosition() const {
     }
     const double position = track_->position + (clock_.now() - positionSampledAt_) * track_->rate;
     return track_->duration > 0 ? std::min(position, track_->duration) : position;
+}
+
+QJsonObject NowPlayingService::toJson() const {
+    QJsonArray colours;
+    for (const QColor& colour : palette_) {
+        colours.append(colour.name(QColor::HexRgb));
+    }
+    QJsonObject json{{QStringLiteral("palette"), colours},
+                     {QStringLiteral("hasArtwork"), artwork_.has_value()}};
+    if (!track_) {
+        json.insert(QStringLiteral("track"), QJsonValue::Null);
+        return json;
+    }
+    static const char* const repeatNames[] = {"off", "all", "one"};
+    json.insert(
+        QStringLiteral("track"),
+        QJsonObject{{QStringLiteral("title"), track_->title},
+                    {QStringLiteral("artist"), track_->artist},
+                    {QStringLiteral("album"), track_->album},
+                    {QStringLiteral("duration"), track_->duration},
+                    {QStringLiteral("position"), interpolatedPosition()},
+                    {QStringLiteral("isPlaying"), track_->isPlaying},
+                    {QStringLiteral("player"), track_->player},
+                    {QStringLiteral("repeat"),
+                     track_->canRepeat ? QJsonValue(QString::fromLatin1(repeatNames[int(track_->repeatMode)]))
+                                       : QJsonValue(QJsonValue::Null)}});
+    return json;
 }
 
 MprisPlayer* NowPlayingService::target() const {

@@ -8,6 +8,7 @@
 #include <QColor>
 #include <QDBusConnection>
 #include <QImage>
+#include <QJsonObject>
 #include <QList>
 #include <QObject>
 #include <QTimer>
@@ -45,6 +46,11 @@ public:
     const QList<QColor>& palette() const { return palette_; }
     double interpolatedPosition() const;
     MprisPlayers& players() { return players_; }
+    // Whether a command has a player to go to.
+    bool hasPlayer() const { return target() != nullptr; }
+    // The track as `mirrowisp ctl media` prints it: null without one; the position as of now and the
+    // colours as #rrggbb.
+    QJsonObject toJson() const;
 
     // "playpause", "next track" or "previous track".
     void send(const QString& command);
