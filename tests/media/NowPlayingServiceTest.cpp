@@ -4,6 +4,7 @@
 #include "support/TestSupport.h"
 
 #include <QDir>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -144,4 +145,25 @@ TEST_F(NowPlayingServiceTest, CoversFromTheArtUrlAndTheDefaultsForEverythingElse
         test::waitUntil([&] { return service->accentColor().hue() >= 0 || !image; });
         EXPECT_EQ(service->accentColor().hue() >= 0, image) << song.toStdString();
     }
+}
+
+// A cover host that never answers holds up nothing but covers, and its late nothing does not
+// replace the cover of the track that came next.
+TEST_F(NowPlayingServiceTest, ASilentCoverHostTimesOutAndItsResultIsDroppedOnceTheTrackMovedOn) {
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    QTemporaryDir dir;
+    QImage red(16, 16, QImage::Format_RGB32);
+    red.fill(Qt::red);
+    ASSERT_TRUE(red.save(dir.filePath(u"red.png"_s)));
+    auto p =
+        player("slow", u"Playing"_s, u"Slow"_s, u"https://127.0.0.1:%1/a.png"_s.arg(silent.serverPort()));
+    service->start();
+    ASSERT_TRUE(shows(u"Slow"_s));
+    ASSERT_TRUE(test::waitUntil([&] { return silent.hasPendingConnections(); }));
+    p->update({{u"Metadata"_s, metadata(u"Next"_s, u"Artist"_s, 100,
+                                        QUrl::fromLocalFile(dir.filePath(u"red.png"_s)).toString())}});
+    EXPECT_TRUE(shows(u"Next"_s)) << "the main thread went on while the cover host stayed silent";
+    EXPECT_TRUE(test::waitUntil([&] { return service->artwork().has_value(); }, 12000));
+    EXPECT_NEAR(service->accentColor().hueF(), 0, 0.01);
 }
