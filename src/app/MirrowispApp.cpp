@@ -260,10 +260,12 @@ int runMirrowisp(int argc, char** argv) {
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
-    // What plays on the desktop; covers the players lack are looked up in the public catalogue.
+    // What plays on the desktop; covers the players lack are looked up in a public catalogue.
     NowPlayingService nowPlaying(QDBusConnection::sessionBus(), SystemClock::shared());
-    nowPlaying.setCatalogue(
-        qEnvironmentVariable("MIRROWISP_ARTWORK_CATALOGUE", ArtworkLookup::defaultCatalogue));
+    // Its origin is the "artworkCatalogue" setting; the environment overrides it (tests: a stand-in).
+    nowPlaying.setCatalogue(qEnvironmentVariable(
+        "MIRROWISP_ARTWORK_CATALOGUE",
+        defaults.stringValue(QStringLiteral("artworkCatalogue")).value_or(ArtworkLookup::defaultCatalogue)));
     model.attachNowPlaying(nowPlaying);
     nowPlaying.start();
     const auto takeoverWatch = quitWhenTakenOver(control, model);
