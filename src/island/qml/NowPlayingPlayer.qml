@@ -36,6 +36,7 @@ Rectangle {
         anchors.leftMargin: 10
         anchors.verticalCenter: parent.verticalCenter
         MouseArea {
+            objectName: "coverButton"
             anchors.fill: parent
             cursorShape: Qt.PointingHandCursor
             onClicked: NowPlaying.openPlayer()
@@ -112,6 +113,7 @@ Rectangle {
             delegate: Rectangle {
                 id: button
                 required property string modelData
+                objectName: modelData + "Button"
                 width: 32
                 height: 32
                 radius: 16

@@ -40,6 +40,17 @@ void screenshot(const char* name) {
     EXPECT_TRUE(image.save(dir + u'/' + QString::fromUtf8(name) + u".png"_s));
 }
 
+std::optional<QRect> button(const test::RealApp& real, const char* name) {
+    for (const QJsonValue& value : island(real)[u"buttons"_s].toArray()) {
+        const QJsonObject b = value.toObject();
+        if (b[u"name"_s] == QString::fromUtf8(name)) {
+            return QRect(qRound(b[u"x"_s].toDouble()), qRound(b[u"y"_s].toDouble()),
+                         qRound(b[u"width"_s].toDouble()), qRound(b[u"height"_s].toDouble()));
+        }
+    }
+    return std::nullopt;
+}
+
 // Key presses the desktop's test window received.
 int spacesTyped(test::X11Desktop& desktop, xcb_window_t window) {
     static int count = 0;
@@ -98,6 +109,16 @@ TEST(IslandMusicTest, ShowsThePlayerAndTakesSpaceOnlyOverTheOpenIsland) {
     ASSERT_TRUE(test::xdotool({u"key"_s, u"space"_s}));
     EXPECT_TRUE(test::waitUntil([&] { return status() == u"Paused"_s; }))
         << "space over the island did not pause";
+
+    // The cover brings the player forward; the transport buttons drive it.
+    for (const char* name : {"coverButton", "nextButton"}) {
+        std::optional<QRect> at;
+        ASSERT_TRUE(test::waitUntil([&] { return (at = button(real, name)).has_value(); })) << name;
+        ASSERT_TRUE(test::clickAt(at->center()));
+    }
+    EXPECT_TRUE(test::waitUntil(
+        [&] { return player.property(u"org.mpris.MediaPlayer2"_s, u"Identity"_s) == u"raised"_s; }));
+    EXPECT_TRUE(test::waitUntil([&] { return real.ctl({u"media"_s}).out.contains("Next song"); }));
 
     // Elsewhere space types: the window under the pointer takes it and the music stays paused.
     ASSERT_TRUE(test::clickAt({250, 800}));
