@@ -40,7 +40,10 @@ std::optional<QUrl> artworkURL(const QString& text, bool allowPlainHttp) {
     return url;
 }
 
-std::optional<QByteArray> fetch(const QUrl& url) {
+std::optional<QByteArray> fetch(const QUrl& url, const Cancel& cancel) {
+    if (cancel && *cancel) {
+        return std::nullopt;
+    }
     // A manager of this thread's own: the queue's thread runs a short event loop for each fetch.
     QNetworkAccessManager manager;
     QNetworkRequest request(url);
@@ -59,6 +62,15 @@ std::optional<QByteArray> fetch(const QUrl& url) {
         }
     });
     deadline.start(8000);
+    QTimer cancelled;
+    if (cancel) {
+        QObject::connect(&cancelled, &QTimer::timeout, &loop, [&] {
+            if (*cancel) {
+                loop.quit();
+            }
+        });
+        cancelled.start(100);
+    }
     if (!reply->isFinished()) {
         loop.exec();
     }
@@ -84,14 +96,14 @@ std::optional<QImage> decode(const QByteArray& bytes) {
 }
 
 std::optional<QImage> search(const QString& origin, const QString& term, const QString& entity,
-                             const QString& match, const QString& artist) {
+                             const QString& match, const QString& artist, const Cancel& cancel) {
     QUrl url(origin + QStringLiteral("/search"));
     QUrlQuery query;
     query.addQueryItem(QStringLiteral("term"), term);
     query.addQueryItem(QStringLiteral("entity"), entity);
     query.addQueryItem(QStringLiteral("limit"), QStringLiteral("5"));
     url.setQuery(query);
-    const std::optional<QByteArray> body = fetch(url);
+    const std::optional<QByteArray> body = fetch(url, cancel);
     if (!body) {
         return std::nullopt;
     }
@@ -127,12 +139,12 @@ std::optional<QImage> search(const QString& origin, const QString& term, const Q
     if (!artURL) {
         return std::nullopt;
     }
-    const std::optional<QByteArray> bytes = fetch(*artURL);
+    const std::optional<QByteArray> bytes = fetch(*artURL, cancel);
     return bytes ? decode(*bytes) : std::nullopt;
 }
 
 std::optional<QImage> image(const QString& origin, const QString& artist, const QString& album,
-                            const QString& title) {
+                            const QString& title, const Cancel& cancel) {
     const QString key = (artist + QLatin1Char('|') + album + QLatin1Char('|') + title).toLower();
     {
         std::lock_guard guard(lock);
@@ -144,11 +156,15 @@ std::optional<QImage> image(const QString& origin, const QString& artist, const 
         }
     }
     std::optional<QImage> found =
-        search(origin, artist + QLatin1Char(' ') + album, QStringLiteral("album"), album, artist);
+        search(origin, artist + QLatin1Char(' ') + album, QStringLiteral("album"), album, artist, cancel);
     if (!found) {
-        found = search(origin, artist + QLatin1Char(' ') + title, QStringLiteral("song"), title, artist);
+        found =
+            search(origin, artist + QLatin1Char(' ') + title, QStringLiteral("song"), title, artist, cancel);
     }
     std::lock_guard guard(lock);
+    if (cancel && *cancel) {
+        return found;
+    }
     if (found) {
         cache.insert(key, *found);
     } else {

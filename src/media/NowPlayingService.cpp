@@ -16,7 +16,7 @@ namespace mirrowisp {
 
 namespace {
 
-std::optional<QImage> playerArtwork(const QString& artUrl) {
+std::optional<QImage> playerArtwork(const QString& artUrl, const ArtworkLookup::Cancel& cancel) {
     const QUrl url(artUrl);
     if (url.isLocalFile()) {
         const FileRead read = readRegularFile(url.toLocalFile(), ArtworkLookup::maxArtworkBytes);
@@ -26,7 +26,7 @@ std::optional<QImage> playerArtwork(const QString& artUrl) {
     if (!remote) {
         return std::nullopt;
     }
-    const std::optional<QByteArray> bytes = ArtworkLookup::fetch(*remote);
+    const std::optional<QByteArray> bytes = ArtworkLookup::fetch(*remote, cancel);
     return bytes ? ArtworkLookup::decode(*bytes) : std::nullopt;
 }
 
@@ -42,7 +42,9 @@ NowPlayingService::NowPlayingService(QDBusConnection bus, const Clock& clock, QO
     connect(&pollTimer_, &QTimer::timeout, &players_, &MprisPlayers::fetchAll);
 }
 
-NowPlayingService::~NowPlayingService() = default;
+NowPlayingService::~NowPlayingService() {
+    *cancel_ = true;
+}
 
 void NowPlayingService::start() {
     players_.start();
@@ -114,10 +116,10 @@ void NowPlayingService::loadArtwork(const NowPlayingTrack& track, const QString&
     QPointer<NowPlayingService> self(this);
     const QString key = track.trackKey();
     queue_.async([self, key, artUrl, catalogue = catalogue_, artist = track.artist, album = track.album,
-                  title = track.title] {
-        std::optional<QImage> image = playerArtwork(artUrl);
+                  title = track.title, cancel = ArtworkLookup::Cancel(cancel_)] {
+        std::optional<QImage> image = playerArtwork(artUrl, cancel);
         if (!image && !catalogue.isEmpty()) {
-            image = ArtworkLookup::image(catalogue, artist, album, title);
+            image = ArtworkLookup::image(catalogue, artist, album, title, cancel);
         }
         QList<QColor> colours =
             (image ? mirrowisp::palette(*image) : std::nullopt).value_or(defaultPalette());

@@ -12,6 +12,8 @@
 #include <QList>
 #include <QObject>
 #include <QTimer>
+#include <atomic>
+#include <memory>
 #include <optional>
 
 namespace mirrowisp {
@@ -88,6 +90,8 @@ private:
     };
     std::optional<PendingRepeat> pendingRepeat_;
     std::optional<QString> artworkKey_;
+    // Set on destruction, so a cover still being fetched does not hold up quitting.
+    std::shared_ptr<std::atomic_bool> cancel_ = std::make_shared<std::atomic_bool>(false);
     SerialQueue queue_{"mirrowisp.nowplaying"};
 };
 
