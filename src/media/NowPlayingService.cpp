@@ -52,8 +52,12 @@ void NowPlayingService::start() {
 }
 
 void NowPlayingService::setEnabled(bool enabled) {
+    const bool turnedOn = enabled && !enabled_;
     enabled_ = enabled;
     refresh();
+    if (turnedOn) {
+        players_.fetchAll(); // positions read while it was off are stale
+    }
 }
 
 void NowPlayingService::refresh() {
