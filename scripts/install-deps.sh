@@ -25,6 +25,8 @@ packages=(
   # the Debian package (cpack -G DEB reads library dependencies with dpkg-shlibdeps and file) and its
   # check: the desktop entry, the metainfo and its releases
   dpkg-dev file desktop-file-utils appstream libxml2-utils
+  # now playing: a real MPRIS player for its tests, and python3-dbusmock for staged players
+  mpv mpv-mpris python3-dbusmock
 )
 
 missing=()

@@ -2,6 +2,7 @@
 
 #include "app/Preferences.h"
 #include "base/Log.h"
+#include "media/NowPlayingService.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -191,6 +192,16 @@ void AppModel::setNowPlaying(const std::optional<NowPlayingTrack>& track) {
         nowPlaying_ = track;
         Q_EMIT nowPlayingChanged();
     }
+}
+
+void AppModel::attachNowPlaying(NowPlayingService& service) {
+    nowPlayingService_ = &service;
+    connect(&service, &NowPlayingService::trackChanged, this,
+            [this, &service] { setNowPlaying(service.track()); });
+    const auto follow = [this, &service] { service.setEnabled(prefs_.nowPlayingEnabled()); };
+    connect(&prefs_, &Preferences::nowPlayingEnabledChanged, &service, follow);
+    follow();
+    setNowPlaying(service.track());
 }
 
 void AppModel::flash(const TransientActivity& activity, double seconds) {

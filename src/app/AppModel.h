@@ -17,6 +17,7 @@
 namespace mirrowisp {
 
 class Clock;
+class NowPlayingService;
 class Preferences;
 class UserDefaults;
 
@@ -80,6 +81,10 @@ public:
     void setLiveEvent(const std::optional<CalendarItem>& event);
     const std::optional<NowPlayingTrack>& nowPlaying() const { return nowPlaying_; }
     void setNowPlaying(const std::optional<NowPlayingTrack>& track);
+    // The players' service, which feeds nowPlaying() and follows the nowPlayingEnabled setting from
+    // now on; it must outlive the model's use of it. Nothing until the app attaches one.
+    void attachNowPlaying(NowPlayingService& service);
+    NowPlayingService* nowPlayingService() const { return nowPlayingService_; }
 
     // A text field on the island has the keyboard: typing holds the island open.
     bool isEditingText() const { return isEditingText_; }
@@ -147,6 +152,7 @@ private:
     std::optional<Announced> lastAnnounced_;
     std::optional<CalendarItem> liveEvent_;
     std::optional<NowPlayingTrack> nowPlaying_;
+    NowPlayingService* nowPlayingService_ = nullptr;
     bool isEditingText_ = false;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;

@@ -16,6 +16,8 @@
 #include "integration/HookInstaller.h"
 #include "island/IslandShell.h"
 #include "jump/linux/DesktopJump.h"
+#include "media/ArtworkLookup.h"
+#include "media/NowPlayingService.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -259,6 +261,14 @@ int runMirrowisp(int argc, char** argv) {
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
+    // What plays on the desktop; covers the players lack are looked up in a public catalogue.
+    NowPlayingService nowPlaying(QDBusConnection::sessionBus(), SystemClock::shared());
+    // Its origin is the "artworkCatalogue" setting; the environment overrides it (tests: a stand-in).
+    nowPlaying.setCatalogue(qEnvironmentVariable(
+        "MIRROWISP_ARTWORK_CATALOGUE",
+        defaults.stringValue(QStringLiteral("artworkCatalogue")).value_or(ArtworkLookup::defaultCatalogue)));
+    model.attachNowPlaying(nowPlaying);
+    nowPlaying.start();
     const auto takeoverWatch = quitWhenTakenOver(control, model);
 
     if (gui) {

@@ -4,6 +4,7 @@
 #include "app/ControlCommands.h"
 #include "base/Log.h"
 #include "jump/linux/DesktopJump.h"
+#include "media/NowPlayingService.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -153,6 +154,43 @@ QString ControlService::Island() {
         sendErrorReply(QDBusError::NotSupported, QStringLiteral("no island: the app runs without a display"));
     }
     return json;
+}
+
+QString ControlService::Media() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    NowPlayingService* media = model_.nowPlayingService();
+    if (media == nullptr) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("now playing is not running"));
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(media->toJson()).toJson(QJsonDocument::Indented));
+}
+
+void ControlService::MediaCommand(const QString& command, double seconds) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    NowPlayingService* media = model_.nowPlayingService();
+    if (media == nullptr || !media->hasPlayer()) {
+        sendErrorReply(errorPrefix + QStringLiteral("NoPlayer"), QStringLiteral("no player is running"));
+        return;
+    }
+    if (command == QLatin1StringView("playpause")) {
+        media->send(QStringLiteral("playpause"));
+    } else if (command == QLatin1StringView("next")) {
+        media->send(QStringLiteral("next track"));
+    } else if (command == QLatin1StringView("previous")) {
+        media->send(QStringLiteral("previous track"));
+    } else if (command == QLatin1StringView("seek") && media->track()) {
+        media->seek(seconds);
+    } else if (command == QLatin1StringView("repeat") && media->track() && media->track()->canRepeat) {
+        media->cycleRepeat();
+    } else {
+        sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                       QStringLiteral("the track on show cannot do that: ") + command);
+    }
 }
 
 QString ControlService::Jump(const QString& sessionID) {

@@ -60,6 +60,10 @@ public Q_SLOTS:
     QString Agents();
     QString Usage();
     QString Island();
+    // What plays, as JSON; MediaCommand takes playpause, next, previous, repeat, or seek with
+    // `seconds`.
+    QString Media();
+    void MediaCommand(const QString& command, double seconds);
     // Brings the session's terminal tab, pane or editor to the front; answers which driver did it,
     // "activated" or "none".
     QString Jump(const QString& sessionID);

@@ -7,6 +7,7 @@
 #include <QDBusInterface>
 #include <QDBusReply>
 #include <QTextStream>
+#include <cmath>
 #include <cstdio>
 
 namespace mirrowisp {
@@ -31,6 +32,9 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   jump SESSION-ID                       bring the session's terminal to the front; prints the driver
   usage                                 the agents' usage meters and the Claude usage state
   island                                each island's state as JSON
+  media                                 what plays, as JSON (position as of now, colours as hex)
+  media playpause|next|previous|repeat  drive the player on show
+  media seek SECONDS
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
@@ -129,6 +133,20 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Usage"), {}, true};
     } else if (command == QLatin1StringView("island") && args.isEmpty()) {
         call = Call{QStringLiteral("Island"), {}, true};
+    } else if (command == QLatin1StringView("media") && args.isEmpty()) {
+        call = Call{QStringLiteral("Media"), {}, true};
+    } else if (command == QLatin1StringView("media") && oneSubject &&
+               QStringList{QStringLiteral("playpause"), QStringLiteral("next"), QStringLiteral("previous"),
+                           QStringLiteral("repeat")}
+                   .contains(subject)) {
+        call = Call{QStringLiteral("MediaCommand"), {subject, 0.0}};
+    } else if (command == QLatin1StringView("media") && args.size() == 2 &&
+               args[0] == QLatin1StringView("seek")) {
+        bool number = false;
+        const double seconds = args[1].toDouble(&number);
+        if (number && std::isfinite(seconds) && seconds >= 0) {
+            call = Call{QStringLiteral("MediaCommand"), {args[0], seconds}};
+        }
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
     } else if (command == QLatin1StringView("allow") && oneSubject) {

@@ -17,11 +17,13 @@
 #include "island/NotchShapeItem.h"
 #include "island/NotchViewModel.h"
 #include "island/NotchWindowController.h"
+#include "island/NowPlayingViewModel.h"
 #include "island/QtScreenSource.h"
 #include "island/TimerDelayedTasks.h"
 #include "island/x11/IslandWindow.h"
 #include "island/x11/X11KeyGrab.h"
 #include "island/x11/XInputPointerMonitor.h"
+#include "media/NowPlayingService.h"
 
 #include <QCursor>
 #include <QJsonObject>
@@ -108,6 +110,8 @@ void IslandShell::start() {
                     .arg(monitor_->error()));
     }
     keys_ = std::make_unique<X11KeyGrab>();
+    space_ = std::make_unique<X11KeyGrab>(QStringLiteral(" "));
+    NowPlayingViewModel::setShared(app_.nowPlayingService());
 
     const IslandPanelFactory makePanel = [this](const NotchScreen&,
                                                 NotchViewModel& model) -> std::unique_ptr<IslandPanel> {
@@ -154,6 +158,13 @@ void IslandShell::start() {
     connect(monitor_.get(), &XInputPointerMonitor::leftDragged, this,
             [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDragged), at); });
     connect(keys_.get(), &X11KeyGrab::pressed, this, &IslandShell::permissionKey);
+    connect(space_.get(), &X11KeyGrab::pressed, this, [this] {
+        if (NowPlayingService* media = app_.nowPlayingService()) {
+            media->send(QStringLiteral("playpause"));
+        }
+    });
+    connect(&app_, &AppModel::nowPlayingChanged, this, &IslandShell::updateSpaceGrab);
+    connect(&app_, &AppModel::isEditingTextChanged, this, &IslandShell::updateSpaceGrab);
     connect(agents_.get(), &QAbstractItemModel::modelReset, this, &IslandShell::updateKeyGrab);
     connect(agents_.get(), &QAbstractItemModel::dataChanged, this, &IslandShell::updateKeyGrab);
 
@@ -248,6 +259,19 @@ void IslandShell::updateKeyGrab() {
             wanted || (model.isOpen() && model.tab() == NotchTab::agents && controller->isPointerOver(12));
     }
     keys_->setGrabbed(wanted && !firstPermissionID().isEmpty());
+    updateSpaceGrab();
+}
+
+void IslandShell::updateSpaceGrab() {
+    if (!space_ || !manager_) {
+        return;
+    }
+    bool overOpenIsland = false;
+    for (NotchWindowController* controller : manager_->controllers()) {
+        overOpenIsland = overOpenIsland || (controller->model().isOpen() && controller->isPointerOver(0));
+    }
+    space_->setGrabbed(!app_.isEditingText() && !manager_->isTyping() && app_.nowPlaying().has_value() &&
+                       overOpenIsland);
 }
 
 void IslandShell::permissionKey(const QString& key) {

@@ -71,6 +71,9 @@ private:
     QPointF whereIsPointer() const;
     void updateKeyGrab();
     void permissionKey(const QString& key);
+    // Space plays or pauses while the pointer rests on an open island, nothing takes text and a
+    // track is there; anywhere else it types.
+    void updateSpaceGrab();
     QString firstPermissionID() const;
 
     AppModel& app_;
@@ -85,6 +88,7 @@ private:
     std::unique_ptr<NotchManager> manager_;
     std::unique_ptr<XInputPointerMonitor> monitor_;
     std::unique_ptr<X11KeyGrab> keys_;
+    std::unique_ptr<X11KeyGrab> space_;
     QList<QPointer<IslandWindow>> attached_;
 };
 

@@ -1,13 +1,13 @@
 import QtQuick
 import Mirrowisp
 
-// The home tab until its widgets arrive: the day, the agents at a glance, and their limits.
+// The home tab: the day, the agents at a glance and their limits, and below them what plays.
 Item {
     id: home
     required property NotchViewModel island
     required property AgentsViewModel agents
     required property IslandUsageModel usage
-    implicitHeight: 120
+    implicitHeight: NowPlaying.hasTrack ? 120 + 8 + nowPlaying.implicitHeight : 120
 
     property date now: new Date()
     Timer {
@@ -78,5 +78,14 @@ Item {
             cursorShape: Qt.PointingHandCursor
             onClicked: home.island.selectTabNamed("agents")
         }
+    }
+
+    NowPlayingPlayer {
+        id: nowPlaying
+        visible: NowPlaying.hasTrack
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: summary.bottom
+        anchors.topMargin: 8
     }
 }

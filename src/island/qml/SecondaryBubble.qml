@@ -46,7 +46,12 @@ Item {
     // qmllint disable unqualified
     Component {
         id: music
-        Waveform { playing: bubbleView.visible; width: 12; height: 10 }
+        Waveform {
+            playing: bubbleView.visible && NowPlaying.isPlaying
+            colors: [NowPlaying.accent, NowPlaying.secondColor]
+            width: 12
+            height: 10
+        }
     }
     Component {
         id: meeting

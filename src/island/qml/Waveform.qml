@@ -18,13 +18,14 @@ Item {
     implicitWidth: bars * barWidth + (bars - 1) * spacing
     implicitHeight: 14
 
-    NumberAnimation on phase {
-        from: 0
-        to: 1
-        // Long enough that the incommensurate speeds below never look like a loop.
-        duration: 6000
-        loops: Animation.Infinite
+    // A cycle of 6 s, long enough that the incommensurate speeds below never look like a loop, in
+    // steps of 10 a second: the bars swing at a hertz or two, and the island does not redraw at the
+    // screen's full rate for as long as music plays.
+    Timer {
+        interval: 100
+        repeat: true
         running: root.animating
+        onTriggered: root.phase = (root.phase + interval / 6000) % 1
     }
 
     function tint(index) {

@@ -139,11 +139,25 @@ Item {
     }
     Component {
         id: waveformView
-        Waveform { playing: wingView.visible && !wingView.collapsed }
+        Waveform {
+            playing: wingView.visible && !wingView.collapsed && NowPlaying.isPlaying
+            colors: [NowPlaying.accent, NowPlaying.secondColor]
+        }
     }
     Component {
         id: artworkView
-        Rectangle { width: 18; height: 18; radius: 4; color: "#333333" }
+        Item {
+            width: 18
+            height: 18
+            // A device's picture is its glyph; a track's is its cover.
+            CoverArt { visible: !wingView.wing.symbol; size: 18; radius: 4 }
+            SymbolIcon {
+                visible: !!wingView.wing.symbol
+                anchors.centerIn: parent
+                name: wingView.wing.symbol || ""
+                size: 16
+            }
+        }
     }
     Component {
         id: successView

@@ -15,7 +15,7 @@ constexpr uint16_t lockCombinations[] = {0, XCB_MOD_MASK_LOCK, XCB_MOD_MASK_2,
 
 } // namespace
 
-X11KeyGrab::X11KeyGrab(const QString& display, QObject* parent) : QObject(parent) {
+X11KeyGrab::X11KeyGrab(const QString& keys, const QString& display, QObject* parent) : QObject(parent) {
     const QByteArray name = QFile::encodeName(display);
     xcb_connection_t* connection = xcb_connect(display.isEmpty() ? nullptr : name.constData(), nullptr);
     if (xcb_connection_has_error(connection) != 0) {
@@ -24,7 +24,8 @@ X11KeyGrab::X11KeyGrab(const QString& display, QObject* parent) : QObject(parent
     }
     const xcb_setup_t* setup = xcb_get_setup(connection);
     root_ = xcb_setup_roots_iterator(setup).data->root;
-    // The key codes that carry the two letters in the current layout, from the server's mapping.
+    // The key codes that carry the characters in the current layout, from the server's mapping (the
+    // Latin-1 characters are their own key symbols).
     const uint8_t first = setup->min_keycode;
     const uint8_t count = static_cast<uint8_t>(setup->max_keycode - setup->min_keycode + 1);
     xcb_get_keyboard_mapping_reply_t* mapping = xcb_get_keyboard_mapping_reply(
@@ -34,7 +35,7 @@ X11KeyGrab::X11KeyGrab(const QString& display, QObject* parent) : QObject(parent
         const int perCode = mapping->keysyms_per_keycode;
         for (int code = 0; code < count; ++code) {
             const xcb_keysym_t sym = perCode > 0 ? syms[code * perCode] : 0;
-            if (sym == 'y' || sym == 'n') {
+            if (sym > 0 && sym < 0x100 && keys.contains(QChar(static_cast<char16_t>(sym)))) {
                 keys_.push_back(
                     {static_cast<uint8_t>(first + code), QString(QChar(static_cast<char16_t>(sym)))});
             }
@@ -80,12 +81,15 @@ bool X11KeyGrab::setGrabbed(bool grabbed) {
 
 void X11KeyGrab::readEvents() {
     while (xcb_generic_event_t* event = xcb_poll_for_event(connection_)) {
-        if ((event->response_type & 0x7f) == XCB_KEY_PRESS) {
+        const uint8_t type = event->response_type & 0x7f;
+        if (type == XCB_KEY_RELEASE) {
+            lastRelease_ = reinterpret_cast<xcb_key_release_event_t*>(event)->time;
+        } else if (type == XCB_KEY_PRESS) {
             const auto* press = reinterpret_cast<xcb_key_press_event_t*>(event);
-            // Only the plain letter: with Shift, Control or Alt the press means something else.
+            // Only the plain key: with Shift, Control or Alt the press means something else.
             const uint16_t held = press->state & ~(XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2);
             for (const Key& key : keys_) {
-                if (key.code == press->detail && held == 0) {
+                if (key.code == press->detail && held == 0 && press->time != lastRelease_) {
                     Q_EMIT pressed(key.name);
                 }
             }

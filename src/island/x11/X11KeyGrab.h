@@ -10,15 +10,17 @@ struct xcb_connection_t;
 
 namespace mirrowisp {
 
-// The permission card's keys ("y" and "n") without taking the keyboard from the user's terminal: a
-// passive grab on the root window, held only while the pointer rests on an open island that shows
-// such a card. Its own connection, so Qt never sees (or drops) the grabbed presses.
+// A few plain keys without taking the keyboard from the user's terminal: the permission card's "y"
+// and "n", or space for play and pause. A passive grab on the root window, held only while the
+// island wants the keys. Its own connection, so Qt never sees (or drops) the grabbed presses. A key
+// held down reports its first press only; its repeats and release go with it.
 class X11KeyGrab final : public QObject {
     Q_OBJECT
 
 public:
-    // `display` as in DISPLAY; empty means the environment's.
-    explicit X11KeyGrab(const QString& display = {}, QObject* parent = nullptr);
+    // `keys`: the characters to take, one key each; `display` as in DISPLAY, empty for the environment's.
+    explicit X11KeyGrab(const QString& keys = QStringLiteral("yn"), const QString& display = {},
+                        QObject* parent = nullptr);
     ~X11KeyGrab() override;
     X11KeyGrab(const X11KeyGrab&) = delete;
     X11KeyGrab& operator=(const X11KeyGrab&) = delete;
@@ -30,7 +32,7 @@ public:
     bool setGrabbed(bool grabbed);
 
 Q_SIGNALS:
-    // "y" or "n".
+    // The key's character, as given to the constructor.
     void pressed(const QString& key);
 
 private:
@@ -45,6 +47,8 @@ private:
     };
     std::vector<Key> keys_;
     bool grabbed_ = false;
+    // The server's auto-repeat sends a release and a press of the same time: that press is no fresh one.
+    uint32_t lastRelease_ = 0;
 };
 
 } // namespace mirrowisp
