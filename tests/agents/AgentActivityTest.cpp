@@ -62,7 +62,6 @@ TEST_F(AgentActivityTest, CountsPromptsPerAgentAndLocalDayAcrossRestarts) {
     AgentActivity::recordPrompt(defaults, AgentKind::claude, localTime(2027, 1, 15, 18, 30));
     AgentActivity::recordPrompt(defaults, AgentKind::opencode, localTime(2027, 1, 15));
 
-    EXPECT_EQ(AgentActivity::key(AgentKind::opencode), QStringLiteral("activity.opencode"));
     EXPECT_EQ(stored(AgentKind::claude), QJsonObject({{day("2027-01-14"), 1}, {day("2027-01-15"), 2}}));
     EXPECT_EQ(stored(AgentKind::opencode), QJsonObject({{day("2027-01-15"), 1}}));
 

@@ -7,14 +7,10 @@
 
 using namespace mirrowisp;
 
-TEST(AgentKind, KeepsItsOrderAndReadsBackOnlyItsOwnRawValues) {
-    QStringList raws;
+TEST(AgentKind, ReadsBackOnlyItsOwnRawValues) {
     for (AgentKind kind : AgentKinds::all) {
-        raws << AgentKinds::rawValue(kind);
         EXPECT_EQ(AgentKinds::fromRawValue(QStringView(AgentKinds::rawValue(kind))), kind);
     }
-    EXPECT_EQ(raws.join(QLatin1Char(',')),
-              QStringLiteral("claude,codex,cursor,opencode,amp,devin,gemini,copilot"));
     EXPECT_FALSE(AgentKinds::fromRawValue(QStringView(u"Claude")).has_value());
     EXPECT_FALSE(AgentKinds::fromRawValue(QStringView(u"")).has_value());
 }
@@ -86,9 +82,4 @@ TEST(AgentSession, NeedsTheUserWhileADecisionWaitsWhateverItsStatus) {
     EXPECT_NE(session.takePending(QStringLiteral("d1")), nullptr);
     EXPECT_FALSE(session.needsUser());
     EXPECT_EQ(needsUser.count(), 2);
-
-    auto empty = std::make_unique<PendingDecision>(
-        QStringLiteral("d2"), DecisionKind::plan(QStringLiteral("# Plan")), 1, connection,
-        QJsonObject{{QStringLiteral("permission_suggestions"), QJsonArray{}}});
-    EXPECT_FALSE(empty->hasAlwaysAllowSuggestion());
 }

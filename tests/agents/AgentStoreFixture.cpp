@@ -1,8 +1,6 @@
 #include "AgentStoreFixture.h"
 
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace mirrowisp::test {
 
@@ -23,6 +21,7 @@ AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteA
     int fds[2];
     ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
     Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};
+    lastTool = sent.tool.get();
     store.handle(sent.connection);
     return sent;
 }
