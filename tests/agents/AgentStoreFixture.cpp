@@ -2,10 +2,11 @@
 
 #include <sys/socket.h>
 
+using namespace Qt::StringLiterals;
+
 namespace mirrowisp::test {
 
-AgentStoreFixture::AgentStoreFixture()
-    : defaults(home.path() + QStringLiteral("/defaults.json")), store(defaults, clock) {
+AgentStoreFixture::AgentStoreFixture() : defaults(home.path() + u"/defaults.json"_s), store(defaults, clock) {
     store.setOnSignal(
         [this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
 }
@@ -13,7 +14,7 @@ AgentStoreFixture::AgentStoreFixture()
 AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteArray& payload,
                                                    const ProcessContext& context, bool expectsReply) {
     BridgeRequest request;
-    request.id = QStringLiteral("req-%1").arg(nextID++);
+    request.id = u"req-%1"_s.arg(nextID++);
     request.agent = agent;
     request.payload = payload;
     request.expectsReply = expectsReply;
@@ -49,8 +50,8 @@ int AgentStoreFixture::signalCount(AgentSignal signal) const {
 }
 
 QJsonObject AgentStoreFixture::event(const char* name, const char* sessionID, QJsonObject extra) {
-    extra.insert(QStringLiteral("hook_event_name"), QLatin1StringView(name));
-    extra.insert(QStringLiteral("session_id"), QLatin1StringView(sessionID));
+    extra.insert(u"hook_event_name"_s, QLatin1StringView(name));
+    extra.insert(u"session_id"_s, QLatin1StringView(sessionID));
     return extra;
 }
 
