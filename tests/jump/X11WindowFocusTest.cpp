@@ -10,6 +10,7 @@
 #include <xcb/xcb_ewmh.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -131,8 +132,8 @@ TEST_F(X11WindowFocusTest, RaisesAWindowByItsIDOrByTheProcessThatOwnsIt) {
     EXPECT_TRUE(raises([&] { return focus.activateWindowOf(4101); }, *terminal));
 
     EXPECT_FALSE(focus.activateWindowOf(999999)) << "no window of that process";
-    EXPECT_FALSE(focus.activateApplication(QStringLiteral("org.kde.konsole"))) << "no window of that app";
-    EXPECT_FALSE(X11WindowFocus(QStringLiteral(":4999")).activateWindow(*other)) << "no such display";
+    EXPECT_FALSE(focus.activateApplication(u"org.kde.konsole"_s)) << "no window of that app";
+    EXPECT_FALSE(X11WindowFocus(u":4999"_s).activateWindow(*other)) << "no such display";
 }
 
 TEST_F(X11WindowFocusTest, RaisesAnApplicationByItsDesktopID) {
@@ -141,21 +142,17 @@ TEST_F(X11WindowFocusTest, RaisesAnApplicationByItsDesktopID) {
     ASSERT_TRUE(gnome && kitty) << "openbox did not manage the test windows";
 
     X11WindowFocus focus(display);
-    EXPECT_TRUE(
-        raises([&] { return focus.activateApplication(QStringLiteral("org.gnome.Terminal")); }, *gnome));
-    EXPECT_TRUE(raises([&] { return focus.activateApplication(QStringLiteral("kitty")); }, *kitty));
-    EXPECT_FALSE(focus.activateApplication(QStringLiteral("org.kde.konsole")));
+    EXPECT_TRUE(raises([&] { return focus.activateApplication(u"org.gnome.Terminal"_s); }, *gnome));
+    EXPECT_TRUE(raises([&] { return focus.activateApplication(u"kitty"_s); }, *kitty));
+    EXPECT_FALSE(focus.activateApplication(u"org.kde.konsole"_s));
 }
 
 TEST(X11WindowClass, MatchesDesktopIDsWithoutConfusingSimilarTerminals) {
-    EXPECT_TRUE(
-        X11WindowFocus::classMatches(QStringLiteral("Gnome-terminal"), QStringLiteral("org.gnome.Terminal")));
-    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("org.wezfurlong.wezterm"),
-                                             QStringLiteral("org.wezfurlong.wezterm")));
-    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("Code"), QStringLiteral("code")));
-    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("konsole"), QStringLiteral("org.kde.konsole")));
-    EXPECT_FALSE(
-        X11WindowFocus::classMatches(QStringLiteral("xfce4-terminal"), QStringLiteral("org.gnome.Terminal")));
-    EXPECT_FALSE(X11WindowFocus::classMatches(QStringLiteral("st"), QStringLiteral("org.gnome.Terminal")));
-    EXPECT_FALSE(X11WindowFocus::classMatches(QString(), QStringLiteral("kitty")));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"Gnome-terminal"_s, u"org.gnome.Terminal"_s));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"org.wezfurlong.wezterm"_s, u"org.wezfurlong.wezterm"_s));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"Code"_s, u"code"_s));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"konsole"_s, u"org.kde.konsole"_s));
+    EXPECT_FALSE(X11WindowFocus::classMatches(u"xfce4-terminal"_s, u"org.gnome.Terminal"_s));
+    EXPECT_FALSE(X11WindowFocus::classMatches(u"st"_s, u"org.gnome.Terminal"_s));
+    EXPECT_FALSE(X11WindowFocus::classMatches(QString(), u"kitty"_s));
 }
