@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -21,21 +22,20 @@ const char* const validLine =
 
 BridgeRequest fullRequest() {
     BridgeRequest request;
-    request.id = QStringLiteral("7f3a-1");
+    request.id = u"7f3a-1"_s;
     request.agent = AgentKind::copilot;
     request.payload =
         QByteArray("{\"hook_event_name\":\"PermissionRequest\",\"text\":\"line\\nnext \xc3\xa9\"}\n");
     request.expectsReply = true;
-    request.context.tty = QStringLiteral("/dev/pts/4");
+    request.context.tty = u"/dev/pts/4"_s;
     request.context.agentPID = 2147483647;
-    request.context.termProgram = QStringLiteral("kitty");
-    request.context.tmuxPane = QStringLiteral("%3");
-    request.context.hostSessionID = QStringLiteral("host 1");
-    request.context.entrypoint = QStringLiteral("cli");
+    request.context.termProgram = u"kitty"_s;
+    request.context.tmuxPane = u"%3"_s;
+    request.context.hostSessionID = u"host 1"_s;
+    request.context.entrypoint = u"cli"_s;
     request.context.environment =
-        QMap<QString, QString>{{QStringLiteral("TMUX"), QStringLiteral("/tmp/t,1,0")},
-                               {QStringLiteral("KITTY_WINDOW_ID"), QStringLiteral("2")}};
-    request.context.tmuxBinary = QStringLiteral("/usr/bin/tmux");
+        QMap<QString, QString>{{u"TMUX"_s, u"/tmp/t,1,0"_s}, {u"KITTY_WINDOW_ID"_s, u"2"_s}};
+    request.context.tmuxBinary = u"/usr/bin/tmux"_s;
     return request;
 }
 
@@ -46,8 +46,8 @@ TEST(BridgeRequestDecoding, RoundTripsEveryMember) {
     const auto decoded = BridgeProtocol::decodeRequest(BridgeProtocol::encodeRequest(request));
     ASSERT_TRUE(decoded.has_value());
     EXPECT_EQ(*decoded, request);
-    EXPECT_EQ(decoded->context.value(QStringLiteral("TMUX")), QStringLiteral("/tmp/t,1,0"));
-    EXPECT_FALSE(decoded->context.value(QStringLiteral("WEZTERM_PANE")).has_value());
+    EXPECT_EQ(decoded->context.value(u"TMUX"_s), u"/tmp/t,1,0"_s);
+    EXPECT_FALSE(decoded->context.value(u"WEZTERM_PANE"_s).has_value());
     EXPECT_EQ(qHash(decoded->context), qHash(request.context));
 }
 
@@ -57,7 +57,7 @@ TEST(BridgeRequestDecoding, AcceptsEmptyContextUnknownKeysAndEscapedSlashes) {
     EXPECT_EQ(minimal->agent, AgentKind::codex);
     EXPECT_EQ(minimal->payload, QByteArray(R"({"a":1})"));
     EXPECT_EQ(minimal->context, ProcessContext{});
-    EXPECT_FALSE(minimal->context.value(QStringLiteral("TMUX")).has_value());
+    EXPECT_FALSE(minimal->context.value(u"TMUX"_s).has_value());
 
     const auto extra = BridgeProtocol::decodeRequest(
         line(R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
@@ -150,10 +150,10 @@ TEST(BridgeRequestDecoding, RejectsBadPayloadsContextsAndText) {
 TEST(SupportDirectory, FollowsTheEnvironmentAtEachUse) {
     test::TemporaryHome home;
     EXPECT_EQ(BridgeProtocol::supportDirectory(), home.supportDir());
-    EXPECT_EQ(BridgeProtocol::socketPath(), home.supportDir() + QStringLiteral("/bridge.sock"));
+    EXPECT_EQ(BridgeProtocol::socketPath(), home.supportDir() + u"/bridge.sock"_s);
     qputenv("MIRROWISP_SUPPORT_DIR", "");
-    EXPECT_EQ(BridgeProtocol::supportDirectory(), QDir::homePath() + QStringLiteral("/.mirrowisp"));
-    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + QStringLiteral("/.mirrowisp"));
+    EXPECT_EQ(BridgeProtocol::supportDirectory(), QDir::homePath() + u"/.mirrowisp"_s);
+    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + u"/.mirrowisp"_s);
     qunsetenv("MIRROWISP_SUPPORT_DIR");
-    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + QStringLiteral("/.mirrowisp"));
+    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + u"/.mirrowisp"_s);
 }
