@@ -12,10 +12,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray line(const char* json) {
-    return QByteArray(json);
-}
-
 // A well-formed request with the payload {"a":1}, to be varied by each case.
 const char* const validLine =
     R"({"id":"r1","agent":"codex","payload":"eyJhIjoxfQ==","expectsReply":true,"context":{}})";
@@ -52,7 +48,7 @@ TEST(BridgeRequestDecoding, RoundTripsEveryMember) {
 }
 
 TEST(BridgeRequestDecoding, AcceptsEmptyContextUnknownKeysAndEscapedSlashes) {
-    const auto minimal = BridgeProtocol::decodeRequest(line(validLine));
+    const auto minimal = BridgeProtocol::decodeRequest(validLine);
     ASSERT_TRUE(minimal.has_value());
     EXPECT_EQ(minimal->agent, AgentKind::codex);
     EXPECT_EQ(minimal->payload, QByteArray(R"({"a":1})"));
@@ -60,8 +56,8 @@ TEST(BridgeRequestDecoding, AcceptsEmptyContextUnknownKeysAndEscapedSlashes) {
     EXPECT_FALSE(minimal->context.value(u"TMUX"_s).has_value());
 
     const auto extra = BridgeProtocol::decodeRequest(
-        line(R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
-             R"("context":{"tty":null,"newKey":{"deep":[true,false]},"agentPID":42.0}} )"));
+        R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
+        R"("context":{"tty":null,"newKey":{"deep":[true,false]},"agentPID":42.0}} )");
     ASSERT_TRUE(extra.has_value());
     EXPECT_EQ(extra->payload, QByteArray("???"));
     EXPECT_FALSE(extra->context.tty.has_value());
@@ -94,7 +90,7 @@ TEST(BridgeRequestDecoding, DropsMalformedLines) {
         R"({'id':'r1'})",
     };
     for (const char* text : bad) {
-        EXPECT_FALSE(BridgeProtocol::decodeRequest(line(text)).has_value()) << text;
+        EXPECT_FALSE(BridgeProtocol::decodeRequest(text).has_value()) << text;
     }
 }
 
