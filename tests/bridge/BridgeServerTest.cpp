@@ -1,6 +1,6 @@
 #include "bridge/BridgeServer.h"
 
-#include "SocketClient.h"
+#include "support/SocketClient.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>
