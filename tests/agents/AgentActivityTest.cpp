@@ -13,6 +13,7 @@
 #include <limits>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using mirrowisp::test::TemporaryHome;
 
 namespace {
@@ -51,7 +52,7 @@ protected:
 
     TemporaryHome home;
     ScopedTimeZone utc{"UTC0"};
-    UserDefaults defaults{home.path() + QStringLiteral("/defaults.json")};
+    UserDefaults defaults{home.path() + u"/defaults.json"_s};
 };
 
 } // namespace
@@ -62,7 +63,6 @@ TEST_F(AgentActivityTest, CountsPromptsPerAgentAndLocalDayAcrossRestarts) {
     AgentActivity::recordPrompt(defaults, AgentKind::claude, localTime(2027, 1, 15, 18, 30));
     AgentActivity::recordPrompt(defaults, AgentKind::opencode, localTime(2027, 1, 15));
 
-    EXPECT_EQ(AgentActivity::key(AgentKind::opencode), QStringLiteral("activity.opencode"));
     EXPECT_EQ(stored(AgentKind::claude), QJsonObject({{day("2027-01-14"), 1}, {day("2027-01-15"), 2}}));
     EXPECT_EQ(stored(AgentKind::opencode), QJsonObject({{day("2027-01-15"), 1}}));
 
@@ -100,8 +100,7 @@ TEST_F(AgentActivityTest, MissingOrWronglyTypedLedgersCountAsEmptyAndAreReplaced
     const Timestamp now = localTime(2027, 1, 15);
     EXPECT_EQ(AgentActivity::prompts(defaults, AgentKind::devin, 7, now), 0);
 
-    const QJsonValue wrong[] = {QStringLiteral("garbage"), QJsonArray{1, 2}, 3,
-                                QJsonObject{{day("2027-01-15"), QStringLiteral("3")}},
+    const QJsonValue wrong[] = {u"garbage"_s, QJsonArray{1, 2}, 3, QJsonObject{{day("2027-01-15"), u"3"_s}},
                                 QJsonObject{{day("2027-01-14"), 2}, {day("2027-01-15"), 1.5}}};
     for (const QJsonValue& value : wrong) {
         SCOPED_TRACE(

@@ -6,55 +6,50 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
-TEST(AgentKind, KeepsItsOrderAndReadsBackOnlyItsOwnRawValues) {
-    QStringList raws;
+TEST(AgentKind, ReadsBackOnlyItsOwnRawValues) {
     for (AgentKind kind : AgentKinds::all) {
-        raws << AgentKinds::rawValue(kind);
         EXPECT_EQ(AgentKinds::fromRawValue(QStringView(AgentKinds::rawValue(kind))), kind);
     }
-    EXPECT_EQ(raws.join(QLatin1Char(',')),
-              QStringLiteral("claude,codex,cursor,opencode,amp,devin,gemini,copilot"));
     EXPECT_FALSE(AgentKinds::fromRawValue(QStringView(u"Claude")).has_value());
     EXPECT_FALSE(AgentKinds::fromRawValue(QStringView(u"")).has_value());
 }
 
 TEST(AgentStatus, GroupsWorkingAndQuietCases) {
-    EXPECT_TRUE(AgentStatus::runningTool(QStringLiteral("Bash")).isWorking());
+    EXPECT_TRUE(AgentStatus::runningTool(u"Bash"_s).isWorking());
     EXPECT_TRUE(AgentStatus::thinking().isWorking());
     EXPECT_TRUE(AgentStatus::compacting().isWorking());
     for (const AgentStatus& quiet :
          {AgentStatus::idle(), AgentStatus::needsAttention(), AgentStatus::done(), AgentStatus::ended()}) {
         EXPECT_TRUE(quiet.isQuiet()) << quiet.caseName().toStdString();
     }
-    EXPECT_NE(AgentStatus::runningTool(QStringLiteral("Bash")),
-              AgentStatus::runningTool(QStringLiteral("Edit")));
+    EXPECT_NE(AgentStatus::runningTool(u"Bash"_s), AgentStatus::runningTool(u"Edit"_s));
 }
 
 TEST(AgentSession, NamesItselfAfterAgentAndDirectory) {
-    AgentSession session(AgentKind::codex, QStringLiteral("abc"), 100);
-    EXPECT_EQ(session.id(), QStringLiteral("codex:abc"));
-    EXPECT_NE(session.id(), AgentSession(AgentKind::claude, QStringLiteral("abc"), 100).id());
-    EXPECT_EQ(session.projectName(), QStringLiteral("~"));
-    session.setCwd(QStringLiteral("/home/me/src/mirrowisp/"));
-    EXPECT_EQ(session.projectName(), QStringLiteral("mirrowisp"));
+    AgentSession session(AgentKind::codex, u"abc"_s, 100);
+    EXPECT_EQ(session.id(), u"codex:abc"_s);
+    EXPECT_NE(session.id(), AgentSession(AgentKind::claude, u"abc"_s, 100).id());
+    EXPECT_EQ(session.projectName(), u"~"_s);
+    session.setCwd(u"/home/me/src/mirrowisp/"_s);
+    EXPECT_EQ(session.projectName(), u"mirrowisp"_s);
     session.setCwd(QString());
-    EXPECT_EQ(session.cwd(), QStringLiteral("/home/me/src/mirrowisp/"))
-        << "an empty directory never replaces one";
-    session.setCwd(QStringLiteral("/"));
-    EXPECT_EQ(session.projectName(), QStringLiteral("/"));
+    EXPECT_EQ(session.cwd(), u"/home/me/src/mirrowisp/"_s) << "an empty directory never replaces one";
+    session.setCwd(u"/"_s);
+    EXPECT_EQ(session.projectName(), u"/"_s);
 }
 
 TEST(AgentSession, NotifiesOnlyWhenAValueChanges) {
-    AgentSession session(AgentKind::claude, QStringLiteral("s"), 100);
+    AgentSession session(AgentKind::claude, u"s"_s, 100);
     QSignalSpy status(&session, &AgentSession::statusChanged);
     QSignalSpy needsUser(&session, &AgentSession::needsUserChanged);
     QSignalSpy subagents(&session, &AgentSession::activeSubagentsChanged);
 
     session.setStatus(AgentStatus::idle());
     EXPECT_EQ(status.count(), 0);
-    session.setStatus(AgentStatus::runningTool(QStringLiteral("Bash")));
-    session.setStatus(AgentStatus::runningTool(QStringLiteral("Bash")));
+    session.setStatus(AgentStatus::runningTool(u"Bash"_s));
+    session.setStatus(AgentStatus::runningTool(u"Bash"_s));
     EXPECT_EQ(status.count(), 1);
     session.setStatus(AgentStatus::needsAttention());
     EXPECT_EQ(needsUser.count(), 1);
@@ -66,29 +61,22 @@ TEST(AgentSession, NotifiesOnlyWhenAValueChanges) {
 }
 
 TEST(AgentSession, NeedsTheUserWhileADecisionWaitsWhateverItsStatus) {
-    AgentSession session(AgentKind::claude, QStringLiteral("s"), 100);
+    AgentSession session(AgentKind::claude, u"s"_s, 100);
     session.setStatus(AgentStatus::done());
     EXPECT_FALSE(session.needsUser());
     QSignalSpy needsUser(&session, &AgentSession::needsUserChanged);
 
-    QJsonObject payload{{QStringLiteral("permission_suggestions"), QJsonArray{QJsonObject{}}}};
-    auto connection = BridgeConnection::make({QStringLiteral("d1"), AgentKind::claude, "{}", false, {}}, -1);
+    QJsonObject payload{{u"permission_suggestions"_s, QJsonArray{QJsonObject{}}}};
+    auto connection = BridgeConnection::make({u"d1"_s, AgentKind::claude, "{}", false, {}}, -1);
     session.appendPending(std::make_unique<PendingDecision>(
-        QStringLiteral("d1"),
-        DecisionKind::permission(QStringLiteral("Bash"), QStringLiteral("ls"), std::nullopt), 101, connection,
-        payload));
+        u"d1"_s, DecisionKind::permission(u"Bash"_s, u"ls"_s, std::nullopt), 101, connection, payload));
     EXPECT_TRUE(session.needsUser());
     EXPECT_EQ(needsUser.count(), 1);
-    ASSERT_NE(session.findPending(QStringLiteral("d1")), nullptr);
-    EXPECT_TRUE(session.findPending(QStringLiteral("d1"))->hasAlwaysAllowSuggestion());
+    ASSERT_NE(session.findPending(u"d1"_s), nullptr);
+    EXPECT_TRUE(session.findPending(u"d1"_s)->hasAlwaysAllowSuggestion());
 
-    EXPECT_EQ(session.takePending(QStringLiteral("nope")), nullptr);
-    EXPECT_NE(session.takePending(QStringLiteral("d1")), nullptr);
+    EXPECT_EQ(session.takePending(u"nope"_s), nullptr);
+    EXPECT_NE(session.takePending(u"d1"_s), nullptr);
     EXPECT_FALSE(session.needsUser());
     EXPECT_EQ(needsUser.count(), 2);
-
-    auto empty = std::make_unique<PendingDecision>(
-        QStringLiteral("d2"), DecisionKind::plan(QStringLiteral("# Plan")), 1, connection,
-        QJsonObject{{QStringLiteral("permission_suggestions"), QJsonArray{}}});
-    EXPECT_FALSE(empty->hasAlwaysAllowSuggestion());
 }

@@ -3,7 +3,6 @@
 #include <QJsonArray>
 #include <algorithm>
 #include <array>
-#include <sys/socket.h>
 
 using namespace mirrowisp;
 using test::AgentStoreFixture;
@@ -295,27 +294,16 @@ TEST_F(AgentStoreDecisions, CardsGoByEveryRouteInEveryOrder) {
 
 TEST_F(AgentStoreDecisions, WithApprovalsOffTheAgentsOwnPromptDecides) {
     setting([](AgentStoreSettings& s) { s.approveFromNotch = false; });
-    int repliesWhenRaised = -1;
-    std::shared_ptr<BridgeConnection> waiting;
+    bool waitingWhenRaised = false;
     store.setOnSignal([&](AgentSignal signal, AgentSession&) {
-        if (signal == AgentSignal::needsAttention && waiting) {
-            repliesWhenRaised = waiting->isFinished() ? 1 : 0;
+        if (signal == AgentSignal::needsAttention) {
+            waitingWhenRaised = lastTool->stillWaiting();
         }
     });
-    BridgeRequest requestLine{
-        text("r"),
-        AgentKind::claude,
-        QJsonDocument(event("PermissionRequest", "s1", permission("Bash", {}))).toJson(),
-        true,
-        {}};
-    int fds[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
-    test::ToolEnd tool(fds[1]);
-    waiting = BridgeConnection::make(requestLine, fds[0]);
-    store.handle(waiting);
-    EXPECT_EQ(repliesWhenRaised, 0) << "the signal comes first, then the empty reply";
-    EXPECT_EQ(tool.printed(), std::nullopt);
-    EXPECT_FALSE(tool.stillWaiting());
+    Sent sent = send(AgentKind::claude, event("PermissionRequest", "s1", permission("Bash", {})));
+    EXPECT_TRUE(waitingWhenRaised) << "the signal comes first, then the empty reply";
+    EXPECT_EQ(sent.tool->printed(), std::nullopt);
+    EXPECT_FALSE(sent.tool->stillWaiting());
     AgentSession* s = session(AgentKind::claude, text("s1"));
     EXPECT_TRUE(s->pending().empty());
     EXPECT_EQ(s->status(), AgentStatus::needsAttention());

@@ -1,13 +1,12 @@
 #include "AgentStoreFixture.h"
 
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace mirrowisp::test {
 
-AgentStoreFixture::AgentStoreFixture()
-    : defaults(home.path() + QStringLiteral("/defaults.json")), store(defaults, clock) {
+AgentStoreFixture::AgentStoreFixture() : defaults(home.path() + u"/defaults.json"_s), store(defaults, clock) {
     store.setOnSignal(
         [this](AgentSignal signal, AgentSession& session) { raised.emplace_back(signal, session.id()); });
 }
@@ -15,7 +14,7 @@ AgentStoreFixture::AgentStoreFixture()
 AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteArray& payload,
                                                    const ProcessContext& context, bool expectsReply) {
     BridgeRequest request;
-    request.id = QStringLiteral("req-%1").arg(nextID++);
+    request.id = u"req-%1"_s.arg(nextID++);
     request.agent = agent;
     request.payload = payload;
     request.expectsReply = expectsReply;
@@ -23,6 +22,7 @@ AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteA
     int fds[2];
     ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
     Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};
+    lastTool = sent.tool.get();
     store.handle(sent.connection);
     return sent;
 }
@@ -50,8 +50,8 @@ int AgentStoreFixture::signalCount(AgentSignal signal) const {
 }
 
 QJsonObject AgentStoreFixture::event(const char* name, const char* sessionID, QJsonObject extra) {
-    extra.insert(QStringLiteral("hook_event_name"), QLatin1StringView(name));
-    extra.insert(QStringLiteral("session_id"), QLatin1StringView(sessionID));
+    extra.insert(u"hook_event_name"_s, QLatin1StringView(name));
+    extra.insert(u"session_id"_s, QLatin1StringView(sessionID));
     return extra;
 }
 

@@ -45,6 +45,7 @@ protected:
     ManualClock clock;
     AgentStore store;
     std::vector<std::pair<AgentSignal, QString>> raised;
+    ToolEnd* lastTool = nullptr; // the end of the request being handled
     int nextID = 1;
 };
 

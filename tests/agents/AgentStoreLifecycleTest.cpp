@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using test::AgentStoreFixture;
 
 namespace {
@@ -11,7 +12,7 @@ namespace {
 // The id of a process that has exited and been reaped: signalling it fails with "no such process".
 qint32 goneProcess() {
     QProcess process;
-    process.start(QStringLiteral("true"), {});
+    process.start(u"true"_s, {});
     process.waitForStarted();
     const auto pid = static_cast<qint32>(process.processId());
     process.waitForFinished();

@@ -8,6 +8,7 @@
 #include <random>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
 // Failures show texts as text.
 static void PrintTo(const QString& text, std::ostream* out) {
@@ -29,7 +30,7 @@ QJsonObject json(const char* text) {
     return QJsonDocument::fromJson(QByteArray(text)).object();
 }
 
-const QString ellipsis = QStringLiteral("\u2026");
+const QString ellipsis = u"\u2026"_s;
 
 // The text up to where `limit` grapheme clusters end, and the marker, if there are more of them.
 QString cutWhole(const QString& text, int limit, const QString& marker) {
@@ -50,8 +51,8 @@ QString condensedReference(const QString& text) {
     QString result = text;
     result.remove(pattern(R"(\*\*|__|`)"));
     result.remove(pattern(R"((?m)^\s*(#{1,6}|[-*+]|\d+\.)\s+)"));
-    result.replace(pattern(R"(\[([^\]]+)\]\([^)]+\))"), QStringLiteral("\\1"));
-    result.replace(pattern(R"(\s+)"), QStringLiteral(" "));
+    result.replace(pattern(R"(\[([^\]]+)\]\([^)]+\))"), u"\\1"_s);
+    result.replace(pattern(R"(\s+)"), u" "_s);
     return cutWhole(result.trimmed(), 400, ellipsis);
 }
 
@@ -116,15 +117,15 @@ TEST(AgentStoreTextCondense, CutsAfterFourHundredCharacters) {
     const QString letters(400, QLatin1Char('a'));
     EXPECT_EQ(AgentStoreText::condense(letters), letters);
     EXPECT_EQ(AgentStoreText::condense(letters + QLatin1Char('b')), letters + ellipsis);
-    EXPECT_EQ(AgentStoreText::condense(QStringLiteral("**") + letters + QStringLiteral("**\n\n  ")), letters);
+    EXPECT_EQ(AgentStoreText::condense(u"**"_s + letters + u"**\n\n  "_s), letters);
 
     // Characters are what a reader sees: emoji sequences, flags, letters with combining marks.
-    for (const QString& unit : {qs("👩‍👩‍👧‍👦"), qs("🇯🇵"), QStringLiteral("e\u0301\u0302")}) {
+    for (const QString& unit : {qs("👩‍👩‍👧‍👦"), qs("🇯🇵"), u"e\u0301\u0302"_s}) {
         EXPECT_EQ(AgentStoreText::condense(unit.repeated(400)), unit.repeated(400));
         EXPECT_EQ(AgentStoreText::condense(unit.repeated(401)), unit.repeated(400) + ellipsis);
     }
     const QString family = qs("👩‍👩‍👧‍👦");
-    EXPECT_EQ(AgentStoreText::condense(QString(399, QLatin1Char('a')) + family + QStringLiteral("z")),
+    EXPECT_EQ(AgentStoreText::condense(QString(399, QLatin1Char('a')) + family + u"z"_s),
               QString(399, QLatin1Char('a')) + family + ellipsis);
 }
 
@@ -134,18 +135,18 @@ TEST(AgentStoreTextCondense, LongTextsMatchTheWholePass) {
         const QString text = markdownSoup(random, 300 + round * 97);
         ASSERT_EQ(AgentStoreText::condense(text), condensedReference(text)) << "round " << round;
     }
-    const QString filler = QStringLiteral("lorem ipsum dolor ").repeated(400);
+    const QString filler = u"lorem ipsum dolor "_s.repeated(400);
     const QStringList farReaching = {
-        QStringLiteral("intro [") + filler + QStringLiteral("](https://example.com) tail"),
-        QStringLiteral("[") + QStringLiteral("1, 2, [3, 4], ").repeated(800) + QStringLiteral("5]"),
-        QStringLiteral("if [ -f x ]; then ") + filler + QStringLiteral(" fi"),
-        QStringLiteral("[") + filler + QStringLiteral("]"),
-        QStringLiteral("[") + filler,
-        QStringLiteral("[") + filler + QStringLiteral("]**(x)"),
-        QStringLiteral("start ") + QStringLiteral("- * ").repeated(3000),
-        QStringLiteral("\n").repeated(5000) + QStringLiteral("- item ") + filler,
-        QStringLiteral("`").repeated(3000) + filler,
-        QStringLiteral("1, ").repeated(4000),
+        u"intro ["_s + filler + u"](https://example.com) tail"_s,
+        u"["_s + u"1, 2, [3, 4], "_s.repeated(800) + u"5]"_s,
+        u"if [ -f x ]; then "_s + filler + u" fi"_s,
+        u"["_s + filler + u"]"_s,
+        u"["_s + filler,
+        u"["_s + filler + u"]**(x)"_s,
+        u"start "_s + u"- * "_s.repeated(3000),
+        u"\n"_s.repeated(5000) + u"- item "_s + filler,
+        u"`"_s.repeated(3000) + filler,
+        u"1, "_s.repeated(4000),
     };
     for (const QString& text : farReaching) {
         EXPECT_EQ(AgentStoreText::condense(text), condensedReference(text)) << text.left(40).toStdString();
@@ -167,11 +168,10 @@ TEST(AgentStoreTextCondense, MarkupEndingALongTextLeavesNoEllipsis) {
 }
 
 TEST(AgentStoreTextCondense, LoneSurrogatesBecomeReplacementCharacters) {
-    const QString broken = QStringLiteral("a ") + QChar(0xd800) + QStringLiteral("  **b** ") + QChar(0xdc00);
-    EXPECT_EQ(AgentStoreText::condense(broken), QStringLiteral("a \ufffd b \ufffd"));
-    const QString condensed = AgentStoreText::condense(QChar(0xd83d) + QStringLiteral(" word").repeated(300));
-    EXPECT_EQ(condensed,
-              (QStringLiteral("\ufffd") + QStringLiteral(" word").repeated(80)).left(400) + ellipsis);
+    const QString broken = u"a "_s + QChar(0xd800) + u"  **b** "_s + QChar(0xdc00);
+    EXPECT_EQ(AgentStoreText::condense(broken), u"a \ufffd b \ufffd"_s);
+    const QString condensed = AgentStoreText::condense(QChar(0xd83d) + u" word"_s.repeated(300));
+    EXPECT_EQ(condensed, (u"\ufffd"_s + u" word"_s.repeated(80)).left(400) + ellipsis);
 }
 
 TEST(AgentStoreTextPromptPreview, TypedTextSlashCommandsAndPastes) {
@@ -201,8 +201,8 @@ TEST(AgentStoreTextPromptPreview, TypedTextSlashCommandsAndPastes) {
     for (const auto& [prompt, preview] : cases) {
         EXPECT_EQ(AgentStoreText::promptPreview(qs(prompt)), maybe(preview)) << prompt;
     }
-    EXPECT_EQ(AgentStoreText::promptPreview(QStringLiteral("please ").repeated(100)),
-              QStringLiteral("please ").repeated(58).left(400) + ellipsis);
+    EXPECT_EQ(AgentStoreText::promptPreview(u"please "_s.repeated(100)),
+              u"please "_s.repeated(58).left(400) + ellipsis);
 }
 
 TEST(AgentStoreTextSummary, ByToolAndInput) {
@@ -249,15 +249,14 @@ TEST(AgentStoreTextSummary, ByToolAndInput) {
     for (const Case& c : cases) {
         EXPECT_EQ(AgentStoreText::summary(qs(c.tool), json(c.input)), maybe(c.summary)) << c.tool << c.input;
     }
-    const QString command = QStringLiteral("echo ") + QString(70000, QLatin1Char('x'));
-    EXPECT_EQ(AgentStoreText::summary(QStringLiteral("Bash"), {{QStringLiteral("command"), command}}),
-              command.left(400) + ellipsis);
+    const QString command = u"echo "_s + QString(70000, QLatin1Char('x'));
+    EXPECT_EQ(AgentStoreText::summary(u"Bash"_s, {{u"command"_s, command}}), command.left(400) + ellipsis);
 }
 
 TEST(AgentStoreTextDetail, ByToolAndInput) {
     QStringList lines;
     for (int i = 0; i < 50; ++i) {
-        lines << QStringLiteral("l%1").arg(i);
+        lines << u"l%1"_s.arg(i);
     }
     const auto first = [&](int count) { return lines.mid(0, count).join(QLatin1Char('\n')); };
     const QString all = first(50);
@@ -268,35 +267,31 @@ TEST(AgentStoreTextDetail, ByToolAndInput) {
     // A diff wins whatever the tool; an empty one doesn't count. Thirty lines and a final line feed
     // leave out the empty thirty-first.
     for (const char* tool : {"Edit", "Bash", "mcp__x__y"}) {
-        EXPECT_EQ(
-            detail(tool, {{QStringLiteral("diff"), all}, {QStringLiteral("command"), QStringLiteral("ls")}}),
-            first(30));
+        EXPECT_EQ(detail(tool, {{u"diff"_s, all}, {u"command"_s, u"ls"_s}}), first(30));
     }
-    EXPECT_EQ(detail("Write", {{QStringLiteral("diff"), first(30) + QLatin1Char('\n')}}), first(30));
-    EXPECT_EQ(detail("Bash", json(R"({"diff":"","command":"ls"})")), QStringLiteral("ls"));
+    EXPECT_EQ(detail("Write", {{u"diff"_s, first(30) + QLatin1Char('\n')}}), first(30));
+    EXPECT_EQ(detail("Bash", json(R"({"diff":"","command":"ls"})")), u"ls"_s);
 
-    const QString script = QStringLiteral("cat <<'EOF'\n**not bold**\n\n") + QString(2000, QLatin1Char('y'));
-    EXPECT_EQ(detail("Bash", {{QStringLiteral("command"), script}}), script);
-    EXPECT_EQ(detail("exec_command", json(R"({"command":["git","log","-1"]})")),
-              QStringLiteral("git log -1"));
+    const QString script = u"cat <<'EOF'\n**not bold**\n\n"_s + QString(2000, QLatin1Char('y'));
+    EXPECT_EQ(detail("Bash", {{u"command"_s, script}}), script);
+    EXPECT_EQ(detail("exec_command", json(R"({"command":["git","log","-1"]})")), u"git log -1"_s);
     EXPECT_EQ(detail("shell", json(R"({"command":3})")), std::nullopt);
 
-    EXPECT_EQ(detail("Edit", json(R"({"old_string":"a\n\nb","new_string":"c"})")),
-              QStringLiteral("- a\n- \n- b\n+ c"));
-    EXPECT_EQ(detail("Edit", json(R"({"old_string":1,"new_string":"x\n"})")), QStringLiteral("- \n+ x\n+ "));
+    EXPECT_EQ(detail("Edit", json(R"({"old_string":"a\n\nb","new_string":"c"})")), u"- a\n- \n- b\n+ c"_s);
+    EXPECT_EQ(detail("Edit", json(R"({"old_string":1,"new_string":"x\n"})")), u"- \n+ x\n+ "_s);
     QStringList twelveEach;
     for (const char* marker : {"- ", "+ "}) {
         for (int i = 0; i < 12; ++i) {
             twelveEach << QString::fromLatin1(marker) + lines.at(i);
         }
     }
-    EXPECT_EQ(detail("Edit", {{QStringLiteral("old_string"), all}, {QStringLiteral("new_string"), all}}),
+    EXPECT_EQ(detail("Edit", {{u"old_string"_s, all}, {u"new_string"_s, all}}),
               twelveEach.join(QLatin1Char('\n')));
 
-    EXPECT_EQ(detail("Write", {{QStringLiteral("content"), all}}), first(20));
+    EXPECT_EQ(detail("Write", {{u"content"_s, all}}), first(20));
     EXPECT_EQ(detail("Write", json(R"({"file_path":"a"})")), QString());
-    EXPECT_EQ(detail("apply_patch", {{QStringLiteral("patch"), all}}), first(30));
-    EXPECT_EQ(detail("apply_patch", json(R"({"input":"a\n\nb","patch":"no"})")), QStringLiteral("a\n\nb"));
+    EXPECT_EQ(detail("apply_patch", {{u"patch"_s, all}}), first(30));
+    EXPECT_EQ(detail("apply_patch", json(R"({"input":"a\n\nb","patch":"no"})")), u"a\n\nb"_s);
 
     EXPECT_EQ(
         detail("MultiEdit", json(R"({"z":[1,"two"],"a":{"k":null},"m":"é/x"})")),
@@ -306,17 +301,15 @@ TEST(AgentStoreTextDetail, ByToolAndInput) {
 
 TEST(AgentStoreTextDetail, JsonIsCutAfterTwelveHundredCharacters) {
     // {"k":"…"} prints as twelve characters, the value, and three more.
-    const auto printed = [](const QString& value) {
-        return QStringLiteral("{\n    \"k\": \"") + value + QStringLiteral("\"\n}");
-    };
+    const auto printed = [](const QString& value) { return u"{\n    \"k\": \""_s + value + u"\"\n}"_s; };
     const auto detail = [](const QString& value) {
-        return AgentStoreText::detail(QStringLiteral("X"), {{QStringLiteral("k"), value}});
+        return AgentStoreText::detail(u"X"_s, {{u"k"_s, value}});
     };
     const QString fits(1200 - 15, QLatin1Char('v'));
     EXPECT_EQ(detail(fits), printed(fits));
     const QString over = fits + QLatin1Char('w');
-    EXPECT_EQ(detail(over), printed(over).left(1200) + QStringLiteral("\n\u2026"));
-    const QString marked = QStringLiteral("a\u0301").repeated(1200 - 15);
+    EXPECT_EQ(detail(over), printed(over).left(1200) + u"\n\u2026"_s);
+    const QString marked = u"a\u0301"_s.repeated(1200 - 15);
     EXPECT_EQ(detail(marked), printed(marked));
 }
 
@@ -326,35 +319,30 @@ TEST(AgentStoreTextDetail, LargeInputsCutLikeTheirWholeText) {
     QJsonArray nested;
     for (int i = 0; i < 20000; ++i) {
         numbers.append(i);
-        manyKeys.insert(QStringLiteral("key%1").arg(i, 5, 10, QLatin1Char('0')),
-                        i % 3 ? QJsonValue(i) : QJsonValue());
+        manyKeys.insert(u"key%1"_s.arg(i, 5, 10, QLatin1Char('0')), i % 3 ? QJsonValue(i) : QJsonValue());
         if (i < 300) {
-            nested.append(
-                QJsonArray{QString(i * 7, QLatin1Char('n')), QJsonObject{{QStringLiteral("deep"), i}}});
+            nested.append(QJsonArray{QString(i * 7, QLatin1Char('n')), QJsonObject{{u"deep"_s, i}}});
         }
     }
     QList<QJsonObject> inputs = {
-        {{QStringLiteral("content"), QString(1 << 20, QLatin1Char('c'))},
-         {QStringLiteral("path"), QStringLiteral("/a")}},
-        {{QStringLiteral("a"), QStringLiteral("x\n\"y\"\t\\").repeated(50000)}},
-        {{QStringLiteral("numbers"), numbers}},
+        {{u"content"_s, QString(1 << 20, QLatin1Char('c'))}, {u"path"_s, u"/a"_s}},
+        {{u"a"_s, u"x\n\"y\"\t\\"_s.repeated(50000)}},
+        {{u"numbers"_s, numbers}},
         manyKeys,
-        {{QStringLiteral("nested"), nested}},
-        {{QStringLiteral("emoji"), qs("👩‍💻").repeated(100000)}},
-        {{QString(20000, QLatin1Char('k')), 1}, {QStringLiteral("z"), QString(30000, QLatin1Char('z'))}},
+        {{u"nested"_s, nested}},
+        {{u"emoji"_s, qs("👩‍💻").repeated(100000)}},
+        {{QString(20000, QLatin1Char('k')), 1}, {u"z"_s, QString(30000, QLatin1Char('z'))}},
     };
     // A long character just before the 1,200th: wherever a shortened copy ends inside it, the cut must
     // come out where the whole text puts it.
     for (const int marks : {500, 8000, 9000, 12000, 40000}) {
-        inputs.append(
-            {{QStringLiteral("k"), QString(1185, QLatin1Char('a')) + QLatin1Char('y') +
-                                       QString(marks, QChar(0x0301)) + QString(5000, QLatin1Char('b'))}});
+        inputs.append({{u"k"_s, QString(1185, QLatin1Char('a')) + QLatin1Char('y') +
+                                    QString(marks, QChar(0x0301)) + QString(5000, QLatin1Char('b'))}});
     }
     for (const QJsonObject& input : inputs) {
         QString whole = QString::fromUtf8(QJsonDocument(input).toJson(QJsonDocument::Indented));
         whole.chop(1);
-        EXPECT_EQ(AgentStoreText::detail(QStringLiteral("mcp__x__y"), input),
-                  cutWhole(whole, 1200, QStringLiteral("\n\u2026")))
+        EXPECT_EQ(AgentStoreText::detail(u"mcp__x__y"_s, input), cutWhole(whole, 1200, u"\n\u2026"_s))
             << input.keys().join(QLatin1Char(',')).left(40).toStdString();
     }
 }
@@ -379,29 +367,27 @@ TEST(AgentStoreTextActivity, SentencesWithAndWithoutSummary) {
     };
     for (const Case& c : cases) {
         const QString tool = qs(c.tool);
-        EXPECT_EQ(AgentStoreText::activity(tool, QStringLiteral("main.cpp")), qs(c.with)) << c.tool;
+        EXPECT_EQ(AgentStoreText::activity(tool, u"main.cpp"_s), qs(c.with)) << c.tool;
         EXPECT_EQ(AgentStoreText::activity(tool, std::nullopt), qs(c.without)) << c.tool;
         EXPECT_EQ(AgentStoreText::activity(tool, QString()), qs(c.without)) << c.tool;
     }
-    const QString fetch = QStringLiteral("WebFetch");
-    EXPECT_EQ(AgentStoreText::activity(fetch, QStringLiteral("https://doc.qt.io/qt-6/qurl.html?x=1")),
-              QStringLiteral("Reading doc.qt.io"));
-    EXPECT_EQ(AgentStoreText::activity(fetch, QStringLiteral("http://user@[::1]:8080/")),
-              QStringLiteral("Reading ::1"));
-    EXPECT_EQ(AgentStoreText::activity(fetch, QStringLiteral("example.com/page")),
-              QStringLiteral("Reading example.com/page"));
+    const QString fetch = u"WebFetch"_s;
+    EXPECT_EQ(AgentStoreText::activity(fetch, u"https://doc.qt.io/qt-6/qurl.html?x=1"_s),
+              u"Reading doc.qt.io"_s);
+    EXPECT_EQ(AgentStoreText::activity(fetch, u"http://user@[::1]:8080/"_s), u"Reading ::1"_s);
+    EXPECT_EQ(AgentStoreText::activity(fetch, u"example.com/page"_s), u"Reading example.com/page"_s);
 }
 
 TEST(AgentStoreTextHelpers, PatchFilesAndGraphemeCuts) {
-    EXPECT_EQ(AgentStoreText::patchFiles(QStringLiteral("*** Update File:\n")), QString());
+    EXPECT_EQ(AgentStoreText::patchFiles(u"*** Update File:\n"_s), QString());
 
-    const QString cluster = QStringLiteral("x") + QString(5000, QChar(0x0301));
-    const QString text = cluster.repeated(3) + QStringLiteral("end");
+    const QString cluster = u"x"_s + QString(5000, QChar(0x0301));
+    const QString text = cluster.repeated(3) + u"end"_s;
     EXPECT_EQ(AgentStoreText::graphemeCut(text, 1), cluster.size());
     EXPECT_EQ(AgentStoreText::graphemeCut(text, 5), text.size() - 1);
     EXPECT_EQ(AgentStoreText::graphemeCut(text, 6), std::nullopt);
-    EXPECT_EQ(AgentStoreText::graphemeCut(QStringLiteral("ab"), 0), 0);
+    EXPECT_EQ(AgentStoreText::graphemeCut(u"ab"_s, 0), 0);
     // A skin tone whose surrogate pair straddles the first place looked at still joins its emoji.
-    const QString toned = (QStringLiteral("x") + QString(8, QChar(0x0301))).repeated(9) + qs("👍🏻zz");
+    const QString toned = (u"x"_s + QString(8, QChar(0x0301))).repeated(9) + qs("👍🏻zz");
     EXPECT_EQ(AgentStoreText::graphemeCut(toned, 10), 9 * 9 + 4);
 }

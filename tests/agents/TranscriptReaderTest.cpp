@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -36,7 +37,7 @@ QByteArray filler(qint64 bytes) {
 
 // Bytes this process has read through system calls so far.
 qint64 bytesReadSoFar() {
-    QFile io(QStringLiteral("/proc/self/io"));
+    QFile io(u"/proc/self/io"_s);
     const QList<QByteArray> lines =
         io.open(QIODevice::ReadOnly) ? io.readAll().split('\n') : QList<QByteArray>();
     for (const QByteArray& line : lines) {
@@ -50,7 +51,7 @@ qint64 bytesReadSoFar() {
 class TranscriptReaderTest : public testing::Test {
 protected:
     QString write(const QByteArray& contents) {
-        const QString path = dir_.filePath(QStringLiteral("t%1.jsonl").arg(++files_));
+        const QString path = dir_.filePath(u"t%1.jsonl"_s.arg(++files_));
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(contents);
@@ -74,8 +75,8 @@ TEST_F(TranscriptReaderTest, TailObjectsReadWholeLinesOnly) {
     const QString small = lines({R"({"n":1})", R"({"n":2})", R"({"n":3})"});
     const QList<QJsonObject> all = TranscriptReader::tailObjects(small, 65536);
     ASSERT_EQ(all.size(), 3);
-    EXPECT_EQ(all.first().value(QStringLiteral("n")).toInt(), 1);
-    EXPECT_EQ(all.last().value(QStringLiteral("n")).toInt(), 3);
+    EXPECT_EQ(all.first().value(u"n"_s).toInt(), 1);
+    EXPECT_EQ(all.last().value(u"n"_s).toInt(), 3);
     // A tail of exactly the file's size began at its start; one byte less began inside the first line.
     const qint64 size = QFile(small).size();
     EXPECT_EQ(TranscriptReader::tailObjects(small, size).size(), 3);
@@ -86,14 +87,14 @@ TEST_F(TranscriptReaderTest, TailObjectsReadWholeLinesOnly) {
     const QString cut = write(R"({"pad":1})" + fake + "\n" + R"({"real":true})" + "\n");
     const QList<QJsonObject> tail = TranscriptReader::tailObjects(cut, fake.size() + 1 + 13 + 1);
     ASSERT_EQ(tail.size(), 1);
-    EXPECT_TRUE(tail.first().value(QStringLiteral("real")).toBool());
+    EXPECT_TRUE(tail.first().value(u"real"_s).toBool());
 
     const QString mixed =
         write(QByteArray("[1,2]\n\n42\n\"text\"\nnull\n{broken\n{\"ok\":1}\r\n") +
               QByteArray("\xff\xfe\x00\x01\n", 5) + R"({"ok":2}   )" + "\n" + R"({"ok":3})");
     const QList<QJsonObject> objects = TranscriptReader::tailObjects(mixed, 4096);
     ASSERT_EQ(objects.size(), 3);
-    EXPECT_EQ(objects.at(2).value(QStringLiteral("ok")).toInt(), 3); // no final line feed
+    EXPECT_EQ(objects.at(2).value(u"ok"_s).toInt(), 3); // no final line feed
 }
 
 TEST_F(TranscriptReaderTest, UnreadableSourcesGiveNothing) {
@@ -129,7 +130,7 @@ TEST_F(TranscriptReaderTest, AHugeFileCostsOnlyItsTail) {
     const qint64 before = bytesReadSoFar();
     ASSERT_GE(before, 0);
     EXPECT_TRUE(TranscriptReader::turnIsOver(file, AgentKind::claude));
-    EXPECT_EQ(TranscriptReader::lastAssistantMessage(file, AgentKind::claude), QStringLiteral("All done."));
+    EXPECT_EQ(TranscriptReader::lastAssistantMessage(file, AgentKind::claude), u"All done."_s);
     EXPECT_EQ(TranscriptReader::tailObjects(file, 1024).size(), 2);
     EXPECT_LT(bytesReadSoFar() - before,
               TranscriptReader::turnIsOverBytes + TranscriptReader::lastAssistantMessageBytes + 65536);
@@ -177,11 +178,11 @@ TEST_F(TranscriptReaderTest, LastAssistantMessageIsTheLastTextCondensed) {
     const AgentKind claude = AgentKind::claude;
     EXPECT_EQ(
         message({assistant(R"("first")"), assistant(R"("**Done.**\n\n- all [tests](t) pass")")}, claude),
-        QStringLiteral("Done. all tests pass"));
+        u"Done. all tests pass"_s);
     EXPECT_EQ(message({assistant(R"([{"type":"text","text":"one"},{"type":"tool_use","text":"no"},)"
                                  R"({"type":"text","text":"two"}])")},
                       AgentKind::copilot),
-              QStringLiteral("one two"));
+              u"one two"_s);
     // Tool calls alone, empty or blank text and wrong types walk on to the record before.
     EXPECT_EQ(
         message({assistant(R"("answer")"), assistant(R"([{"type":"tool_use","name":"Read","input":{}}])"),
@@ -190,7 +191,7 @@ TEST_F(TranscriptReaderTest, LastAssistantMessageIsTheLastTextCondensed) {
                  R"({"type":"assistant","message":"x"})", user(R"("later prompt")"),
                  systemRecord("turn_duration")},
                 claude),
-        QStringLiteral("answer"));
+        u"answer"_s);
     EXPECT_EQ(
         message({user(R"("only a prompt")"), codex(R"({"type":"agent_message","message":"x"})")}, claude),
         std::nullopt);
@@ -199,19 +200,18 @@ TEST_F(TranscriptReaderTest, LastAssistantMessageIsTheLastTextCondensed) {
     EXPECT_EQ(message({codex(R"({"type":"agent_message","message":"working"})"),
                        codex(R"({"type":"task_complete","last_agent_message":"`Finished` it"})")},
                       codexAgent),
-              QStringLiteral("Finished it"));
+              u"Finished it"_s);
     EXPECT_EQ(message({codex(R"({"type":"agent_message","message":"from the message"})"),
                        codex(R"({"type":"task_complete","last_agent_message":""})"),
                        codex(R"({"type":"task_complete","last_agent_message":null})"),
                        codex(R"({"type":"agent_message","message":["x"]})"), assistant(R"("claude shape")")},
                       codexAgent),
-              QStringLiteral("from the message"));
+              u"from the message"_s);
 
     const QByteArray old = assistant(R"("long ago")") + "\n";
     const qint64 tail = TranscriptReader::lastAssistantMessageBytes;
     EXPECT_EQ(TranscriptReader::lastAssistantMessage(write(old + filler(tail)), claude), std::nullopt);
-    EXPECT_EQ(TranscriptReader::lastAssistantMessage(write(old + filler(tail / 2)), claude),
-              QStringLiteral("long ago"));
+    EXPECT_EQ(TranscriptReader::lastAssistantMessage(write(old + filler(tail / 2)), claude), u"long ago"_s);
 }
 
 TEST_F(TranscriptReaderTest, LastUserPromptIsWhatTheUserTyped) {
@@ -221,11 +221,11 @@ TEST_F(TranscriptReaderTest, LastUserPromptIsWhatTheUserTyped) {
     const AgentKind claude = AgentKind::claude;
     EXPECT_EQ(
         prompt({user(R"("old")"), user(R"("fix the **build**\nplease")"), assistant(R"("sure")")}, claude),
-        QStringLiteral("fix the build please"));
+        u"fix the build please"_s);
     EXPECT_EQ(
         prompt({user(R"([{"type":"text","text":"look at"},{"type":"image"},{"type":"text","text":"this"}])")},
                AgentKind::amp),
-        QStringLiteral("look at this"));
+        u"look at this"_s);
     // Tool results, meta records, compact summaries, reminders and stop-hook records aren't prompts.
     EXPECT_EQ(prompt({user(R"("the real one")"),
                       user(R"("This session is being continued")", R"("isCompactSummary":true,)"),
@@ -235,11 +235,11 @@ TEST_F(TranscriptReaderTest, LastUserPromptIsWhatTheUserTyped) {
                       R"({"type":"user","subtype":"stop_hook_summary","message":{"content":"hook said"}})",
                       systemRecord("stop_hook_summary"), assistant(R"("answer")")},
                      claude),
-              QStringLiteral("the real one"));
+              u"the real one"_s);
     EXPECT_EQ(prompt({user(R"("flagged oddly")", R"("isMeta":"true","isCompactSummary":1,)")}, claude),
-              QStringLiteral("flagged oddly"));
+              u"flagged oddly"_s);
     EXPECT_EQ(prompt({user(R"("<pasted_content>log</pasted_content> why?")")}, claude),
-              QStringLiteral("[Pasted text] why?")); // read as a preview
+              u"[Pasted text] why?"_s); // read as a preview
 
     const AgentKind codexAgent = AgentKind::codex;
     EXPECT_EQ(
@@ -249,7 +249,7 @@ TEST_F(TranscriptReaderTest, LastUserPromptIsWhatTheUserTyped) {
              codex(R"({"type":"user_message","message":{"text":"x"}})"),
              codex(R"({"type":"agent_message","message":"reply"})"), user(R"("claude shape")")},
             codexAgent),
-        QStringLiteral("typed this"));
+        u"typed this"_s);
     EXPECT_EQ(prompt({codex(R"({"type":"user_message","message":"codex shape"})")}, claude), std::nullopt);
 
     // Beyond the tail nothing is found; a wider tail read by the caller finds it.
@@ -257,5 +257,5 @@ TEST_F(TranscriptReaderTest, LastUserPromptIsWhatTheUserTyped) {
         write(user(R"("wide prompt")") + "\n" + filler(TranscriptReader::lastUserPromptBytes));
     EXPECT_EQ(TranscriptReader::lastUserPrompt(far, claude), std::nullopt);
     EXPECT_EQ(TranscriptReader::lastUserPrompt(TranscriptReader::tailObjects(far, 4 << 20), claude),
-              QStringLiteral("wide prompt"));
+              u"wide prompt"_s);
 }

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using mirrowisp::test::TemporaryHome;
 
 TEST(RegularFile, ReadsOnlyRegularFilesWithinTheLimit) {
@@ -18,7 +19,7 @@ TEST(RegularFile, ReadsOnlyRegularFilesWithinTheLimit) {
     test::writeFile(at("limit"), QByteArray(64, 'x'));
     test::writeFile(at("over"), QByteArray(65, 'x'));
     ASSERT_EQ(::mkfifo(QFile::encodeName(at("fifo")).constData(), 0600), 0);
-    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), at("zero")));
+    ASSERT_TRUE(QFile::link(u"/dev/zero"_s, at("zero")));
     ASSERT_TRUE(QFile::link(at("small"), at("link")));
     ASSERT_TRUE(QDir().mkpath(at("folder")));
 

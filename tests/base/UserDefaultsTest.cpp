@@ -12,6 +12,7 @@
 #include <vector>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using mirrowisp::test::drainMainQueue;
 using mirrowisp::test::LogCapture;
 using mirrowisp::test::ManualClock;
@@ -35,8 +36,8 @@ QStringList entriesOf(const QString& folder) {
 class UserDefaultsTest : public ::testing::Test {
 protected:
     TemporaryHome home;
-    QString folder = home.path() + QStringLiteral("/.config/mirrowisp");
-    QString path = folder + QStringLiteral("/defaults.json");
+    QString folder = home.path() + u"/.config/mirrowisp"_s;
+    QString path = folder + u"/defaults.json"_s;
 };
 
 } // namespace
@@ -121,15 +122,15 @@ TEST_F(UserDefaultsTest, DefaultPathFollowsXdgConfigHomeWhenTheStoreIsMade) {
     EXPECT_EQ(inConfigHome.filePath(), path);
 
     qputenv("XDG_CONFIG_HOME", "relative/config");
-    EXPECT_EQ(UserDefaults().filePath(), home.path() + QStringLiteral("/.config/mirrowisp/defaults.json"));
+    EXPECT_EQ(UserDefaults().filePath(), home.path() + u"/.config/mirrowisp/defaults.json"_s);
 
-    const QString elsewhere = home.path() + QStringLiteral("/elsewhere");
+    const QString elsewhere = home.path() + u"/elsewhere"_s;
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(elsewhere));
-    EXPECT_EQ(UserDefaults::defaultFilePath(), elsewhere + QStringLiteral("/mirrowisp/defaults.json"));
+    EXPECT_EQ(UserDefaults::defaultFilePath(), elsewhere + u"/mirrowisp/defaults.json"_s);
 
     // The store made earlier keeps its path, and makes its folder when it first writes.
     UserDefaults made(path);
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + QStringLiteral("/other")));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + u"/other"_s));
     made.set(key("k"), 1);
     EXPECT_EQ(readJsonObject(path), QJsonObject({{key("k"), 1}}));
 }
@@ -241,17 +242,16 @@ TEST_F(UserDefaultsTest, ABurstOfChangesIsWrittenAtMostOncePerSecondAndAtQuit) {
 }
 
 TEST_F(UserDefaultsTest, AFailedWriteIsLoggedOnceAndTheValueStaysInMemory) {
-    const QString blocker = home.path() + QStringLiteral("/blocker");
+    const QString blocker = home.path() + u"/blocker"_s;
     writeFile(blocker, "a file where a folder should be");
     LogCapture log;
-    UserDefaults defaults(blocker + QStringLiteral("/defaults.json"));
+    UserDefaults defaults(blocker + u"/defaults.json"_s);
 
     defaults.set(key("hudEnabled"), false);
     defaults.set(key("hudEnabled"), true);
     EXPECT_EQ(defaults.boolValue(key("hudEnabled")), true);
     ASSERT_EQ(LogCapture::lines().size(), 1);
-    EXPECT_TRUE(
-        LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: user defaults write failed: ")));
+    EXPECT_TRUE(LogCapture::lines().first().startsWith(u"Mirrowisp: user defaults write failed: "_s));
 }
 
 TEST_F(UserDefaultsTest, AFifoOrALinkToADeviceIsMovedAsideUnreadAndReplaced) {
@@ -260,8 +260,7 @@ TEST_F(UserDefaultsTest, AFifoOrALinkToADeviceIsMovedAsideUnreadAndReplaced) {
         QDir(folder).removeRecursively();
         ASSERT_TRUE(QDir().mkpath(folder));
         const QByteArray name = QFile::encodeName(path);
-        ASSERT_TRUE(fifo ? ::mkfifo(name.constData(), 0600) == 0
-                         : QFile::link(QStringLiteral("/dev/zero"), path));
+        ASSERT_TRUE(fifo ? ::mkfifo(name.constData(), 0600) == 0 : QFile::link(u"/dev/zero"_s, path));
         LogCapture log;
         UserDefaults defaults(path); // neither waits for a writer nor reads without end
         defaults.set(key("k"), 1);
@@ -305,11 +304,11 @@ TEST_P(UserDefaultsDamagedFileTest, ReadsAsDefaultsAndIsKeptAsideBeforeTheFirstW
     const QStringList entries = entriesOf(folder);
     ASSERT_EQ(entries.size(), 2) << entries.join(QLatin1Char(' ')).toStdString();
     const QString copy = entries.at(0) == key("defaults.json") ? entries.at(1) : entries.at(0);
-    EXPECT_TRUE(copy.startsWith(QStringLiteral("defaults.json.unreadable-"))) << copy.toStdString();
+    EXPECT_TRUE(copy.startsWith(u"defaults.json.unreadable-"_s)) << copy.toStdString();
     EXPECT_EQ(readFile(folder + QLatin1Char('/') + copy), damaged);
 
     ASSERT_EQ(LogCapture::lines().size(), 1);
-    EXPECT_TRUE(LogCapture::lines().first().startsWith(QStringLiteral("Mirrowisp: ")));
+    EXPECT_TRUE(LogCapture::lines().first().startsWith(u"Mirrowisp: "_s));
     EXPECT_TRUE(LogCapture::lines().first().contains(copy));
 }
 

@@ -8,12 +8,9 @@
 #include <gtest/gtest.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
 namespace {
-
-QByteArray line(const char* json) {
-    return QByteArray(json);
-}
 
 // A well-formed request with the payload {"a":1}, to be varied by each case.
 const char* const validLine =
@@ -21,21 +18,20 @@ const char* const validLine =
 
 BridgeRequest fullRequest() {
     BridgeRequest request;
-    request.id = QStringLiteral("7f3a-1");
+    request.id = u"7f3a-1"_s;
     request.agent = AgentKind::copilot;
     request.payload =
         QByteArray("{\"hook_event_name\":\"PermissionRequest\",\"text\":\"line\\nnext \xc3\xa9\"}\n");
     request.expectsReply = true;
-    request.context.tty = QStringLiteral("/dev/pts/4");
+    request.context.tty = u"/dev/pts/4"_s;
     request.context.agentPID = 2147483647;
-    request.context.termProgram = QStringLiteral("kitty");
-    request.context.tmuxPane = QStringLiteral("%3");
-    request.context.hostSessionID = QStringLiteral("host 1");
-    request.context.entrypoint = QStringLiteral("cli");
+    request.context.termProgram = u"kitty"_s;
+    request.context.tmuxPane = u"%3"_s;
+    request.context.hostSessionID = u"host 1"_s;
+    request.context.entrypoint = u"cli"_s;
     request.context.environment =
-        QMap<QString, QString>{{QStringLiteral("TMUX"), QStringLiteral("/tmp/t,1,0")},
-                               {QStringLiteral("KITTY_WINDOW_ID"), QStringLiteral("2")}};
-    request.context.tmuxBinary = QStringLiteral("/usr/bin/tmux");
+        QMap<QString, QString>{{u"TMUX"_s, u"/tmp/t,1,0"_s}, {u"KITTY_WINDOW_ID"_s, u"2"_s}};
+    request.context.tmuxBinary = u"/usr/bin/tmux"_s;
     return request;
 }
 
@@ -46,22 +42,22 @@ TEST(BridgeRequestDecoding, RoundTripsEveryMember) {
     const auto decoded = BridgeProtocol::decodeRequest(BridgeProtocol::encodeRequest(request));
     ASSERT_TRUE(decoded.has_value());
     EXPECT_EQ(*decoded, request);
-    EXPECT_EQ(decoded->context.value(QStringLiteral("TMUX")), QStringLiteral("/tmp/t,1,0"));
-    EXPECT_FALSE(decoded->context.value(QStringLiteral("WEZTERM_PANE")).has_value());
+    EXPECT_EQ(decoded->context.value(u"TMUX"_s), u"/tmp/t,1,0"_s);
+    EXPECT_FALSE(decoded->context.value(u"WEZTERM_PANE"_s).has_value());
     EXPECT_EQ(qHash(decoded->context), qHash(request.context));
 }
 
 TEST(BridgeRequestDecoding, AcceptsEmptyContextUnknownKeysAndEscapedSlashes) {
-    const auto minimal = BridgeProtocol::decodeRequest(line(validLine));
+    const auto minimal = BridgeProtocol::decodeRequest(validLine);
     ASSERT_TRUE(minimal.has_value());
     EXPECT_EQ(minimal->agent, AgentKind::codex);
     EXPECT_EQ(minimal->payload, QByteArray(R"({"a":1})"));
     EXPECT_EQ(minimal->context, ProcessContext{});
-    EXPECT_FALSE(minimal->context.value(QStringLiteral("TMUX")).has_value());
+    EXPECT_FALSE(minimal->context.value(u"TMUX"_s).has_value());
 
     const auto extra = BridgeProtocol::decodeRequest(
-        line(R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
-             R"("context":{"tty":null,"newKey":{"deep":[true,false]},"agentPID":42.0}} )"));
+        R"( {"future":[1,{"x":null}],"id":"r","agent":"amp","payload":"Pz8\/","expectsReply":false,)"
+        R"("context":{"tty":null,"newKey":{"deep":[true,false]},"agentPID":42.0}} )");
     ASSERT_TRUE(extra.has_value());
     EXPECT_EQ(extra->payload, QByteArray("???"));
     EXPECT_FALSE(extra->context.tty.has_value());
@@ -94,7 +90,7 @@ TEST(BridgeRequestDecoding, DropsMalformedLines) {
         R"({'id':'r1'})",
     };
     for (const char* text : bad) {
-        EXPECT_FALSE(BridgeProtocol::decodeRequest(line(text)).has_value()) << text;
+        EXPECT_FALSE(BridgeProtocol::decodeRequest(text).has_value()) << text;
     }
 }
 
@@ -150,10 +146,10 @@ TEST(BridgeRequestDecoding, RejectsBadPayloadsContextsAndText) {
 TEST(SupportDirectory, FollowsTheEnvironmentAtEachUse) {
     test::TemporaryHome home;
     EXPECT_EQ(BridgeProtocol::supportDirectory(), home.supportDir());
-    EXPECT_EQ(BridgeProtocol::socketPath(), home.supportDir() + QStringLiteral("/bridge.sock"));
+    EXPECT_EQ(BridgeProtocol::socketPath(), home.supportDir() + u"/bridge.sock"_s);
     qputenv("MIRROWISP_SUPPORT_DIR", "");
-    EXPECT_EQ(BridgeProtocol::supportDirectory(), QDir::homePath() + QStringLiteral("/.mirrowisp"));
-    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + QStringLiteral("/.mirrowisp"));
+    EXPECT_EQ(BridgeProtocol::supportDirectory(), QDir::homePath() + u"/.mirrowisp"_s);
+    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + u"/.mirrowisp"_s);
     qunsetenv("MIRROWISP_SUPPORT_DIR");
-    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + QStringLiteral("/.mirrowisp"));
+    EXPECT_EQ(BridgeProtocol::supportDirectory(), home.path() + u"/.mirrowisp"_s);
 }

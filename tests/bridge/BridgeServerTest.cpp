@@ -1,6 +1,6 @@
 #include "bridge/BridgeServer.h"
 
-#include "SocketClient.h"
+#include "support/SocketClient.h"
 #include "support/TestSupport.h"
 
 #include <QCoreApplication>
@@ -18,6 +18,7 @@
 #include <thread>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using test::SocketClient;
 
 namespace {
@@ -32,8 +33,7 @@ QByteArray requestLine(const QString& id, bool expectsReply = true, const QByteA
 }
 
 int openDescriptorCount() {
-    return static_cast<int>(
-        QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::Files | QDir::System).size());
+    return static_cast<int>(QDir(u"/proc/self/fd"_s).entryList(QDir::Files | QDir::System).size());
 }
 
 class BridgeServerTest : public testing::Test {
@@ -102,26 +102,26 @@ protected:
 
 TEST_F(BridgeServerTest, HandsRequestsToTheMainThreadAndAnswersWithOneLine) {
     SocketClient client;
-    ASSERT_TRUE(client.connectTo(home.supportDir() + QStringLiteral("/bridge.sock")));
+    ASSERT_TRUE(client.connectTo(home.supportDir() + u"/bridge.sock"_s));
     // Only the first line of a chunk counts: the second one here is ignored.
-    ASSERT_TRUE(client.send(requestLine(QStringLiteral("r1"), true, "{\"x\":\"caf\xc3\xa9\"}") +
-                            requestLine(QStringLiteral("ignored"))));
+    ASSERT_TRUE(
+        client.send(requestLine(u"r1"_s, true, "{\"x\":\"caf\xc3\xa9\"}") + requestLine(u"ignored"_s)));
     ASSERT_TRUE(waitForRequests(1));
     EXPECT_TRUE(onMainThread);
     const BridgeRequest& request = received[0]->request();
-    EXPECT_EQ(request.id, QStringLiteral("r1"));
+    EXPECT_EQ(request.id, u"r1"_s);
     EXPECT_EQ(request.payload, QByteArray("{\"x\":\"caf\xc3\xa9\"}"));
 
     const QString text = QString::fromUtf8("{\"decision\":\"a/b\"}\n\xe2\x9c\x93");
     received[0]->reply(text);
-    received[0]->reply(QStringLiteral("second answer is ignored"));
+    received[0]->reply(u"second answer is ignored"_s);
     const auto answer = client.readToEnd();
     ASSERT_TRUE(answer.has_value());
     ASSERT_TRUE(answer->endsWith('\n'));
     EXPECT_EQ(answer->count('\n'), 1);
     const QJsonObject object = QJsonDocument::fromJson(*answer).object();
-    EXPECT_EQ(object.value(QStringLiteral("id")).toString(), QStringLiteral("r1"));
-    EXPECT_EQ(object.value(QStringLiteral("stdout")).toString(), text);
+    EXPECT_EQ(object.value(u"id"_s).toString(), u"r1"_s);
+    EXPECT_EQ(object.value(u"stdout"_s).toString(), text);
 
     EXPECT_TRUE(serves("r2"));
     EXPECT_EQ(received.size(), 2U);
@@ -129,18 +129,18 @@ TEST_F(BridgeServerTest, HandsRequestsToTheMainThreadAndAnswersWithOneLine) {
 
 TEST_F(BridgeServerTest, ClosesARequestThatExpectsNoReplyBeforeHandlingIt) {
     SocketClient client;
-    ASSERT_TRUE(open(client, requestLine(QStringLiteral("quiet"), false)));
+    ASSERT_TRUE(open(client, requestLine(u"quiet"_s, false)));
     // The main loop is not run here: the close must not wait for the handler.
     EXPECT_TRUE(client.sawEndOfFile(5000));
     EXPECT_TRUE(received.empty());
     ASSERT_TRUE(waitForRequests(1));
     EXPECT_TRUE(received[0]->isFinished());
-    received[0]->reply(QStringLiteral("nobody listens")); // a no-op, and no second close
+    received[0]->reply(u"nobody listens"_s); // a no-op, and no second close
 }
 
 TEST_F(BridgeServerTest, DropsBadInputSilentlyAndKeepsServing) {
     // What a bad line is, the decoder's tests say; here: a bad line, and a good one never ended.
-    const QByteArray valid = requestLine(QStringLiteral("ok"));
+    const QByteArray valid = requestLine(u"ok"_s);
     for (const QByteArray& bytes : {QByteArray("not json\n"), valid.chopped(1)}) {
         SocketClient client;
         ASSERT_TRUE(open(client, bytes));
@@ -167,13 +167,13 @@ TEST_F(BridgeServerTest, DropsALineOverTheLimitButTakesOneJustUnder) {
     // The lines are made before connecting: a slow build (sanitisers) must not look like a silent client.
     {
         // Base64 makes a 30 MiB payload a 40 MiB line: over the limit, so the tool hears nothing.
-        const QByteArray over = requestLine(QStringLiteral("over"), true, QByteArray(30 << 20, 'p'));
+        const QByteArray over = requestLine(u"over"_s, true, QByteArray(30 << 20, 'p'));
         SocketClient client;
         ASSERT_TRUE(open(client));
         EXPECT_TRUE(!client.send(over) || client.sawEndOfFile(5000));
     }
     const QByteArray payload(22 << 20, 'p'); // a line of about 29.3 MiB
-    const QByteArray big = requestLine(QStringLiteral("big"), true, payload);
+    const QByteArray big = requestLine(u"big"_s, true, payload);
     SocketClient client;
     ASSERT_TRUE(open(client));
     std::thread writer([&] { client.send(big); });
@@ -215,13 +215,13 @@ TEST_F(BridgeServerTest, SilentClientsHoldUpNoOtherAndEachIsDroppedAtItsOwnDeadl
 
 TEST_F(BridgeServerTest, AClientThatDoesNotReadALongReplyHoldsUpNobodyAndIsDroppedAtItsDeadline) {
     const QString longText(4 << 20, QLatin1Char('x'));
-    const qsizetype fullSize = BridgeProtocol::encodeResponse({QStringLiteral("long"), longText})->size() + 1;
+    const qsizetype fullSize = BridgeProtocol::encodeResponse({u"long"_s, longText})->size() + 1;
     for (const bool reads : {true, false}) {
         SCOPED_TRACE(reads ? "reads late" : "never reads");
         restart({std::chrono::minutes(1), std::chrono::minutes(1),
                  reads ? std::chrono::minutes(1) : std::chrono::milliseconds(100)});
         SocketClient idle;
-        ASSERT_TRUE(open(idle, requestLine(QStringLiteral("long"))));
+        ASSERT_TRUE(open(idle, requestLine(u"long"_s)));
         ASSERT_TRUE(waitForRequests(1));
         // Were the reply written blocking, the next line would wait for the idle client for good;
         // the watchdog then shuts it, so the test fails on the truncated reply instead of hanging.
@@ -251,16 +251,16 @@ TEST_F(BridgeServerTest, APeerThatGoesAwayFirstWithdrawsOnceAndTheReplyThenDoesN
     };
     {
         SocketClient client;
-        ASSERT_TRUE(open(client, requestLine(QStringLiteral("dies"))));
+        ASSERT_TRUE(open(client, requestLine(u"dies"_s)));
         ASSERT_TRUE(waitForRequests(1));
     } // the tool is gone
     ASSERT_TRUE(test::waitUntil([&] { return disconnects == 1; }));
     EXPECT_TRUE(received[0]->isFinished());
-    received[0]->reply(QStringLiteral("too late"));
+    received[0]->reply(u"too late"_s);
 
     // Half-closing the write side while waiting also counts as going away.
     SocketClient halfClosed;
-    ASSERT_TRUE(open(halfClosed, requestLine(QStringLiteral("half"))));
+    ASSERT_TRUE(open(halfClosed, requestLine(u"half"_s)));
     ASSERT_TRUE(waitForRequests(2));
     halfClosed.shutdownWrite();
     ASSERT_TRUE(test::waitUntil([&] { return disconnects == 2; }));
@@ -268,7 +268,7 @@ TEST_F(BridgeServerTest, APeerThatGoesAwayFirstWithdrawsOnceAndTheReplyThenDoesN
 
     // Answered first, then the tool exits: no withdrawal.
     SocketClient answered;
-    ASSERT_TRUE(open(answered, requestLine(QStringLiteral("answered"))));
+    ASSERT_TRUE(open(answered, requestLine(u"answered"_s)));
     ASSERT_TRUE(waitForRequests(3));
     received[2]->reply();
     EXPECT_EQ(answered.readToEnd(), QByteArray("{\"id\":\"answered\"}\n"));
@@ -282,17 +282,17 @@ TEST_F(BridgeServerTest, ReplyAndPeerLossRacingCloseEachConnectionOnce) {
         connection->setOnDisconnect([&] { ++disconnects; });
     };
     // Warm up so lazily opened descriptors (epoll, the event loop's own) are counted in the baseline.
-    ASSERT_TRUE(roundTrip(requestLine(QStringLiteral("warm"))).has_value());
+    ASSERT_TRUE(roundTrip(requestLine(u"warm"_s)).has_value());
     received.clear();
     const int baseline = openDescriptorCount();
 
     constexpr int rounds = 100;
     for (int i = 0; i < rounds; ++i) {
         auto client = std::make_unique<SocketClient>();
-        ASSERT_TRUE(open(*client, requestLine(QStringLiteral("race-%1").arg(i))));
+        ASSERT_TRUE(open(*client, requestLine(u"race-%1"_s.arg(i))));
         ASSERT_TRUE(waitForRequests(static_cast<std::size_t>(i) + 1));
         std::thread killer([&client] { client->close(); });
-        received.back()->reply(QStringLiteral("answer"));
+        received.back()->reply(u"answer"_s);
         killer.join();
     }
     test::waitUntil([&] { return openDescriptorCount() <= baseline; }, 3000);
@@ -321,7 +321,7 @@ TEST_F(BridgeServerTest, AThousandClientsThatConnectAndCloseLeaveTheServerServin
 
 TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
     test::TemporaryHome home;
-    const QString path = home.supportDir() + QStringLiteral("/bridge.sock");
+    const QString path = home.supportDir() + u"/bridge.sock"_s;
     test::writeFile(path, "left by a crash");
     BridgeServer first([](const std::shared_ptr<BridgeConnection>& c) { c->reply(); });
     ASSERT_FALSE(first.start().has_value());
@@ -331,8 +331,7 @@ TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
     EXPECT_EQ(info.st_mode & 0777, 0600U);
 
     // A second copy takes the path over; the first one's stop leaves the new socket alone.
-    BridgeServer second(
-        [](const std::shared_ptr<BridgeConnection>& c) { c->reply(QStringLiteral("second")); });
+    BridgeServer second([](const std::shared_ptr<BridgeConnection>& c) { c->reply(u"second"_s); });
     ASSERT_FALSE(second.start().has_value());
     EXPECT_TRUE(first.socketTakenOver());
     EXPECT_FALSE(second.socketTakenOver());
@@ -340,7 +339,7 @@ TEST(BridgeServerFiles, ReplacesAStaleSocketKeepsItPrivateAndRemovesItOnStop) {
     EXPECT_TRUE(QFileInfo::exists(path));
     SocketClient client;
     ASSERT_TRUE(client.connectTo(path));
-    ASSERT_TRUE(client.send(requestLine(QStringLiteral("who"))));
+    ASSERT_TRUE(client.send(requestLine(u"who"_s)));
     ASSERT_TRUE(test::waitUntil([&] { return client.peerClosed(0); }));
     EXPECT_TRUE(client.readToEnd().value_or(QByteArray()).contains("second"));
 
@@ -359,9 +358,9 @@ TEST(BridgeServerFiles, ReportsWhyItCouldNotOpenTheSocket) {
     EXPECT_EQ(error->code, ENAMETOOLONG);
     EXPECT_TRUE(error->description.contains(longDir));
 
-    const QString blocked = home.path() + QStringLiteral("/file");
+    const QString blocked = home.path() + u"/file"_s;
     test::writeFile(blocked, "a file where a folder should be");
-    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(blocked + QStringLiteral("/support")));
+    qputenv("MIRROWISP_SUPPORT_DIR", QFile::encodeName(blocked + u"/support"_s));
     BridgeServer noDirectory([](const std::shared_ptr<BridgeConnection>&) {});
     const auto dirError = noDirectory.start();
     ASSERT_TRUE(dirError.has_value());

@@ -14,10 +14,11 @@
 
 using namespace mirrowisp;
 using namespace mirrowisp::AgentEnvironment;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString bash = QStringLiteral("/bin/bash");
+const QString bash = u"/bin/bash"_s;
 
 using mirrowisp::test::writeFile;
 
@@ -34,9 +35,9 @@ protected:
         for (const char* name : {"CLAUDE_CONFIG_DIR", "CODEX_HOME", "GEMINI_CLI_HOME", "COPILOT_HOME"}) {
             environment_.unset(name);
         }
-        environment_.set("XDG_DATA_HOME", QFile::encodeName(home_.path() + QStringLiteral("/.local/share")));
-        environment_.set("XDG_DATA_DIRS", QFile::encodeName(dataDirs_.path() + QStringLiteral("/one:") +
-                                                            dataDirs_.path() + QStringLiteral("/two")));
+        environment_.set("XDG_DATA_HOME", QFile::encodeName(home_.path() + u"/.local/share"_s));
+        environment_.set("XDG_DATA_DIRS",
+                         QFile::encodeName(dataDirs_.path() + u"/one:"_s + dataDirs_.path() + u"/two"_s));
     }
     ~AgentEnvironmentTest() override { setCurrent(saved_); }
 
@@ -53,7 +54,7 @@ protected:
 
 bool systemHasAnyTool() {
     for (AgentKind kind : AgentKinds::all) {
-        for (const QString& path : cli(kind, QStringLiteral("/nonexistent-home")).fallbacks) {
+        for (const QString& path : cli(kind, u"/nonexistent-home"_s).fallbacks) {
             if (isExecutableFile(path)) {
                 return true;
             }
@@ -68,30 +69,28 @@ TEST(AgentEnvironmentProbeOutput, ReadsOnlyWhatFollowsTheFirstSentinel) {
     const QString text = QStringLiteral("Welcome!\nBANNER=before\n__MIRROWISP__\n"
                                         "A=1\n\nB=x=y\nC=\n=D\nE= \t spaced \t\nBLANK= \t\nnothing\nA=2\n"
                                         "__MIRROWISP__\nF=3\n");
-    const QMap<QString, QString> expected = {{QStringLiteral("A"), QStringLiteral("2")},
-                                             {QStringLiteral("B"), QStringLiteral("x=y")},
-                                             {QStringLiteral("E"), QStringLiteral("spaced")},
-                                             {QStringLiteral("F"), QStringLiteral("3")}};
+    const QMap<QString, QString> expected = {
+        {u"A"_s, u"2"_s}, {u"B"_s, u"x=y"_s}, {u"E"_s, u"spaced"_s}, {u"F"_s, u"3"_s}};
     EXPECT_EQ(parseProbeOutput(text), expected);
-    EXPECT_TRUE(parseProbeOutput(QStringLiteral("A=1\n__MIRROWISP__")).isEmpty());
+    EXPECT_TRUE(parseProbeOutput(u"A=1\n__MIRROWISP__"_s).isEmpty());
 }
 
 TEST_F(AgentEnvironmentTest, BuildsDirectoriesFromTheShellsValues) {
-    const Locations found = locations({{QStringLiteral("CLAUDE_CONFIG_DIR"), QStringLiteral("/srv/a=b/")},
-                                       {QStringLiteral("CODEX_HOME"), QStringLiteral("~/x")},
-                                       {QStringLiteral("XDG_CONFIG_HOME"), QStringLiteral("~")},
-                                       {QStringLiteral("GEMINI_CLI_HOME"), QStringLiteral("/a")},
-                                       {QStringLiteral("COPILOT_HOME"), QStringLiteral("~root/cp")}},
+    const Locations found = locations({{u"CLAUDE_CONFIG_DIR"_s, u"/srv/a=b/"_s},
+                                       {u"CODEX_HOME"_s, u"~/x"_s},
+                                       {u"XDG_CONFIG_HOME"_s, u"~"_s},
+                                       {u"GEMINI_CLI_HOME"_s, u"/a"_s},
+                                       {u"COPILOT_HOME"_s, u"~root/cp"_s}},
                                       home());
     EXPECT_EQ(found.home, home());
-    EXPECT_EQ(found.dir(AgentKind::claude), QStringLiteral("/srv/a=b"));
+    EXPECT_EQ(found.dir(AgentKind::claude), u"/srv/a=b"_s);
     EXPECT_EQ(found.dir(AgentKind::codex), at("x"));
     EXPECT_EQ(found.dir(AgentKind::cursor), at(".cursor"));
     EXPECT_EQ(found.dir(AgentKind::opencode), at("opencode"));
     EXPECT_EQ(found.dir(AgentKind::amp), at("amp"));
     EXPECT_EQ(found.dir(AgentKind::devin), at("devin"));
-    EXPECT_EQ(found.dir(AgentKind::gemini), QStringLiteral("/a/.gemini"));
-    EXPECT_EQ(found.dir(AgentKind::copilot), QStringLiteral("/root/cp"));
+    EXPECT_EQ(found.dir(AgentKind::gemini), u"/a/.gemini"_s);
+    EXPECT_EQ(found.dir(AgentKind::copilot), u"/root/cp"_s);
 }
 
 TEST_F(AgentEnvironmentTest, TakesTheShellsToolOnlyWhenItIsAnExecutableFile) {
@@ -100,10 +99,10 @@ TEST_F(AgentEnvironmentTest, TakesTheShellsToolOnlyWhenItIsAnExecutableFile) {
     writeFile(at(".claude/local/claude"), "#!/bin/sh\n", true);
     writeFile(at(".local/bin/claude"), "#!/bin/sh\n", true);
     QDir().mkpath(at(".local/bin/amp")); // a directory is no tool
-    const Locations found = locations({{QStringLiteral("cli.claude"), QStringLiteral("alias claude='x'")},
-                                       {QStringLiteral("cli.codex"), at("tools/codex")},
-                                       {QStringLiteral("cli.gemini"), at("tools/gemini")},
-                                       {QStringLiteral("cli.amp"), QStringLiteral("amp")}},
+    const Locations found = locations({{u"cli.claude"_s, u"alias claude='x'"_s},
+                                       {u"cli.codex"_s, at("tools/codex")},
+                                       {u"cli.gemini"_s, at("tools/gemini")},
+                                       {u"cli.amp"_s, u"amp"_s}},
                                       home());
     EXPECT_EQ(found.clis.value(AgentKind::claude), at(".local/bin/claude")); // the table's order
     EXPECT_EQ(found.clis.value(AgentKind::codex), at("tools/codex"));
@@ -120,7 +119,7 @@ TEST_F(AgentEnvironmentTest, ReadsTheLoginShellsValuesPastItsBanners) {
                                        sourceBashrc);
     writeFile(at(".bashrc"), bashrcGuard + "echo 'interactive hello'\n");
     const Locations found = probe(bash, home(), 5.0);
-    EXPECT_EQ(found.dir(AgentKind::claude), QStringLiteral("/srv/claude=config"));
+    EXPECT_EQ(found.dir(AgentKind::claude), u"/srv/claude=config"_s);
     EXPECT_EQ(found.dir(AgentKind::codex), at("codex home"));
     EXPECT_EQ(found.dir(AgentKind::copilot), at("cp"));
 }
@@ -132,7 +131,7 @@ TEST_F(AgentEnvironmentTest, AsksThePlainLoginShellWhenTheInteractiveOneHangs) {
     QElapsedTimer clock;
     clock.start();
     const Locations found = probe(bash, home(), 1.0);
-    EXPECT_EQ(found.dir(AgentKind::codex), QStringLiteral("/from/login"));
+    EXPECT_EQ(found.dir(AgentKind::codex), u"/from/login"_s);
     EXPECT_GE(clock.elapsed(), 1000); // the first attempt waited out its time-out
     EXPECT_LT(clock.elapsed(), 4000);
 }
@@ -175,12 +174,11 @@ TEST_F(AgentEnvironmentTest, ReadsEachShellsProfileAndTreatsBlankValuesAsUnset) 
     const Case cases[] = {
         {"blank XDG", bash, ".bash_profile", blank, AgentKind::opencode, at(".config/opencode")},
         {"blank Claude", bash, ".bash_profile", blank, AgentKind::claude, at(".claude")},
-        {"POSIX shell", QStringLiteral("/bin/sh"), ".profile",
-         "echo 'dash says hi'\nCODEX_HOME=/posix; export CODEX_HOME\n", AgentKind::codex,
-         QStringLiteral("/posix")},
+        {"POSIX shell", u"/bin/sh"_s, ".profile",
+         "echo 'dash says hi'\nCODEX_HOME=/posix; export CODEX_HOME\n", AgentKind::codex, u"/posix"_s},
         {"megabytes of banner", bash, ".bash_profile",
          "head -c 8000000 /dev/zero | tr '\\0' '#'\necho\nexport CODEX_HOME=/big\n", AgentKind::codex,
-         QStringLiteral("/big")},
+         u"/big"_s},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -229,13 +227,13 @@ TEST_F(AgentEnvironmentTest, CountsFilesAnAgentLeftBehindButNotItsBareDirectory)
     }
 
     writeFile(at(".claude.json"), "{}");
-    QDir().mkpath(here.dir(AgentKind::codex) + QStringLiteral("/sessions"));
-    writeFile(here.dir(AgentKind::cursor) + QStringLiteral("/cli-config.json"), "{}");
+    QDir().mkpath(here.dir(AgentKind::codex) + u"/sessions"_s);
+    writeFile(here.dir(AgentKind::cursor) + u"/cli-config.json"_s, "{}");
     writeFile(at(".local/share/opencode/opencode.db"), ""); // under the home, whatever the XDG folder
     writeFile(at("xdg/amp/settings.jsonc"), "{}");
     QDir().mkpath(at(".local/share/devin"));
-    QDir().mkpath(here.dir(AgentKind::gemini) + QStringLiteral("/tmp"));
-    writeFile(here.dir(AgentKind::copilot) + QStringLiteral("/config.json"), "{}");
+    QDir().mkpath(here.dir(AgentKind::gemini) + u"/tmp"_s);
+    writeFile(here.dir(AgentKind::copilot) + u"/config.json"_s, "{}");
     for (AgentKind kind : AgentKinds::all) {
         EXPECT_TRUE(isInstalled(kind)) << AgentKinds::rawValue(kind).toStdString();
     }
@@ -243,14 +241,14 @@ TEST_F(AgentEnvironmentTest, CountsFilesAnAgentLeftBehindButNotItsBareDirectory)
 
 TEST_F(AgentEnvironmentTest, CountsAFoundToolAndADesktopEntry) {
     Locations here = Locations::standard(home());
-    here.clis[AgentKind::amp] = QStringLiteral("/opt/amp/bin/amp");
+    here.clis[AgentKind::amp] = u"/opt/amp/bin/amp"_s;
     setCurrent(here);
     EXPECT_TRUE(isInstalled(AgentKind::amp));
 
     EXPECT_FALSE(isInstalled(AgentKind::cursor));
     EXPECT_FALSE(isInstalled(AgentKind::devin));
     writeFile(at(".local/share/applications/cursor.desktop"), "[Desktop Entry]\n");
-    writeFile(dataDirs_.path() + QStringLiteral("/two/applications/windsurf.desktop"), "[Desktop Entry]\n");
+    writeFile(dataDirs_.path() + u"/two/applications/windsurf.desktop"_s, "[Desktop Entry]\n");
     writeFile(at(".local/share/applications/claude.desktop"), "[Desktop Entry]\n"); // no such app on Linux
     EXPECT_TRUE(isInstalled(AgentKind::cursor));
     EXPECT_TRUE(isInstalled(AgentKind::devin));
@@ -271,15 +269,14 @@ TEST_F(AgentEnvironmentTest, ResolvePublishesOnTheMainThreadAndThenRunsTheComple
     });
     ASSERT_TRUE(test::waitUntil([&] { return done; }, 15000));
     EXPECT_TRUE(onMain);
-    EXPECT_EQ(seen, QStringLiteral("/resolved"));
-    EXPECT_EQ(current().dir(AgentKind::codex), QStringLiteral("/resolved"));
+    EXPECT_EQ(seen, u"/resolved"_s);
+    EXPECT_EQ(current().dir(AgentKind::codex), u"/resolved"_s);
 }
 
 TEST(AgentEnvironmentTilde, ExpandsOnlyALeadingTilde) {
-    EXPECT_EQ(expandTilde(QStringLiteral("~"), QStringLiteral("/h")), QStringLiteral("/h"));
-    EXPECT_EQ(expandTilde(QStringLiteral("~/a/~b"), QStringLiteral("/h")), QStringLiteral("/h/a/~b"));
-    EXPECT_EQ(expandTilde(QStringLiteral("/a/~"), QStringLiteral("/h")), QStringLiteral("/a/~"));
-    EXPECT_EQ(expandTilde(QStringLiteral("~root/x"), QStringLiteral("/h")), QStringLiteral("/root/x"));
-    EXPECT_EQ(expandTilde(QStringLiteral("~no-such-user-here/x"), QStringLiteral("/h")),
-              QStringLiteral("~no-such-user-here/x"));
+    EXPECT_EQ(expandTilde(u"~"_s, u"/h"_s), u"/h"_s);
+    EXPECT_EQ(expandTilde(u"~/a/~b"_s, u"/h"_s), u"/h/a/~b"_s);
+    EXPECT_EQ(expandTilde(u"/a/~"_s, u"/h"_s), u"/a/~"_s);
+    EXPECT_EQ(expandTilde(u"~root/x"_s, u"/h"_s), u"/root/x"_s);
+    EXPECT_EQ(expandTilde(u"~no-such-user-here/x"_s, u"/h"_s), u"~no-such-user-here/x"_s);
 }

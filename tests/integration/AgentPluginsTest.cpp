@@ -10,14 +10,14 @@
 #include <QStandardPaths>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using mirrowisp::test::HookTest;
 
 namespace {
 
 ProcessRun runNode(const QStringList& arguments, const QString& directory,
                    const QStringList& environment = {}) {
-    return test::runProcess(QStandardPaths::findExecutable(QStringLiteral("node")), arguments, {}, directory,
-                            environment);
+    return test::runProcess(QStandardPaths::findExecutable(u"node"_s), arguments, {}, directory, environment);
 }
 
 // Stands in for the bridge: logs "<arguments>\t<stdin>" and answers requests by tool.
@@ -135,7 +135,7 @@ QList<QPair<QString, QJsonObject>> logged(const QString& log) {
 QList<QJsonObject> named(const QList<QPair<QString, QJsonObject>>& events, const char* name) {
     QList<QJsonObject> found;
     for (const auto& [arguments, event] : events) {
-        if (event.value(QStringLiteral("hook_event_name")).toString() == QLatin1String(name)) {
+        if (event.value(u"hook_event_name"_s).toString() == QLatin1String(name)) {
             found.append(event);
         }
     }
@@ -146,14 +146,13 @@ class PluginTest : public HookTest {
 protected:
     void SetUp() override {
         HookTest::SetUp();
-        node_ = QStandardPaths::findExecutable(QStringLiteral("node"));
+        node_ = QStandardPaths::findExecutable(u"node"_s);
     }
     // The plugin as a module node can load, pointing at the stand-in bridge.
     QString writeModule(AgentKind kind) {
-        bridge_ = home() + QStringLiteral("/tools/bridge stand-in");
+        bridge_ = home() + u"/tools/bridge stand-in"_s;
         writeFile(bridge_, standInBridge, true);
-        const QString module =
-            home() + QStringLiteral("/plugin-") + AgentKinds::rawValue(kind) + QStringLiteral(".mjs");
+        const QString module = home() + u"/plugin-"_s + AgentKinds::rawValue(kind) + u".mjs"_s;
         writeFile(module, AgentPlugins::source(kind, bridge_)->toUtf8());
         return module;
     }
@@ -164,7 +163,7 @@ protected:
 } // namespace
 
 TEST_F(PluginTest, OnlyOpenCodeAndAmpHavePluginsMarkedAndNamingTheBridgeInOneLiteral) {
-    const QString odd = QStringLiteral("/home/o'neil/\"quoted\" \\dir\n/mirrowisp-bridge");
+    const QString odd = u"/home/o'neil/\"quoted\" \\dir\n/mirrowisp-bridge"_s;
     for (const AgentKind kind : AgentKinds::all) {
         SCOPED_TRACE(AgentKinds::rawValue(kind).toStdString());
         const auto source = AgentPlugins::source(kind, odd);
@@ -173,17 +172,17 @@ TEST_F(PluginTest, OnlyOpenCodeAndAmpHavePluginsMarkedAndNamingTheBridgeInOneLit
             continue;
         }
         // Marked even when the tool lives at a path that doesn't name it.
-        EXPECT_TRUE(AgentPlugins::source(kind, QStringLiteral("/opt/tool"))->contains(HookInstaller::marker));
+        EXPECT_TRUE(AgentPlugins::source(kind, u"/opt/tool"_s)->contains(HookInstaller::marker));
         EXPECT_TRUE(source->contains(
-            QStringLiteral("const BRIDGE = \"/home/o'neil/\\\"quoted\\\" \\\\dir\\n/mirrowisp-bridge\"\n")));
+            u"const BRIDGE = \"/home/o'neil/\\\"quoted\\\" \\\\dir\\n/mirrowisp-bridge\"\n"_s));
         if (node_.isEmpty()) {
             continue;
         }
         // node reads the literal back to the very path.
-        const QString module = home() + QStringLiteral("/quoted.mjs");
+        const QString module = home() + u"/quoted.mjs"_s;
         writeFile(module, source->toUtf8());
         const ProcessRun run = runNode(
-            {QStringLiteral("--input-type=module"), QStringLiteral("-e"),
+            {u"--input-type=module"_s, u"-e"_s,
              QStringLiteral("const s = (await import('node:fs')).readFileSync(process.argv[1], 'utf8');"
                             "const m = s.match(/const BRIDGE = (.*)\\n/); console.log(JSON.parse(m[1]))"),
              module},
@@ -199,23 +198,23 @@ TEST_F(PluginTest, TheAmpPluginSendsClaudeShapedEventsOneWay) {
         GTEST_SKIP() << "node is not installed";
     }
     const QString module = writeModule(AgentKind::amp);
-    const QString harness = home() + QStringLiteral("/amp-harness.mjs");
+    const QString harness = home() + u"/amp-harness.mjs"_s;
     writeFile(harness, ampHarness);
-    const QString log = home() + QStringLiteral("/amp.log");
-    const ProcessRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
+    const QString log = home() + u"/amp.log"_s;
+    const ProcessRun run = runNode({harness, module}, home(), {u"MW_LOG="_s + log});
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
 
     const auto events = logged(log);
     ASSERT_EQ(events.size(), 8);
     for (const auto& [arguments, event] : events) {
-        EXPECT_EQ(arguments, QStringLiteral("--agent amp"));
-        EXPECT_EQ(event.value(QStringLiteral("cwd")).toString(), home());
+        EXPECT_EQ(arguments, u"--agent amp"_s);
+        EXPECT_EQ(event.value(u"cwd"_s).toString(), home());
     }
     const auto expect = [&](const char* name, const char* json) {
         const QList<QJsonObject> found = named(events, name);
         QJsonObject want = jsonObject(QByteArray(json));
-        want.insert(QStringLiteral("hook_event_name"), QString::fromLatin1(name));
-        want.insert(QStringLiteral("cwd"), home());
+        want.insert(u"hook_event_name"_s, QString::fromLatin1(name));
+        want.insert(u"cwd"_s, home());
         EXPECT_TRUE(found.contains(want)) << name << ": " << QJsonDocument(want).toJson().constData();
     };
     expect("SessionStart", R"({"session_id": "T-1"})");
@@ -235,35 +234,35 @@ TEST_F(PluginTest, TheOpenCodePluginAsksAnswersAndWithdraws) {
         GTEST_SKIP() << "node is not installed";
     }
     const QString module = writeModule(AgentKind::opencode);
-    const QString harness = home() + QStringLiteral("/opencode-harness.mjs");
+    const QString harness = home() + u"/opencode-harness.mjs"_s;
     writeFile(harness, openCodeHarness);
-    const QString log = home() + QStringLiteral("/opencode.log");
-    const ProcessRun run = runNode({harness, module}, home(), {QStringLiteral("MW_LOG=") + log});
+    const QString log = home() + u"/opencode.log"_s;
+    const ProcessRun run = runNode({harness, module}, home(), {u"MW_LOG="_s + log});
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
     const QJsonObject result = jsonObject(run.out.trimmed());
 
     // A sub-session sends nothing at all.
-    EXPECT_EQ(result.value(QStringLiteral("childSpawns")).toInt(), 0);
+    EXPECT_EQ(result.value(u"childSpawns"_s).toInt(), 0);
     // The withdrawn request's bridge was killed, so nothing is left running.
-    EXPECT_EQ(result.value(QStringLiteral("alive")).toInt(), 0);
+    EXPECT_EQ(result.value(u"alive"_s).toInt(), 0);
 
     const auto events = logged(log);
     for (const auto& [arguments, event] : events) {
-        EXPECT_EQ(arguments, QStringLiteral("--agent opencode"));
-        EXPECT_EQ(event.value(QStringLiteral("session_id")).toString(), QStringLiteral("s1"));
+        EXPECT_EQ(arguments, u"--agent opencode"_s);
+        EXPECT_EQ(event.value(u"session_id"_s).toString(), u"s1"_s);
     }
     // Each of these once, with the field that shows it was translated (none: only counted).
     const struct {
         const char* name;
         const char* field;
         QJsonValue value;
-    } once[] = {{"SessionStart", "cwd", QStringLiteral("/tmp/proj")},
-                {"UserPromptSubmit", "prompt", QStringLiteral("hello\nworld")},
+    } once[] = {{"SessionStart", "cwd", u"/tmp/proj"_s},
+                {"UserPromptSubmit", "prompt", u"hello\nworld"_s},
                 {"PreToolUse", "tool_input",
                  jsonObject(R"({"filePath": "/a", "file_path": "/a", "oldString": "x", "old_string": "x",
                                 "newString": "y", "new_string": "y"})")},
-                {"PreToolUse", "tool_name", QStringLiteral("Edit")},
-                {"PostToolUse", "tool_name", QStringLiteral("apply_patch")},
+                {"PreToolUse", "tool_name", u"Edit"_s},
+                {"PostToolUse", "tool_name", u"apply_patch"_s},
                 {"Stop", nullptr, {}},
                 {"StopFailure", nullptr, {}},
                 {"SessionEnd", nullptr, {}}};
@@ -278,38 +277,35 @@ TEST_F(PluginTest, TheOpenCodePluginAsksAnswersAndWithdraws) {
 
     QJsonObject bash, question;
     for (const QJsonObject& event : named(events, "PermissionRequest")) {
-        if (event.value(QStringLiteral("tool_name")) == QStringLiteral("Bash")) {
+        if (event.value(u"tool_name"_s) == u"Bash"_s) {
             bash = event;
-        } else if (event.value(QStringLiteral("tool_name")) == QStringLiteral("AskUserQuestion")) {
+        } else if (event.value(u"tool_name"_s) == u"AskUserQuestion"_s) {
             question = event;
         }
     }
-    EXPECT_EQ(bash.value(QStringLiteral("tool_input")).toObject(),
+    EXPECT_EQ(bash.value(u"tool_input"_s).toObject(),
               jsonObject(R"({"patterns": ["git status", "git log"], "command": "git status git log"})"));
-    EXPECT_EQ(bash.value(QStringLiteral("permission_suggestions")).toArray(),
+    EXPECT_EQ(bash.value(u"permission_suggestions"_s).toArray(),
               QJsonArray{jsonObject(R"({"type": "always"})")});
-    EXPECT_EQ(question.value(QStringLiteral("tool_input")).toObject(), jsonObject(R"({"questions": [
+    EXPECT_EQ(question.value(u"tool_input"_s).toObject(), jsonObject(R"({"questions": [
         {"question": "Pick?", "header": "Choose", "multiSelect": true,
          "options": [{"label": "A", "description": "first"}, {"label": "B"}]},
         {"question": "One?", "header": "Single", "multiSelect": false, "options": [{"label": "x, y"}]}]})"));
 
     QMap<QString, QJsonObject> posts;
-    for (const QJsonValue& post : result.value(QStringLiteral("posts")).toArray()) {
+    for (const QJsonValue& post : result.value(u"posts"_s).toArray()) {
         const QJsonObject request = post.toObject();
-        EXPECT_EQ(request.value(QStringLiteral("headers")).toObject(),
+        EXPECT_EQ(request.value(u"headers"_s).toObject(),
                   jsonObject(R"({"Content-Type": "application/json"})"));
-        posts.insert(request.value(QStringLiteral("url")).toString(),
-                     request.value(QStringLiteral("body")).toObject());
+        posts.insert(request.value(u"url"_s).toString(), request.value(u"body"_s).toObject());
     }
-    EXPECT_EQ(posts.keys(),
-              (QStringList{QStringLiteral("/permission/p1/reply"), QStringLiteral("/permission/p2/reply"),
-                           QStringLiteral("/permission/p4/reply"), QStringLiteral("/question/q1/reply")}));
-    EXPECT_EQ(posts.value(QStringLiteral("/permission/p1/reply")), jsonObject(R"({"reply": "always"})"));
-    EXPECT_EQ(posts.value(QStringLiteral("/permission/p2/reply")),
+    EXPECT_EQ(posts.keys(), (QStringList{u"/permission/p1/reply"_s, u"/permission/p2/reply"_s,
+                                         u"/permission/p4/reply"_s, u"/question/q1/reply"_s}));
+    EXPECT_EQ(posts.value(u"/permission/p1/reply"_s), jsonObject(R"({"reply": "always"})"));
+    EXPECT_EQ(posts.value(u"/permission/p2/reply"_s),
               jsonObject(R"({"reply": "reject", "message": "not that site"})"));
-    EXPECT_EQ(posts.value(QStringLiteral("/permission/p4/reply")), jsonObject(R"({"reply": "once"})"));
-    EXPECT_EQ(posts.value(QStringLiteral("/question/q1/reply")),
-              jsonObject(R"({"answers": [["A", "B"], ["x, y"]]})"));
+    EXPECT_EQ(posts.value(u"/permission/p4/reply"_s), jsonObject(R"({"reply": "once"})"));
+    EXPECT_EQ(posts.value(u"/question/q1/reply"_s), jsonObject(R"({"answers": [["A", "B"], ["x, y"]]})"));
 }
 
 // ---- Installing plugins ----

@@ -10,6 +10,7 @@
 #include <QJsonObject>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using mirrowisp::test::HookTest;
 
 namespace {
@@ -26,7 +27,7 @@ QString codexDir() {
 // One trust table as Codex writes it, for our hooks.json unless told otherwise.
 QByteArray table(const char* event, const QByteArray& hash, const char* extra = "",
                  const QString& hooksFile = {}) {
-    const QString file = hooksFile.isEmpty() ? codexDir() + QStringLiteral("/hooks.json") : hooksFile;
+    const QString file = hooksFile.isEmpty() ? codexDir() + u"/hooks.json"_s : hooksFile;
     return "[hooks.state.\"" + file.toUtf8() + ":" + event + ":0:0\"]\ntrusted_hash = \"" + hash + "\"\n" +
            extra + "\n";
 }
@@ -53,7 +54,7 @@ TEST_F(HookTest, TrustTablesAreReadOnlyForOurHooksFile) {
     text += "  [hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:pre_tool_use:0:0\"]  \n";
     text += "\ttrusted_hash\t=\t\"h-pre\"  \n";
     text += "enabled = maybe\n";
-    text += table("post_tool_use", "old-path", "", home() + QStringLiteral("/old codex/hooks.json"));
+    text += table("post_tool_use", "old-path", "", home() + u"/old codex/hooks.json"_s);
     text += "[profiles.other]\ntrusted_hash = \"not-a-hook\"\n";
     // No ":" after the event: no record, so its hash must not reach "stop".
     text += "[hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:stop\"]\ntrusted_hash = \"no-event\"\n";
@@ -61,22 +62,20 @@ TEST_F(HookTest, TrustTablesAreReadOnlyForOurHooksFile) {
     text += table("session_start", "second");
     text +=
         "[hooks.state.\"" + codexDir().toUtf8() + "/hooks.json:session_end:0:0\"]\nenabled=false\n=x\nkey=\n";
-    writeFile(codexDir() + QStringLiteral("/config.toml"), text);
+    writeFile(codexDir() + u"/config.toml"_s, text);
 
     const QMap<QString, HookInstaller::CodexTrust> states = HookInstaller::codexTrustStates();
-    EXPECT_EQ(states.keys(), (QStringList{QStringLiteral("pre_tool_use"), QStringLiteral("session_end"),
-                                          QStringLiteral("session_start"), QStringLiteral("stop")}));
-    EXPECT_EQ(states.value(QStringLiteral("stop")),
-              (HookInstaller::CodexTrust{QStringLiteral("h-stop"), false}));
-    EXPECT_EQ(states.value(QStringLiteral("pre_tool_use")),
-              (HookInstaller::CodexTrust{QStringLiteral("h-pre"), true}));
-    EXPECT_EQ(states.value(QStringLiteral("session_start")).hash, QStringLiteral("second"));
-    EXPECT_EQ(states.value(QStringLiteral("session_end")), (HookInstaller::CodexTrust{std::nullopt, false}));
+    EXPECT_EQ(states.keys(),
+              (QStringList{u"pre_tool_use"_s, u"session_end"_s, u"session_start"_s, u"stop"_s}));
+    EXPECT_EQ(states.value(u"stop"_s), (HookInstaller::CodexTrust{u"h-stop"_s, false}));
+    EXPECT_EQ(states.value(u"pre_tool_use"_s), (HookInstaller::CodexTrust{u"h-pre"_s, true}));
+    EXPECT_EQ(states.value(u"session_start"_s).hash, u"second"_s);
+    EXPECT_EQ(states.value(u"session_end"_s), (HookInstaller::CodexTrust{std::nullopt, false}));
 }
 
 TEST_F(HookTest, AMissingOrBinaryConfigHasNoTrust) {
     EXPECT_TRUE(HookInstaller::codexTrustStates().isEmpty());
-    writeFile(codexDir() + QStringLiteral("/config.toml"),
+    writeFile(codexDir() + u"/config.toml"_s,
               QByteArray("\x89PNG\r\n\x1a\n\xff\xfe\x00\x01", 12) + table("stop", "h"));
     EXPECT_TRUE(HookInstaller::codexTrustStates().isEmpty());
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
@@ -86,7 +85,7 @@ TEST_F(HookTest, AMissingOrBinaryConfigHasNoTrust) {
 // ---- The status ----
 
 TEST_F(HookTest, CodexStatusWeighsTrustBeforeTurnedOff) {
-    const QString config = codexDir() + QStringLiteral("/config.toml");
+    const QString config = codexDir() + u"/config.toml"_s;
     // Not installed: nothing to approve.
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
@@ -104,7 +103,7 @@ TEST_F(HookTest, CodexStatusWeighsTrustBeforeTurnedOff) {
 }
 
 TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
-    const QString config = codexDir() + QStringLiteral("/config.toml");
+    const QString config = codexDir() + u"/config.toml"_s;
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     writeFile(config, allTrusted("h-"));
     ASSERT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
@@ -114,23 +113,18 @@ TEST_F(HookTest, RewritingHooksMakesTheOldTrustStaleUntilCodexTrustsAgain) {
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
     // A change to the file (ours went missing from one event) rewrites it: the same hashes no longer count.
-    QJsonObject file = readJsonObject(codexDir() + QStringLiteral("/hooks.json"));
-    QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
-    hooks.remove(QStringLiteral("Stop"));
-    file.insert(QStringLiteral("hooks"), hooks);
-    writeFile(codexDir() + QStringLiteral("/hooks.json"), QJsonDocument(file).toJson());
+    QJsonObject file = readJsonObject(codexDir() + u"/hooks.json"_s);
+    QJsonObject hooks = file.value(u"hooks"_s).toObject();
+    hooks.remove(u"Stop"_s);
+    file.insert(u"hooks"_s, hooks);
+    writeFile(codexDir() + u"/hooks.json"_s, QJsonDocument(file).toJson());
     clearBackups();
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
-    EXPECT_EQ(defaults()
-                  .dictionary(QStringLiteral("staleCodexTrustHashes"))
-                  ->value(QStringLiteral("stop"))
-                  .toString(),
-              QStringLiteral("h-stop"));
+    EXPECT_EQ(defaults().dictionary(u"staleCodexTrustHashes"_s)->value(u"stop"_s).toString(), u"h-stop"_s);
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::needsApproval);
 
     // A snapshot that is not all strings is no snapshot.
-    defaults().set(QStringLiteral("staleCodexTrustHashes"),
-                   QJsonObject{{QStringLiteral("stop"), QStringLiteral("h-stop")}, {QStringLiteral("n"), 1}});
+    defaults().set(u"staleCodexTrustHashes"_s, QJsonObject{{u"stop"_s, u"h-stop"_s}, {u"n"_s, 1}});
     EXPECT_EQ(HookInstaller::codexHookStatus(defaults()), CodexHookStatus::ready);
 
     writeFile(config, allTrusted("new-"));
@@ -159,9 +153,9 @@ TEST_F(HookTest, SetupIsDecidedTopToBottom) {
 
     ASSERT_FALSE(HookInstaller::install(AgentKind::codex, defaults()));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexNeedsApproval));
-    writeFile(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-", "stop"));
+    writeFile(codexDir() + u"/config.toml"_s, allTrusted("h-", "stop"));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::of(K::codexHooksOff));
-    writeFile(codexDir() + QStringLiteral("/config.toml"), allTrusted("h-"));
+    writeFile(codexDir() + u"/config.toml"_s, allTrusted("h-"));
     EXPECT_EQ(setup(AgentKind::codex, 5.0, everyoneInstalled), AgentSetup::connected(5.0));
 }
 
@@ -178,10 +172,10 @@ TEST(AgentSetupSummary, TheLastSeenPhraseChangesUnitAtItsBoundaries) {
     };
     for (const auto& [ago, phrase] : cases) {
         EXPECT_EQ(AgentSetup::connected(now - ago).summary(now, false),
-                  QStringLiteral("Connected. ") + QString::fromLatin1(phrase));
+                  u"Connected. "_s + QString::fromLatin1(phrase));
     }
     EXPECT_EQ(AgentSetup::of(AgentSetup::Kind::codexNeedsApproval).fix(), SetupFix::approveInCodex);
-    EXPECT_EQ(AgentSetup::unreadableConfig(QStringLiteral("x")).fix(), SetupFix::fixSettingsFile);
+    EXPECT_EQ(AgentSetup::unreadableConfig(u"x"_s).fix(), SetupFix::fixSettingsFile);
     EXPECT_EQ(AgentSetup::connected(1.0).fix(), std::nullopt);
 }
 
@@ -200,12 +194,10 @@ TEST(CodexApproval, TheDesktopAppsSettingsOpenOnlyWhenItIsThere) {
     EXPECT_FALSE(none.openedSettings);
     EXPECT_EQ(opened, 0);
 
-    const CodexHookApproval::AppLookup lookup = [](const QString& id) {
-        return id == QStringLiteral("com.openai.codex");
-    };
+    const CodexHookApproval::AppLookup lookup = [](const QString& id) { return id == u"com.openai.codex"_s; };
     const CodexHookApproval::Guidance app = CodexHookApproval::open(lookup, opener);
     EXPECT_TRUE(app.openedSettings);
-    EXPECT_EQ(asked, QUrl(QStringLiteral("codex://settings")));
+    EXPECT_EQ(asked, QUrl(u"codex://settings"_s));
     EXPECT_NE(app.steps, none.steps);
 
     const CodexHookApproval::Guidance refused =

@@ -15,6 +15,7 @@
 #include <vector>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 using mirrowisp::test::HookTest;
 
 namespace {
@@ -90,17 +91,16 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
         SCOPED_TRACE(AgentKinds::rawValue(c.kind).toStdString() + " " + c.event);
         ASSERT_FALSE(HookInstaller::install(c.kind, defaults()));
         const QJsonObject file = readJsonObject(settingsOf(c.kind));
-        const QJsonObject hooks = file.value(QStringLiteral("hooks")).toObject();
+        const QJsonObject hooks = file.value(u"hooks"_s).toObject();
         EXPECT_EQ(hooks.size(), c.eventCount);
-        EXPECT_EQ(hooks.value(QString::fromLatin1(c.event)),
-                  expected(c.kind, c.entries).value(QStringLiteral("x")));
+        EXPECT_EQ(hooks.value(QString::fromLatin1(c.event)), expected(c.kind, c.entries).value(u"x"_s));
         // Only Claude has a status line, and it is ours while the user has none.
-        EXPECT_EQ(file.value(QStringLiteral("statusLine")).toObject(),
+        EXPECT_EQ(file.value(u"statusLine"_s).toObject(),
                   c.kind == AgentKind::claude
                       ? expected(c.kind, R"({"command": $S, "padding": 0, "type": "command"})")
                       : QJsonObject());
         const bool versioned = c.kind == AgentKind::cursor || c.kind == AgentKind::copilot;
-        EXPECT_EQ(file.contains(QStringLiteral("version")), versioned);
+        EXPECT_EQ(file.contains(u"version"_s), versioned);
         // Sorted, indented for people, and slashes as they are.
         EXPECT_EQ(readFile(settingsOf(c.kind)), QJsonDocument(file).toJson(QJsonDocument::Indented));
     }
@@ -109,19 +109,19 @@ TEST_F(HookTest, EachSharedFileGetsItsAgentsEntryShape) {
 TEST_F(HookTest, AnExistingVersionStaysAndAMissingOneBecomesOne) {
     writeFile(settingsOf(AgentKind::cursor), R"({"version": 2, "hooks": {}})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::cursor, defaults()));
-    EXPECT_EQ(readJsonObject(settingsOf(AgentKind::cursor)).value(QStringLiteral("version")).toInt(), 2);
+    EXPECT_EQ(readJsonObject(settingsOf(AgentKind::cursor)).value(u"version"_s).toInt(), 2);
     writeFile(settingsOf(AgentKind::copilot), R"({"hooks": {}})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::copilot, defaults()));
-    EXPECT_EQ(readJsonObject(settingsOf(AgentKind::copilot)).value(QStringLiteral("version")).toInt(), 1);
+    EXPECT_EQ(readJsonObject(settingsOf(AgentKind::copilot)).value(u"version"_s).toInt(), 1);
 }
 
 TEST_F(HookTest, InstallFollowsTheAgentFoldersOfTheCurrentLocations) {
     Locations moved = Locations::standard(home());
-    moved.dirs[AgentKind::claude] = home() + QStringLiteral("/elsewhere/claude config");
+    moved.dirs[AgentKind::claude] = home() + u"/elsewhere/claude config"_s;
     AgentEnvironment::setCurrent(moved);
     ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
-    EXPECT_TRUE(QFile::exists(home() + QStringLiteral("/elsewhere/claude config/settings.json")));
-    EXPECT_FALSE(QFile::exists(home() + QStringLiteral("/.claude/settings.json")));
+    EXPECT_TRUE(QFile::exists(home() + u"/elsewhere/claude config/settings.json"_s));
+    EXPECT_FALSE(QFile::exists(home() + u"/.claude/settings.json"_s));
 }
 
 // ---- The steady state ----
@@ -151,11 +151,11 @@ TEST_F(HookTest, AnOldCommandOfOursIsReplacedNotDoubled) {
         "statusLine": {"type": "command", "command": "/old/place/mirrowisp-bridge --statusline"}})");
     ASSERT_FALSE(HookInstaller::install(AgentKind::claude, defaults()));
     const QJsonObject file = readJsonObject(settingsOf(AgentKind::claude));
-    EXPECT_EQ(file.value(QStringLiteral("hooks")).toObject().value(QStringLiteral("Stop")),
+    EXPECT_EQ(file.value(u"hooks"_s).toObject().value(u"Stop"_s),
               expected(AgentKind::claude,
                        R"({"x": [{"hooks": [{"command": $C, "timeout": 10, "type": "command"}]}]})")
-                  .value(QStringLiteral("x")));
-    EXPECT_EQ(file.value(QStringLiteral("statusLine")).toObject().value(QStringLiteral("command")).toString(),
+                  .value(u"x"_s));
+    EXPECT_EQ(file.value(u"statusLine"_s).toObject().value(u"command"_s).toString(),
               HookInstaller::command(AgentKind::claude, true));
     EXPECT_EQ(backups().size(), 1);
 }
@@ -254,12 +254,12 @@ TEST_F(HookTest, ABlankFileCountsAsNoFileAndIsReplaced) {
         EXPECT_EQ(HookInstaller::readConfig(path).state, HookInstaller::ConfigFile::State::missing);
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(AgentKind::devin, defaults()));
-        EXPECT_EQ(readJsonObject(path).value(QStringLiteral("hooks")).toObject().size(), 7);
+        EXPECT_EQ(readJsonObject(path).value(u"hooks"_s).toObject().size(), 7);
         clearBackups(); // install backed up the blank file within this second
         EXPECT_EQ(HookInstaller::uninstall(AgentKind::devin), std::nullopt);
         QFile::remove(path);
     }
-    EXPECT_EQ(HookInstaller::readConfig(home() + QStringLiteral("/nothing.json")).state,
+    EXPECT_EQ(HookInstaller::readConfig(home() + u"/nothing.json"_s).state,
               HookInstaller::ConfigFile::State::missing);
 }
 
@@ -303,11 +303,11 @@ TEST_F(HookTest, InstallThenUninstallGivesBackTheUsersFile) {
         clearBackups();
         ASSERT_FALSE(HookInstaller::install(c.agent, defaults()));
         EXPECT_TRUE(HookInstaller::isInstalled(c.agent));
-        const QJsonObject hooks = readJsonObject(path).value(QStringLiteral("hooks")).toObject();
+        const QJsonObject hooks = readJsonObject(path).value(u"hooks"_s).toObject();
         // What is the user's: the file as uninstall leaves it.
         const bool gone = c.after && *c.after == '\0';
         const QJsonObject left = gone ? QJsonObject() : c.after ? expected(c.agent, c.after) : user;
-        const QJsonObject theirs = left.value(QStringLiteral("hooks")).toObject();
+        const QJsonObject theirs = left.value(u"hooks"_s).toObject();
         for (auto it = theirs.begin(); it != theirs.end(); ++it) {
             SCOPED_TRACE(it.key().toStdString());
             QJsonValue now = hooks.value(it.key());
@@ -343,13 +343,13 @@ TEST_F(HookTest, DisconnectRemovesTheHooksAndRemembersConnectUndoesBoth) {
     ASSERT_FALSE(HookInstaller::disconnect(AgentKind::gemini, defaults()));
     EXPECT_FALSE(HookInstaller::isInstalled(AgentKind::gemini));
     EXPECT_TRUE(HookInstaller::isDisconnectedByUser(AgentKind::gemini, defaults()));
-    EXPECT_EQ(defaults().boolValue(QStringLiteral("disconnected.gemini")), true);
+    EXPECT_EQ(defaults().boolValue(u"disconnected.gemini"_s), true);
     EXPECT_FALSE(HookInstaller::isDisconnectedByUser(AgentKind::claude, defaults()));
 
     clearBackups();
     ASSERT_FALSE(HookInstaller::connect(AgentKind::gemini, defaults()));
     EXPECT_TRUE(HookInstaller::isInstalled(AgentKind::gemini));
-    EXPECT_FALSE(defaults().contains(QStringLiteral("disconnected.gemini")));
+    EXPECT_FALSE(defaults().contains(u"disconnected.gemini"_s));
 }
 
 // ---- Backups ----
@@ -360,22 +360,20 @@ TEST_F(HookTest, BackupsAreNamedByTimeSkipRepeatsAndNeverOverwriteEachOther) {
     const QDateTime when(QDate(2026, 1, 31), QTime(9, 15, 0), Qt::UTC);
     writeFile(path, R"({"a": 1})");
     ASSERT_FALSE(HookInstaller::backup(path, when));
-    EXPECT_EQ(backups(), QStringList{QStringLiteral("claude-settings.json-2026-01-31T09-15-00Z")});
-    EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
-              QByteArray(R"({"a": 1})"));
+    EXPECT_EQ(backups(), QStringList{u"claude-settings.json-2026-01-31T09-15-00Z"_s});
+    EXPECT_EQ(readFile(folder + u"/claude-settings.json-2026-01-31T09-15-00Z"_s), QByteArray(R"({"a": 1})"));
     // The same content again is no new backup, however much later.
     ASSERT_FALSE(HookInstaller::backup(path, when.addSecs(3600)));
     EXPECT_EQ(backups().size(), 1);
     // New content within the same second is kept beside the first, and counts as the newer one.
     writeFile(path, R"({"a": 2})");
     ASSERT_FALSE(HookInstaller::backup(path, when.addMSecs(900)));
-    EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z")),
-              QByteArray(R"({"a": 1})"));
-    EXPECT_EQ(readFile(folder + QStringLiteral("/claude-settings.json-2026-01-31T09-15-00Z-01")),
+    EXPECT_EQ(readFile(folder + u"/claude-settings.json-2026-01-31T09-15-00Z"_s), QByteArray(R"({"a": 1})"));
+    EXPECT_EQ(readFile(folder + u"/claude-settings.json-2026-01-31T09-15-00Z-01"_s),
               QByteArray(R"({"a": 2})"));
     ASSERT_FALSE(HookInstaller::backup(path, when.addMSecs(950)));
     EXPECT_EQ(backups().size(), 2) << "the newest backup within the second was not recognised";
-    EXPECT_FALSE(HookInstaller::backup(home() + QStringLiteral("/absent.json"), when));
+    EXPECT_FALSE(HookInstaller::backup(home() + u"/absent.json"_s, when));
     EXPECT_EQ(backups().size(), 2);
 }
 
@@ -383,8 +381,7 @@ TEST_F(HookTest, PruningKeepsTheTwentyNewestAndTheFirstBackupOfEachFile) {
     const QString folder = HookInstaller::backupsDirectory();
     const QDateTime start(QDate(2026, 1, 1), QTime(0, 0, 0), Qt::UTC);
     const auto name = [&](int i) {
-        return QStringLiteral("codex-hooks.json-") +
-               start.addSecs(i).toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ"));
+        return u"codex-hooks.json-"_s + start.addSecs(i).toString(u"yyyy-MM-ddTHH-mm-ssZ"_s);
     };
     for (int i = 0; i < 22; ++i) {
         writeFile(folder + QLatin1Char('/') + name(i), QByteArray::number(i));
@@ -401,7 +398,7 @@ TEST_F(HookTest, PruningKeepsTheTwentyNewestAndTheFirstBackupOfEachFile) {
     EXPECT_FALSE(names.contains(name(1)));
     EXPECT_FALSE(names.contains(name(2)));
     EXPECT_TRUE(names.contains(name(3)));
-    EXPECT_EQ(names.filter(QStringLiteral("claude-settings.json-")).size(), 1);
+    EXPECT_EQ(names.filter(u"claude-settings.json-"_s).size(), 1);
 }
 
 TEST_F(HookTest, BackupsAndRewrittenSettingsKeepTheirOwnersModeInPrivateFolders) {

@@ -8,6 +8,8 @@
 #include <QFileInfo>
 #include <QProcess>
 
+using namespace Qt::StringLiterals;
+
 namespace mirrowisp::test {
 
 ProcessRun runProcess(const QString& program, const QStringList& arguments, const QByteArray& input,
@@ -34,7 +36,7 @@ ProcessRun runProcess(const QString& program, const QStringList& arguments, cons
 void HookTest::SetUp() {
     home_ = std::make_unique<TemporaryHome>();
     AgentEnvironment::setCurrent(Locations::standard(home_->path()));
-    defaults_ = std::make_unique<UserDefaults>(home_->path() + QStringLiteral("/defaults.json"));
+    defaults_ = std::make_unique<UserDefaults>(home_->path() + u"/defaults.json"_s);
 }
 
 void HookTest::TearDown() {

@@ -2,52 +2,31 @@
 #include "jump/linux/X11WindowFocus.h"
 
 #include "support/TestSupport.h"
+#include "support/XvfbServer.h"
 
-#include <QProcess>
 #include <functional>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
 #include <xcb/xcb_ewmh.h>
 
 using namespace mirrowisp;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 class X11WindowFocusTest : public testing::Test {
 protected:
     void SetUp() override {
-        // Xvfb picks a free display and writes its number: parallel runs never share a server.
-        server.start(QStringLiteral("Xvfb"),
-                     {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset")});
-        ASSERT_TRUE(server.waitForReadyRead(10000)) << "Xvfb did not start";
-        display = QLatin1Char(':') + QString::fromLatin1(server.readLine()).trimmed();
-        ASSERT_TRUE(test::waitUntil([&] { return connect(); }, 10000))
-            << "Xvfb does not answer on " << qPrintable(display);
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DISPLAY"), display);
-        manager.setProcessEnvironment(env);
-        manager.start(QStringLiteral("openbox"), {});
+        ASSERT_TRUE(x.start(true, false)) << qPrintable(x.error());
+        display = x.display();
+        connection = xcb_connect(qPrintable(display), &screen);
+        ASSERT_EQ(xcb_connection_has_error(connection), 0);
+        ASSERT_NE(xcb_ewmh_init_atoms_replies(&ewmh, xcb_ewmh_init_atoms(connection, &ewmh), nullptr), 0);
     }
 
     void TearDown() override {
-        if (connection != nullptr) {
-            xcb_ewmh_connection_wipe(&ewmh);
-            xcb_disconnect(connection);
-        }
-        manager.kill();
-        manager.waitForFinished();
-        server.kill();
-        server.waitForFinished();
-    }
-
-    bool connect() {
-        xcb_connection_t* candidate = xcb_connect(qPrintable(display), &screen);
-        if (xcb_connection_has_error(candidate) != 0) {
-            xcb_disconnect(candidate);
-            return false;
-        }
-        connection = candidate;
-        return xcb_ewmh_init_atoms_replies(&ewmh, xcb_ewmh_init_atoms(connection, &ewmh), nullptr) != 0;
+        xcb_ewmh_connection_wipe(&ewmh);
+        xcb_disconnect(connection);
     }
 
     // A top-level window that says it belongs to `pid`, once the window manager manages it and has
@@ -82,6 +61,17 @@ protected:
         xcb_destroy_window(connection, probe);
         xcb_flush(connection);
         return managerReady && test::waitUntil([&] { return !managed(probe); }, 15000);
+    }
+
+    // The manager may still drop a request that crosses its own focus change, as it would a double
+    // click: asking again is what the user would do. A request that never works still fails.
+    bool raises(const std::function<bool()>& request, xcb_window_t expected) {
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            if (request() && test::waitUntil([&] { return active() == expected; }, 3000)) {
+                return true;
+            }
+        }
+        return false;
     }
 
     xcb_window_t window(uint32_t pid, const QByteArray& wmClass) {
@@ -121,9 +111,8 @@ protected:
         return found;
     }
 
+    test::XvfbServer x;
     QString display;
-    QProcess server;
-    QProcess manager;
     xcb_connection_t* connection = nullptr;
     xcb_ewmh_connection_t ewmh{};
     int screen = 0;
@@ -138,23 +127,13 @@ TEST_F(X11WindowFocusTest, RaisesAWindowByItsIDOrByTheProcessThatOwnsIt) {
     ASSERT_TRUE(terminal && other) << "openbox did not manage the test windows";
 
     X11WindowFocus focus(display);
-    // The manager may still drop a request that crosses its own focus change, as it would a double
-    // click: asking again is what the user would do. A request that never works still fails.
-    auto raises = [&](const std::function<bool()>& request, xcb_window_t expected) {
-        for (int attempt = 0; attempt < 3; ++attempt) {
-            if (request() && test::waitUntil([&] { return active() == expected; }, 3000)) {
-                return true;
-            }
-        }
-        return false;
-    };
     EXPECT_TRUE(raises([&] { return focus.activateWindowOf(4101); }, *terminal));
     EXPECT_TRUE(raises([&] { return focus.activateWindow(*other); }, *other));
     EXPECT_TRUE(raises([&] { return focus.activateWindowOf(4101); }, *terminal));
 
     EXPECT_FALSE(focus.activateWindowOf(999999)) << "no window of that process";
-    EXPECT_FALSE(focus.activateApplication(QStringLiteral("org.kde.konsole"))) << "no window of that app";
-    EXPECT_FALSE(X11WindowFocus(QStringLiteral(":4999")).activateWindow(*other)) << "no such display";
+    EXPECT_FALSE(focus.activateApplication(u"org.kde.konsole"_s)) << "no window of that app";
+    EXPECT_FALSE(X11WindowFocus(u":4999"_s).activateWindow(*other)) << "no such display";
 }
 
 TEST_F(X11WindowFocusTest, RaisesAnApplicationByItsDesktopID) {
@@ -163,29 +142,17 @@ TEST_F(X11WindowFocusTest, RaisesAnApplicationByItsDesktopID) {
     ASSERT_TRUE(gnome && kitty) << "openbox did not manage the test windows";
 
     X11WindowFocus focus(display);
-    auto raises = [&](const QString& appID, xcb_window_t expected) {
-        for (int attempt = 0; attempt < 3; ++attempt) {
-            if (focus.activateApplication(appID) &&
-                test::waitUntil([&] { return active() == expected; }, 3000)) {
-                return true;
-            }
-        }
-        return false;
-    };
-    EXPECT_TRUE(raises(QStringLiteral("org.gnome.Terminal"), *gnome));
-    EXPECT_TRUE(raises(QStringLiteral("kitty"), *kitty));
-    EXPECT_FALSE(focus.activateApplication(QStringLiteral("org.kde.konsole")));
+    EXPECT_TRUE(raises([&] { return focus.activateApplication(u"org.gnome.Terminal"_s); }, *gnome));
+    EXPECT_TRUE(raises([&] { return focus.activateApplication(u"kitty"_s); }, *kitty));
+    EXPECT_FALSE(focus.activateApplication(u"org.kde.konsole"_s));
 }
 
 TEST(X11WindowClass, MatchesDesktopIDsWithoutConfusingSimilarTerminals) {
-    EXPECT_TRUE(
-        X11WindowFocus::classMatches(QStringLiteral("Gnome-terminal"), QStringLiteral("org.gnome.Terminal")));
-    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("org.wezfurlong.wezterm"),
-                                             QStringLiteral("org.wezfurlong.wezterm")));
-    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("Code"), QStringLiteral("code")));
-    EXPECT_TRUE(X11WindowFocus::classMatches(QStringLiteral("konsole"), QStringLiteral("org.kde.konsole")));
-    EXPECT_FALSE(
-        X11WindowFocus::classMatches(QStringLiteral("xfce4-terminal"), QStringLiteral("org.gnome.Terminal")));
-    EXPECT_FALSE(X11WindowFocus::classMatches(QStringLiteral("st"), QStringLiteral("org.gnome.Terminal")));
-    EXPECT_FALSE(X11WindowFocus::classMatches(QString(), QStringLiteral("kitty")));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"Gnome-terminal"_s, u"org.gnome.Terminal"_s));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"org.wezfurlong.wezterm"_s, u"org.wezfurlong.wezterm"_s));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"Code"_s, u"code"_s));
+    EXPECT_TRUE(X11WindowFocus::classMatches(u"konsole"_s, u"org.kde.konsole"_s));
+    EXPECT_FALSE(X11WindowFocus::classMatches(u"xfce4-terminal"_s, u"org.gnome.Terminal"_s));
+    EXPECT_FALSE(X11WindowFocus::classMatches(u"st"_s, u"org.gnome.Terminal"_s));
+    EXPECT_FALSE(X11WindowFocus::classMatches(QString(), u"kitty"_s));
 }

@@ -23,7 +23,6 @@ private:
     Timestamp now_;
 };
 
-// Launch at login that is never on and never fails: for objects that need one and tests that don't.
 // A QString from the UTF-8 text of a test's literals.
 inline QString text(const char* utf8) {
     return QString::fromUtf8(utf8);

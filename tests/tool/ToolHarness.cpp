@@ -133,39 +133,8 @@ Outcome Child::finish(int timeoutMs) {
     return outcome;
 }
 
-Request::~Request() {
-    if (fd_ >= 0) {
-        close(fd_);
-    }
-}
-
 QJsonObject Request::event() const {
     return QJsonDocument::fromJson(payload).object();
-}
-
-void Request::reply(const QByteArray& text) {
-    if (fd_ >= 0) {
-        send(fd_, text.constData(), static_cast<size_t>(text.size()), MSG_NOSIGNAL);
-        close(fd_);
-        fd_ = -1;
-    }
-}
-
-bool Request::peerClosedWithin(int ms) {
-    char byte = 0;
-    return waitFor(fd_, POLLIN | POLLRDHUP, started(), ms) &&
-           recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
-}
-
-QByteArray Request::readToEnd(int timeoutMs) {
-    QByteArray rest = behind;
-    const QElapsedTimer timer = started();
-    char buf[4096];
-    for (ssize_t n = 1; n > 0 && waitFor(fd_, POLLIN, timer, timeoutMs);) {
-        n = read(fd_, buf, sizeof buf);
-        rest.append(buf, std::max<ssize_t>(n, 0));
-    }
-    return rest;
 }
 
 FakeApp::FakeApp(const QByteArray& socketPath) {
@@ -196,7 +165,7 @@ std::unique_ptr<Request> FakeApp::refuseNext(int timeoutMs) {
         return nullptr;
     }
     auto request = std::make_unique<Request>(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
-    shutdown(request->fd_, SHUT_RD);
+    shutdown(request->socket_.fd(), SHUT_RD);
     return request;
 }
 
@@ -208,8 +177,9 @@ std::unique_ptr<Request> FakeApp::next(int timeoutMs) {
     auto request = std::make_unique<Request>(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
     QByteArray data;
     char buf[65536];
-    for (ssize_t n = 1; n > 0 && !data.contains('\n') && waitFor(request->fd_, POLLIN, timer, timeoutMs);) {
-        n = read(request->fd_, buf, sizeof buf);
+    for (ssize_t n = 1;
+         n > 0 && !data.contains('\n') && waitFor(request->socket_.fd(), POLLIN, timer, timeoutMs);) {
+        n = read(request->socket_.fd(), buf, sizeof buf);
         data.append(buf, std::max<ssize_t>(n, 0));
     }
     const auto newline = data.indexOf('\n');

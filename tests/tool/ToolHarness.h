@@ -3,6 +3,8 @@
 // Runs the real hook tool as a child process against a real Unix socket listener standing in for the
 // app. Every wait has a deadline; nothing sleeps.
 
+#include "support/SocketClient.h"
+
 #include <QByteArray>
 #include <QElapsedTimer>
 #include <QJsonObject>
@@ -55,10 +57,7 @@ private:
 // One request as the app reads it; the connection stays open until `reply` or destruction.
 class Request {
 public:
-    explicit Request(int fd) : fd_(fd) {}
-    ~Request();
-    Request(const Request&) = delete;
-    Request& operator=(const Request&) = delete;
+    explicit Request(int fd) : socket_(fd) {}
 
     QByteArray line;    // up to its newline
     QByteArray behind;  // what came after the newline
@@ -69,15 +68,21 @@ public:
     bool expectsReply() const { return json.value(u"expectsReply").toBool(); }
 
     // Writes `text` and closes the connection, as the app answers.
-    void reply(const QByteArray& text);
+    void reply(const QByteArray& text) {
+        socket_.send(text);
+        socket_.close();
+    }
     // Whether the tool closed or half-closed its side within `ms`.
-    bool peerClosedWithin(int ms);
-    // Everything the tool sends after its line, up to its end of file.
-    QByteArray readToEnd(int timeoutMs = 5000);
+    bool peerClosedWithin(int ms) { return socket_.peerClosed(ms); }
+    // Everything the tool sends after its line, up to its end of file; nothing when that never comes.
+    std::optional<QByteArray> readToEnd() {
+        const auto rest = socket_.readToEnd();
+        return rest ? std::optional(behind + *rest) : std::nullopt;
+    }
 
 private:
     friend class FakeApp;
-    int fd_ = -1;
+    SocketClient socket_;
 };
 
 class FakeApp {

@@ -7,7 +7,6 @@
 
 #include <QDateTime>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QTimer>
@@ -276,10 +275,7 @@ TEST_F(UsageTrackerTest, CodexReadsOnlyTheTailOfATwentyMegabyteLog) {
     writeLog(dir + QStringLiteral("/big-head.jsonl"), tokenCount(99, 99) + filler, 1'799'999'900);
     writeLog(dir + QStringLiteral("/big-tail.jsonl"), filler + tokenCount(12, 34), 1'799'999'800);
 
-    QElapsedTimer elapsed;
-    elapsed.start();
     const QList<UsageMeter> meters = UsageTracker::readCodexLimits(home.path() + QStringLiteral("/.codex"));
-    EXPECT_LT(elapsed.elapsed(), 1000);
     ASSERT_EQ(meters.size(), 2);
     EXPECT_EQ(meters[0].percent, 12);
     EXPECT_EQ(meters[1].percent, 34);

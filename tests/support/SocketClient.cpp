@@ -1,6 +1,7 @@
-#include "SocketClient.h"
+#include "support/SocketClient.h"
 
 #include <QFile>
+#include <QJsonDocument>
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
@@ -72,6 +73,26 @@ bool SocketClient::sawEndOfFile(int timeoutMs) {
 bool SocketClient::peerClosed(int timeoutMs) {
     pollfd p{fd_, POLLRDHUP, 0};
     return ::poll(&p, 1, timeoutMs) > 0 && (p.revents & (POLLRDHUP | POLLHUP)) != 0;
+}
+
+bool SocketClient::stillWaiting() const {
+    pollfd p{fd_, POLLIN, 0};
+    return ::poll(&p, 1, 0) == 0;
+}
+
+std::optional<QByteArray> SocketClient::replyLine() {
+    return stillWaiting() ? std::nullopt : readToEnd();
+}
+
+std::optional<QJsonObject> SocketClient::reply() {
+    const auto line = replyLine();
+    return line ? std::optional(QJsonDocument::fromJson(*line).object()) : std::nullopt;
+}
+
+std::optional<QString> SocketClient::printed() {
+    const auto object = reply();
+    const QJsonValue text = object ? object->value(QStringLiteral("stdout")) : QJsonValue();
+    return text.isString() ? std::optional(text.toString()) : std::nullopt;
 }
 
 } // namespace mirrowisp::test
