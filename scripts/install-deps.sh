@@ -22,6 +22,8 @@ packages=(
   libxcb1-dev libxcb-ewmh-dev xvfb openbox
   # the island's window tests: a compositor for translucency, xdotool for the pointer, screenshots
   xcompmgr xdotool x11-utils x11-xserver-utils imagemagick
+  # the volume through libpulse, and its tests against a private PulseAudio daemon driven with pactl
+  libpulse-dev pulseaudio pulseaudio-utils
 )
 
 missing=()
