@@ -64,7 +64,9 @@ void LevelControl::poll() {
             anchorLevel_ = level;
             anchorTime_ = now;
         } else {
-            if (!anchorLevel_) {
+            // A movement after a still spell starts its own window: the anchor a still reading
+            // left a whole idle poll ago would make every step look slow.
+            if (!anchorLevel_ || now - anchorTime_ >= stepWindow) {
                 anchorLevel_ = observedLevel_;
                 anchorTime_ = now;
             }
