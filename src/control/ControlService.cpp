@@ -4,6 +4,7 @@
 #include "app/ControlCommands.h"
 #include "base/Log.h"
 #include "jump/linux/DesktopJump.h"
+#include "system/SystemHud.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -153,6 +154,31 @@ QString ControlService::Island() {
         sendErrorReply(QDBusError::NotSupported, QStringLiteral("no island: the app runs without a display"));
     }
     return json;
+}
+
+QString ControlService::Hud() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    if (hud_ == nullptr) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("no system controls"));
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(hud_->toJson()).toJson(QJsonDocument::Indented));
+}
+
+void ControlService::SetHud(const QString& control, double value) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    const auto which = SystemHud::controlNamed(control);
+    if (!which || !(value >= 0 && value <= 1)) {
+        sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                       QStringLiteral("expected volume, brightness or keyboard and a level from 0 to 1"));
+    } else if (hud_ == nullptr || !hud_->set(*which, value)) {
+        sendErrorReply(QDBusError::NotSupported,
+                       QStringLiteral("no ") + control + QStringLiteral(" control here"));
+    }
 }
 
 QString ControlService::Jump(const QString& sessionID) {

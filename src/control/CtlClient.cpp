@@ -31,6 +31,8 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   jump SESSION-ID                       bring the session's terminal to the front; prints the driver
   usage                                 the agents' usage meters and the Claude usage state
   island                                each island's state as JSON
+  hud                                   the volume, brightness and keyboard light as JSON
+  hud volume|brightness|keyboard VALUE  set one: 0 to 1, or a percent such as 40%
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
@@ -129,6 +131,16 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Usage"), {}, true};
     } else if (command == QLatin1StringView("island") && args.isEmpty()) {
         call = Call{QStringLiteral("Island"), {}, true};
+    } else if (command == QLatin1StringView("hud") && args.isEmpty()) {
+        call = Call{QStringLiteral("Hud"), {}, true};
+    } else if (command == QLatin1StringView("hud") && args.size() == 2 && !missingValue) {
+        const QString text = args.value(1);
+        const bool percent = text.endsWith(QLatin1Char('%'));
+        bool valid = false;
+        const double value = (percent ? text.chopped(1) : text).toDouble(&valid) / (percent ? 100 : 1);
+        if (valid) {
+            call = Call{QStringLiteral("SetHud"), {subject, value}};
+        }
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
     } else if (command == QLatin1StringView("allow") && oneSubject) {

@@ -50,6 +50,34 @@ std::optional<double> SystemHud::level(Control control) const {
     return keyboard_ != nullptr ? keyboard_->level() : std::nullopt;
 }
 
+std::optional<SystemHud::Control> SystemHud::controlNamed(const QString& name) {
+    if (name == QLatin1String("volume")) {
+        return Control::volume;
+    }
+    if (name == QLatin1String("brightness")) {
+        return Control::brightness;
+    }
+    if (name == QLatin1String("keyboard")) {
+        return Control::keyboard;
+    }
+    return std::nullopt;
+}
+
+QJsonObject SystemHud::toJson() const {
+    QJsonObject json;
+    if (const auto volume = level(Control::volume)) {
+        json.insert(QStringLiteral("volume"), *volume);
+        json.insert(QStringLiteral("muted"), isMuted());
+    }
+    if (const auto brightness = level(Control::brightness)) {
+        json.insert(QStringLiteral("brightness"), *brightness);
+    }
+    if (const auto keyboard = level(Control::keyboard)) {
+        json.insert(QStringLiteral("keyboard"), *keyboard);
+    }
+    return json;
+}
+
 bool SystemHud::isMuted() const {
     return audio_ != nullptr && audio_->isMuted();
 }

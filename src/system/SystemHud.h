@@ -3,6 +3,8 @@
 #include "base/Clock.h"
 #include "system/MediaKeyTap.h"
 
+#include <QJsonObject>
+#include <QString>
 #include <functional>
 #include <optional>
 
@@ -31,6 +33,10 @@ public:
     bool set(Control control, double value);
     bool has(Control control) const { return level(control).has_value(); }
     static Control controlOf(Key key);
+    // "volume", "brightness" or "keyboard".
+    static std::optional<Control> controlNamed(const QString& name);
+    // The three levels, each absent while its control is; the volume's mute beside it.
+    QJsonObject toJson() const;
 
     // The preference: off, every key goes to the desktop.
     std::function<bool()> enabled;
