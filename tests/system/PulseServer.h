@@ -33,7 +33,7 @@ public:
              QStringLiteral("module-null-sink sink_name=headset norewinds=1 "
                             "sink_properties='device.bus=bluetooth device.api=bluez5 "
                             "api.bluez5.address=AA:BB:CC:DD:EE:FF'")});
-        daemon_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        daemon_.setStandardErrorFile(dir_.path() + QStringLiteral("/daemon.log"));
         daemon_.setStandardOutputFile(QProcess::nullDevice());
         daemon_.start();
         return waitUntil(
