@@ -48,6 +48,9 @@ std::optional<double> LevelControl::adjust(double delta, bool snap) {
 void LevelControl::poll() {
     const Timestamp now = clock_.now();
     const std::optional<double> level = device_->read();
+    if (level.has_value() != observedLevel_.has_value() && onAvailabilityChange) {
+        onAvailabilityChange();
+    }
     if (!level) {
         observedLevel_.reset();
         return;

@@ -25,6 +25,8 @@ public:
     const AdaptivePoll& poller() const { return poller_; }
 
     std::function<void(double)> onExternalChange;
+    // The device came or went (seen by the poll).
+    std::function<void()> onAvailabilityChange;
 
 private:
     std::unique_ptr<LevelDevice> device_;

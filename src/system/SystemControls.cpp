@@ -2,6 +2,8 @@
 
 #include "base/Log.h"
 #include "system/linux/PulseAudioOutput.h"
+#include "system/linux/SysfsBacklight.h"
+#include "system/linux/UPowerKbdBacklight.h"
 #include "system/x11/X11MediaKeyGrab.h"
 
 namespace mirrowisp {
@@ -27,6 +29,8 @@ std::unique_ptr<LevelDevice> orNoLight(std::unique_ptr<LevelDevice> device) {
 SystemControls::Backends SystemControls::linuxBackends() {
     Backends backends;
     backends.audio = std::make_unique<PulseAudioOutput>();
+    backends.screen = std::make_unique<SysfsBacklight>();
+    backends.keyboard = std::make_unique<UPowerKbdBacklight>();
     // A Wayland session gives no global grabs, and XWayland's would only see its own clients.
     backends.grabKeys =
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && !qEnvironmentVariableIsEmpty("DISPLAY");
@@ -57,6 +61,8 @@ SystemControls::SystemControls(Backends backends, const Clock& clock, const Time
         }
     };
     audio_.onAvailabilityChange = [this](bool) { refreshGrabs(); };
+    screen_.onAvailabilityChange = [this] { refreshGrabs(); };
+    keyboard_.onAvailabilityChange = [this] { refreshGrabs(); };
     screen_.onExternalChange = [this](double level) {
         showExternal(SystemHud::Control::brightness, level, false);
     };
