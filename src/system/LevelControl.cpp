@@ -29,6 +29,10 @@ std::optional<double> LevelControl::level() const {
     return device_->read();
 }
 
+bool LevelControl::canAdjust() const {
+    return device_->canWrite() && device_->read().has_value();
+}
+
 std::optional<double> LevelControl::adjust(double delta, bool snap) {
     const std::optional<double> current = device_->read();
     if (!current || !device_->canWrite()) {

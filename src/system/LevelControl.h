@@ -19,6 +19,8 @@ public:
     // Starts polling at the idle rate.
     void start();
     std::optional<double> level() const;
+    // Readable and writable: its keys are ours.
+    bool canAdjust() const;
     // The new level, or nothing when the control is unavailable.
     std::optional<double> adjust(double delta, bool snap);
     void poll();

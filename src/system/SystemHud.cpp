@@ -83,7 +83,15 @@ bool SystemHud::isMuted() const {
 }
 
 bool SystemHud::wouldHandle(Key key) const {
-    return has(controlOf(key));
+    switch (controlOf(key)) {
+    case Control::volume:
+        return audio_ != nullptr && audio_->isAvailable();
+    case Control::brightness:
+        return brightness_ != nullptr && brightness_->canAdjust();
+    case Control::keyboard:
+        break;
+    }
+    return keyboard_ != nullptr && keyboard_->canAdjust();
 }
 
 bool SystemHud::handleKey(Key key, bool fine) {

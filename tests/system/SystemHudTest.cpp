@@ -83,6 +83,11 @@ TEST(SystemHud, AbsentControlsAndTheHudOffPassTheKey) {
     HudFixture f;
     EXPECT_FALSE(f.hud.handleKey(Key::keyboardUp, false));
     EXPECT_FALSE(f.hud.wouldHandle(Key::keyboardDown));
+    f.screen.writable = false;
+    EXPECT_FALSE(f.hud.wouldHandle(Key::brightnessUp))
+        << "a light we cannot set keeps its keys with the desktop";
+    EXPECT_FALSE(f.hud.handleKey(Key::brightnessUp, false));
+    f.screen.writable = true;
     f.screen.level.reset();
     EXPECT_FALSE(f.hud.handleKey(Key::brightnessUp, false));
     f.enabled = false;
