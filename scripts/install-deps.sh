@@ -24,6 +24,8 @@ packages=(
   xcompmgr xdotool x11-utils x11-xserver-utils imagemagick
   # the volume through libpulse, and its tests against a private PulseAudio daemon driven with pactl
   libpulse-dev pulseaudio pulseaudio-utils
+  # the backlight's change events through udev, and a fake backlight device for their test
+  libudev-dev umockdev libumockdev-dev
 )
 
 missing=()

@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "base/RegularFile.h"
+#include "system/linux/UdevMonitor.h"
 
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
@@ -26,9 +27,17 @@ int typeRank(const QByteArray& type) {
 } // namespace
 
 SysfsBacklight::SysfsBacklight(QDBusConnection systemBus, QString root)
-    : bus_(std::move(systemBus)), root_(std::move(root)) {
+    : bus_(std::move(systemBus)), monitor_(std::make_unique<UdevMonitor>("backlight",
+                                                                         [this] {
+                                                                             if (onHint) {
+                                                                                 onHint();
+                                                                             }
+                                                                         })),
+      root_(std::move(root)) {
     choose();
 }
+
+SysfsBacklight::~SysfsBacklight() = default;
 
 std::optional<long> SysfsBacklight::number(const QString& file) const {
     const FileRead read =

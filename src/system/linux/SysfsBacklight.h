@@ -9,6 +9,8 @@
 
 namespace mirrowisp {
 
+class UdevMonitor;
+
 // The display's backlight from the kernel's backlight class (firmware before platform before raw
 // interfaces), written through logind's SetBrightness on the user's session, which needs no root. A
 // logind that refuses leaves the control read-only, so its keys stay the desktop's.
@@ -18,6 +20,9 @@ public:
 
     explicit SysfsBacklight(QDBusConnection systemBus = QDBusConnection::systemBus(),
                             QString root = defaultRoot);
+    ~SysfsBacklight() override;
+    SysfsBacklight(const SysfsBacklight&) = delete;
+    SysfsBacklight& operator=(const SysfsBacklight&) = delete;
 
     std::optional<double> read() override;
     bool canWrite() const override;
@@ -30,6 +35,8 @@ private:
     std::optional<long> number(const QString& file) const;
 
     QDBusConnection bus_;
+    // The kernel's change events hurry the poll along; a reading still comes from the poll.
+    std::unique_ptr<UdevMonitor> monitor_;
     QString root_;
     QString device_;
     long max_ = 0;
