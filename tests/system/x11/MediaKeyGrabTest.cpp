@@ -55,6 +55,23 @@ TEST_F(MediaKeyGrabTest, VolumeKeyStepsTheSinkAndShowsTheLevel) {
     EXPECT_EQ(shown.front(), std::make_pair(SystemHud::Control::volume, 0.5625));
 }
 
+TEST_F(MediaKeyGrabTest, HeldKeyGlidesThroughTheServersAutoRepeat) {
+    startControls();
+    ASSERT_TRUE(waitUntil([this] { return controls->holdsKeys(); }));
+    // The event loop runs while the key is held: xdotool goes on by itself.
+    QProcess hold;
+    hold.start(QStringLiteral("xdotool"),
+               {QStringLiteral("keydown"), QStringLiteral("XF86AudioLowerVolume"), QStringLiteral("sleep"),
+                QStringLiteral("0.8"), QStringLiteral("keyup"), QStringLiteral("XF86AudioLowerVolume")});
+    ASSERT_TRUE(waitUntil([&] { return hold.state() == QProcess::NotRunning; }));
+    // One step is 0.4375; the glide takes it well past the next grid line.
+    EXPECT_TRUE(waitUntil([this] { return controls->hud().level(SystemHud::Control::volume) < 0.3; }));
+    const double released = *controls->hud().level(SystemHud::Control::volume);
+    EXPECT_FALSE(
+        waitUntil([&] { return controls->hud().level(SystemHud::Control::volume) < released - 0.01; }, 300))
+        << "the glide ends with the key";
+}
+
 TEST_F(MediaKeyGrabTest, HudOffReleasesTheKeys) {
     startControls();
     ASSERT_TRUE(waitUntil([this] { return controls->holdsKeys(); }));
