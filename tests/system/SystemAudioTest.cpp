@@ -133,19 +133,5 @@ INSTANTIATE_TEST_SUITE_P(Cases, SystemAudioWrite,
                          testing::Values(WriteCase{1.5, false, 1.0, {}}, WriteCase{-0.2, false, 0.0, {}},
                                          WriteCase{0.0, true, 0.0, {}}, WriteCase{0.3, true, 0.3, {false}}));
 
-TEST(SystemAudio, ServerThatGoesAndComesBackIsAbsentMeanwhile) {
-    AudioFixture f;
-    f.output.report(std::nullopt);
-    EXPECT_FALSE(f.audio.isAvailable());
-    f.audio.setVolume(0.9);
-    EXPECT_TRUE(f.output.volumes.empty());
-    f.clock.advance(5);
-    f.output.report(sink(0.2));
-    EXPECT_TRUE(f.audio.isAvailable());
-    EXPECT_DOUBLE_EQ(f.audio.volume(), 0.2);
-    f.fire();
-    EXPECT_TRUE(f.changes.empty());
-}
-
 } // namespace
 } // namespace mirrowisp::test

@@ -119,13 +119,5 @@ TEST(SystemHud, GlideBuildsOnItsOwnRecentLevelWhileTheDeviceLags) {
     EXPECT_NEAR(f.screen.writes.back(), 0.31, 1e-9);
 }
 
-TEST(SystemHud, VolumeGlideStopsAtTheEnds) {
-    HudFixture f(0.995, true);
-    f.hud.glide(Key::volumeUp, 0.01);
-    EXPECT_DOUBLE_EQ(f.audio.volume(), 1.0);
-    EXPECT_FALSE(f.audio.isMuted());
-    EXPECT_EQ(f.shown.back(), std::make_tuple(Control::volume, 1.0, false));
-}
-
 } // namespace
 } // namespace mirrowisp::test
