@@ -77,28 +77,28 @@ TEST_F(SysfsBacklightTest, ReadsThePanelsFirmwareInterfaceAndWritesThroughLogind
     ASSERT_TRUE(bus.addMethod(
         login1, sessionPath, sessionInterface, QStringLiteral("SetBrightness"), QStringLiteral("ssu"), {},
         QStringLiteral("open('%1/' + args[1] + '/brightness', 'w').write(str(args[2]))").arg(sys.path())));
-    SysfsBacklight light(bus.connection(), sys.path());
-    EXPECT_EQ(light.device(), QStringLiteral("acpi_video0"));
-    EXPECT_DOUBLE_EQ(light.read().value_or(-1), 0.4);
+    auto device = std::make_unique<SysfsBacklight>(bus.connection(), sys.path());
+    SysfsBacklight& light = *device;
+    ASSERT_TRUE(waitUntil([&] { return light.read() == 0.4; }));
+    EXPECT_EQ(light.lastReading()->device, QStringLiteral("acpi_video0"));
 
     ManualClock clock;
     FakeTimer::State timer;
-    LevelControl control(std::make_unique<SysfsBacklight>(bus.connection(), sys.path()), clock,
-                         std::make_unique<FakeTimer>(timer));
+    LevelControl control(std::move(device), clock, std::make_unique<FakeTimer>(timer));
     EXPECT_DOUBLE_EQ(control.adjust(0.25, true).value_or(-1), 0.75);
     EXPECT_TRUE(
         waitUntil([&] { return readFile(path("acpi_video0") + QStringLiteral("/brightness")) == "8"; }));
-    EXPECT_DOUBLE_EQ(light.read().value_or(-1), 0.8);
+    EXPECT_TRUE(waitUntil([&] { return light.read() == 0.8; }));
 }
 
 TEST_F(SysfsBacklightTest, LogindWithoutSetBrightnessLeavesItReadOnly) {
     SysfsBacklight light(bus.connection(), sys.path());
     LogCapture log;
-    ASSERT_TRUE(light.canWrite());
+    ASSERT_TRUE(waitUntil([&] { return light.canWrite(); }));
     light.write(0.9);
     EXPECT_TRUE(waitUntil([&] { return !light.canWrite(); }));
     EXPECT_EQ(log.lines().filter(QStringLiteral("logind does not set")).size(), 1);
-    EXPECT_DOUBLE_EQ(light.read().value_or(-1), 0.4);
+    EXPECT_TRUE(waitUntil([&] { return light.read() == 0.4; })) << "the panel kept its level";
 }
 
 TEST_F(SysfsBacklightTest, NoUsableBacklightReadsNothingUntilOneAppears) {
@@ -108,9 +108,10 @@ TEST_F(SysfsBacklightTest, NoUsableBacklightReadsNothingUntilOneAppears) {
     EXPECT_FALSE(light.canWrite());
     writeFile(empty.path() + QStringLiteral("/panel/max_brightness"), "0");
     writeFile(empty.path() + QStringLiteral("/panel/brightness"), "0");
-    EXPECT_FALSE(light.read()) << "a maximum of 0 is no backlight";
+    EXPECT_FALSE(waitUntil([&] { return light.read().has_value(); }, 300))
+        << "a maximum of 0 is no backlight";
     writeFile(empty.path() + QStringLiteral("/panel/max_brightness"), "100");
-    EXPECT_DOUBLE_EQ(light.read().value_or(-1), 0.0);
+    EXPECT_TRUE(waitUntil([&] { return light.read() == 0.0; }));
 }
 
 const QString upower = QStringLiteral("org.freedesktop.UPower");

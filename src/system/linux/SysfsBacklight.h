@@ -9,11 +9,14 @@
 
 namespace mirrowisp {
 
+class SerialQueue;
 class UdevMonitor;
 
 // The display's backlight from the kernel's backlight class (firmware before platform before raw
 // interfaces), written through logind's SetBrightness on the user's session, which needs no root. A
-// logind that refuses leaves the control read-only, so its keys stay the desktop's.
+// logind that refuses leaves the control read-only, so its keys stay the desktop's. The files are
+// read on a thread of their own (some backlights answer over a slow bus): a reading is the last
+// answer, and each reading asks again.
 class SysfsBacklight final : public LevelDevice {
 public:
     static inline const QString defaultRoot = QStringLiteral("/sys/class/backlight");
@@ -27,21 +30,26 @@ public:
     std::optional<double> read() override;
     bool canWrite() const override;
     void write(double level) override;
-    // The device in use ("acpi_video0"), empty when there is none.
-    QString device() const { return device_; }
+
+    // What the reading thread found: the device in use ("acpi_video0"), its maximum and its level.
+    struct Reading {
+        QString device;
+        long max = 0;
+        long value = 0;
+    };
+    std::optional<Reading> lastReading() const;
 
 private:
-    void choose();
-    std::optional<long> number(const QString& file) const;
+    void ask();
 
     QDBusConnection bus_;
+    QString root_;
+    // Shared with the reading thread's answers and logind's replies still under way.
+    struct State;
+    std::shared_ptr<State> state_;
+    std::unique_ptr<SerialQueue> reader_;
     // The kernel's change events hurry the poll along; a reading still comes from the poll.
     std::unique_ptr<UdevMonitor> monitor_;
-    QString root_;
-    QString device_;
-    long max_ = 0;
-    // Shared with replies still under way when the backlight goes.
-    std::shared_ptr<bool> refused_ = std::make_shared<bool>(false);
 };
 
 } // namespace mirrowisp
