@@ -29,7 +29,10 @@ std::unique_ptr<LevelDevice> orNoLight(std::unique_ptr<LevelDevice> device) {
 SystemControls::Backends SystemControls::linuxBackends() {
     Backends backends;
     backends.audio = std::make_unique<PulseAudioOutput>();
-    backends.screen = std::make_unique<SysfsBacklight>();
+    // Another backlight folder, for benchmarks on machines without a panel.
+    const QString backlightRoot =
+        qEnvironmentVariable("MIRROWISP_BACKLIGHT_ROOT", SysfsBacklight::defaultRoot);
+    backends.screen = std::make_unique<SysfsBacklight>(QDBusConnection::systemBus(), backlightRoot);
     backends.keyboard = std::make_unique<UPowerKbdBacklight>();
     // A Wayland session gives no global grabs, and XWayland's would only see its own clients.
     backends.grabKeys =
