@@ -179,8 +179,6 @@ std::optional<int> claimTheBusName(ControlService& control, bool replace) {
     return 1;
 }
 
-// A copy started with --replace takes the name, then binds its own socket at the path: either way
-// this copy has nothing left to serve.
 // The volume, brightness and keyboard light with their keys; their changes show in the island.
 std::unique_ptr<SystemControls> startSystemControls(AppModel& model) {
     auto controls = std::make_unique<SystemControls>(SystemControls::linuxBackends());
@@ -199,6 +197,8 @@ std::unique_ptr<SystemControls> startSystemControls(AppModel& model) {
     return controls;
 }
 
+// A copy started with --replace takes the name, then binds its own socket at the path: either way
+// this copy has nothing left to serve.
 std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, AppModel& model) {
     QObject::connect(&control, &ControlService::nameLost,
                      [] { quitBecause(QStringLiteral("another copy took the bus name over")); });
