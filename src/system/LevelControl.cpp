@@ -52,8 +52,12 @@ std::optional<double> LevelControl::adjust(double delta, bool snap) {
 void LevelControl::poll() {
     const Timestamp now = clock_.now();
     const std::optional<double> level = device_->read();
-    if (level.has_value() != observedLevel_.has_value() && onAvailabilityChange) {
-        onAvailabilityChange();
+    const bool adjustable = level.has_value() && device_->canWrite();
+    if (adjustable != adjustable_) {
+        adjustable_ = adjustable;
+        if (onAvailabilityChange) {
+            onAvailabilityChange();
+        }
     }
     if (!level) {
         observedLevel_.reset();

@@ -27,7 +27,7 @@ public:
     const AdaptivePoll& poller() const { return poller_; }
 
     std::function<void(double)> onExternalChange;
-    // The device came or went (seen by the poll).
+    // The control became adjustable or stopped being so (seen by the poll).
     std::function<void()> onAvailabilityChange;
 
 private:
@@ -38,6 +38,7 @@ private:
     std::optional<double> anchorLevel_;
     Timestamp anchorTime_ = 0;
     Timestamp suppressUntil_ = 0;
+    bool adjustable_ = false;
 };
 
 } // namespace mirrowisp

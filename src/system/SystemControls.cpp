@@ -52,7 +52,13 @@ SystemControls::SystemControls(Backends backends, const Clock& clock, const Time
             show(control, level, muted);
         }
     };
-    tap_.handler = [this](Key key, bool fine) { return hud_.handleKey(key, fine); };
+    tap_.handler = [this](Key key, bool fine) {
+        const bool handled = hud_.handleKey(key, fine);
+        if (!handled) {
+            refreshGrabs(); // a control that stopped answering gives its keys back
+        }
+        return handled;
+    };
     tap_.glideHandler = [this](Key key, double amount) { hud_.glide(key, amount); };
     tap_.wouldHandle = [this](Key key) { return hud_.wouldHandle(key); };
     audio_.onChange = [this](double volume, bool muted) {

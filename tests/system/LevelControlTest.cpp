@@ -102,6 +102,20 @@ INSTANTIATE_TEST_SUITE_P(Cases, LevelControlAdjust,
                                          AdjustCase{std::nullopt, true, 0.0625, true, std::nullopt},
                                          AdjustCase{0.30, false, 0.0625, true, std::nullopt}));
 
+TEST(LevelControl, PollTellsWhenTheLightStopsOrStartsTakingWrites) {
+    LevelFixture f;
+    int changes = 0;
+    f.control.onAvailabilityChange = [&] { ++changes; };
+    f.device.level = 0.5;
+    f.control.poll();
+    f.control.poll();
+    EXPECT_EQ(changes, 1);
+    f.device.writable = false; // logind refused
+    f.control.poll();
+    EXPECT_EQ(changes, 2);
+    EXPECT_FALSE(f.control.canAdjust());
+}
+
 TEST(AdaptivePoll, MovementPollsFastForTwoSecondsThenSlow) {
     LevelFixture f;
     EXPECT_DOUBLE_EQ(f.pollState.interval, 1.0);
