@@ -27,6 +27,10 @@ packages=(
   dpkg-dev file desktop-file-utils appstream libxml2-utils
   # now playing: a real MPRIS player for its tests, and python3-dbusmock for staged players
   mpv mpv-mpris python3-dbusmock
+  # the volume through libpulse, and its tests against a private PulseAudio daemon driven with pactl
+  libpulse-dev pulseaudio pulseaudio-utils
+  # the backlight's change events through udev, and a fake backlight device for their test
+  libudev-dev umockdev libumockdev-dev
 )
 
 missing=()

@@ -18,6 +18,7 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
+#include "system/SystemControls.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -180,6 +181,24 @@ std::optional<int> claimTheBusName(ControlService& control, bool replace) {
     return 1;
 }
 
+// The volume, brightness and keyboard light with their keys; their changes show in the island.
+std::unique_ptr<SystemControls> startSystemControls(AppModel& model) {
+    auto controls = std::make_unique<SystemControls>(SystemControls::linuxBackends());
+    controls->show = [&model](SystemHud::Control control, double level, bool muted) {
+        using Case = TransientActivity::Case;
+        const Case kind = control == SystemHud::Control::volume       ? Case::volume
+                          : control == SystemHud::Control::brightness ? Case::brightness
+                                                                      : Case::keyboardBrightness;
+        model.flash(TransientActivity::levelChange(kind, level, muted), 1.6);
+    };
+    Preferences& prefs = model.prefs();
+    controls->setEnabled(prefs.hudEnabled());
+    QObject::connect(&prefs, &Preferences::hudEnabledChanged, &model,
+                     [&prefs, raw = controls.get()] { raw->setEnabled(prefs.hudEnabled()); });
+    controls->start();
+    return controls;
+}
+
 // A copy started with --replace takes the name, then binds its own socket at the path: either way
 // this copy has nothing left to serve.
 std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, AppModel& model) {
@@ -270,6 +289,8 @@ int runMirrowisp(int argc, char** argv) {
     model.attachNowPlaying(nowPlaying);
     nowPlaying.start();
     const auto takeoverWatch = quitWhenTakenOver(control, model);
+    const auto systemControls = startSystemControls(model);
+    control.setHud(&systemControls->hud());
 
     if (gui) {
         island = std::make_unique<IslandShell>(

@@ -5,6 +5,7 @@
 #include "base/Log.h"
 #include "jump/linux/DesktopJump.h"
 #include "media/NowPlayingService.h"
+#include "system/SystemHud.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -190,6 +191,31 @@ void ControlService::MediaCommand(const QString& command, double seconds) {
     } else {
         sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
                        QStringLiteral("the track on show cannot do that: ") + command);
+    }
+}
+
+QString ControlService::Hud() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    if (hud_ == nullptr) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("no system controls"));
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(hud_->toJson()).toJson(QJsonDocument::Indented));
+}
+
+void ControlService::SetHud(const QString& control, double value) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    const auto which = SystemHud::controlNamed(control);
+    if (!which || !(value >= 0 && value <= 1)) {
+        sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                       QStringLiteral("expected volume, brightness or keyboard and a level from 0 to 1"));
+    } else if (hud_ == nullptr || !hud_->set(*which, value)) {
+        sendErrorReply(QDBusError::NotSupported,
+                       QStringLiteral("no ") + control + QStringLiteral(" control here"));
     }
 }
 

@@ -11,6 +11,7 @@
 namespace mirrowisp {
 
 class AppModel;
+class SystemHud;
 
 // The app's control interface on the user's session bus, for scripts, tests and `mirrowisp ctl`.
 // Every method does what the matching card or menu action does.
@@ -44,6 +45,8 @@ public:
     Claim registerOn(QDBusConnection bus, bool replace);
     // Asks the copy that holds the name to show itself; false when it did not answer.
     static bool askRunningCopyToShow(QDBusConnection bus);
+    // The volume, brightness and keyboard light for Hud and SetHud; none: both answer NotSupported.
+    void setHud(SystemHud* hud) { hud_ = hud; }
 
 Q_SIGNALS:
     void nameLost();
@@ -72,6 +75,10 @@ public Q_SLOTS:
     // Brings the app forward on a settings page (empty: the first); a second launch asks for this.
     void ShowSettings(const QString& page);
     void ShowSetupGuide();
+    // The three levels as JSON, each absent while its control is.
+    QString Hud();
+    // Sets "volume", "brightness" or "keyboard" to a level from 0 to 1.
+    void SetHud(const QString& control, double value);
 
 private:
     bool callerIsThisUser();
@@ -80,6 +87,7 @@ private:
 
     AppModel& model_;
     AgentActions agentActions_;
+    SystemHud* hud_ = nullptr;
 };
 
 } // namespace mirrowisp

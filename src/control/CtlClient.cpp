@@ -35,6 +35,8 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   media                                 what plays, as JSON (position as of now, colours as hex)
   media playpause|next|previous|repeat  drive the player on show
   media seek SECONDS
+  hud                                   the volume, brightness and keyboard light as JSON
+  hud volume|brightness|keyboard VALUE  set one: 0 to 1, or a percent such as 40%
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
@@ -146,6 +148,16 @@ int runCtl(const QStringList& arguments) {
         const double seconds = args[1].toDouble(&number);
         if (number && std::isfinite(seconds) && seconds >= 0) {
             call = Call{QStringLiteral("MediaCommand"), {args[0], seconds}};
+        }
+    } else if (command == QLatin1StringView("hud") && args.isEmpty()) {
+        call = Call{QStringLiteral("Hud"), {}, true};
+    } else if (command == QLatin1StringView("hud") && args.size() == 2 && !missingValue) {
+        const QString text = args.value(1);
+        const bool percent = text.endsWith(QLatin1Char('%'));
+        bool valid = false;
+        const double value = (percent ? text.chopped(1) : text).toDouble(&valid) / (percent ? 100 : 1);
+        if (valid) {
+            call = Call{QStringLiteral("SetHud"), {subject, value}};
         }
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
