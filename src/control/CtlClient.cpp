@@ -1,6 +1,7 @@
 #include "control/CtlClient.h"
 
 #include "control/ControlService.h"
+#include "control/CtlLog.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -35,6 +36,7 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   connect KIND | disconnect KIND        install or remove the hooks of an agent
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
   setup-guide                           show the setup guide
+  log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
 
 --timeout: how long to wait for the app's answer (10 s by default).
 Exit status: 0 done, 1 unknown decision, session or agent, 2 not running, 3 not answering in time,
@@ -110,6 +112,9 @@ int runCtl(const QStringList& arguments) {
         return exitUsage;
     }
     const QString command = args.takeFirst();
+    if (command == QLatin1StringView("log")) {
+        return runCtlLog(args);
+    }
     const bool always = takeFlag(args, QStringLiteral("--always"));
     const bool autoEdit = takeFlag(args, QStringLiteral("--auto-edit"));
     const auto json = takeOption(args, QStringLiteral("--json"), missingValue);

@@ -118,7 +118,9 @@ QJsonObject claudeHook(AgentKind kind, const QString& event) {
         hook.insert(QStringLiteral("name"), QStringLiteral("Mirrowisp"));
     } else {
         // A permission request waits for the user, who may be away for a long time.
-        hook.insert(QStringLiteral("timeout"), event == QStringLiteral("PermissionRequest") ? 86400 : 10);
+        hook.insert(QStringLiteral("timeout"), event == QStringLiteral("PermissionRequest")
+                                                   ? static_cast<int>(decisionTimeoutSeconds)
+                                                   : 10);
     }
     if (const auto message = statusMessage(event, kind)) {
         hook.insert(QStringLiteral("statusMessage"), *message);
@@ -289,6 +291,15 @@ Integration integration(AgentKind kind) {
                         "PostToolUseFailure", "Stop", "PreCompact"})};
     }
     return {};
+}
+
+std::optional<double> decisionTimeout(AgentKind kind) {
+    const Integration wiring = integration(kind);
+    if (wiring.kind == Integration::Kind::claudeHooks &&
+        wiring.events.contains(QStringLiteral("PermissionRequest"))) {
+        return decisionTimeoutSeconds;
+    }
+    return std::nullopt;
 }
 
 ConfigFile readConfig(const QString& path) {

@@ -48,6 +48,10 @@ struct Integration {
 // The wiring of each agent, with paths from AgentEnvironment::current().
 Integration integration(AgentKind kind);
 
+// How long the agent's hook waits for a permission decision, where our hooks take them.
+inline constexpr double decisionTimeoutSeconds = 86400;
+std::optional<double> decisionTimeout(AgentKind kind);
+
 // A JSON settings file as read: missing (or blank), a parsed object, or unreadable.
 struct ConfigFile {
     enum class State { missing, parsed, unreadable };

@@ -50,6 +50,16 @@ void DecisionCardModel::allow() {
     act([this](PendingDecision& d, AgentSession& s) { actions_.store().allow(d, s, false); });
 }
 
+void DecisionCardModel::answerWithKey(bool allow) {
+    act([this, allow](PendingDecision& d, AgentSession& s) {
+        if (allow) {
+            actions_.store().allow(d, s, false, DecisionRoute::key);
+        } else {
+            actions_.store().deny(d, s, DecisionRoute::key);
+        }
+    });
+}
+
 void DecisionCardModel::alwaysAllow() {
     act([this](PendingDecision& d, AgentSession& s) { actions_.store().allow(d, s, true); });
 }

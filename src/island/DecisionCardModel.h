@@ -67,6 +67,8 @@ public:
     Q_INVOKABLE void approveAutoEdit();
     // The first press shows the feedback box; the next sends what is in it.
     Q_INVOKABLE void keepPlanning(const QString& feedback = {});
+    // y / n over the island: allow or deny, logged as answered by key.
+    void answerWithKey(bool allow);
 
 Q_SIGNALS:
     void showFeedbackChanged();
