@@ -68,11 +68,21 @@ public Q_SLOTS:
     // Brings the app forward on a settings page (empty: the first); a second launch asks for this.
     void ShowSettings(const QString& page);
     void ShowSetupGuide();
+    // The hook doctor's report as JSON; files are read off the main thread.
+    QString Doctor();
+    // The diff `Connect` would apply to the agent's file, changing nothing.
+    QString ConnectPreview(const QString& agent);
+    // The always-allow rules in the agents' settings as JSON; RemoveRule takes one out by its id.
+    QString Rules();
+    void RemoveRule(const QString& ruleID);
 
 private:
     bool callerIsThisUser();
     void act(const std::function<ControlCommands::Result()>& action, const QString& subject);
     void setConnected(const QString& agent, bool connect);
+    // Runs `work` off the main thread and sends its text as the answer to the call being served.
+    void answerLater(std::function<QString()> work);
+    QStringList sessionFolders() const;
 
     AppModel& model_;
     AgentActions agentActions_;

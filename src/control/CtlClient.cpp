@@ -1,6 +1,7 @@
 #include "control/CtlClient.h"
 
 #include "control/ControlService.h"
+#include "control/CtlDoctor.h"
 #include "control/CtlLog.h"
 
 #include <QDBusConnection>
@@ -34,6 +35,9 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   island                                each island's state as JSON
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
+  connect KIND --dry-run                print the change connect would make, changing nothing
+  doctor [--json]                       each agent's hooks, the bridge tool, hook round trips, stuck decisions
+  rules [--json] | rules remove ID      the agents' always-allow rules; remove one (with a backup)
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
   setup-guide                           show the setup guide
   log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
@@ -51,7 +55,8 @@ int exitFor(const QDBusError& error, QDBusConnection& bus) {
     const QString name = error.name();
     if (name.endsWith(QLatin1StringView(".UnknownDecision")) ||
         name.endsWith(QLatin1StringView(".UnknownSession")) ||
-        name.endsWith(QLatin1StringView(".UnknownAgent"))) {
+        name.endsWith(QLatin1StringView(".UnknownAgent")) ||
+        name.endsWith(QLatin1StringView(".UnknownRule"))) {
         printError(error.message());
         return exitUnknown;
     }
@@ -117,6 +122,11 @@ int runCtl(const QStringList& arguments) {
     }
     const bool always = takeFlag(args, QStringLiteral("--always"));
     const bool autoEdit = takeFlag(args, QStringLiteral("--auto-edit"));
+    const bool dryRun = takeFlag(args, QStringLiteral("--dry-run"));
+    // doctor and rules print text unless asked for JSON; other commands take --json with a value.
+    const bool readableCommand =
+        command == QLatin1StringView("doctor") || command == QLatin1StringView("rules");
+    const bool asJson = readableCommand && takeFlag(args, QStringLiteral("--json"));
     const auto json = takeOption(args, QStringLiteral("--json"), missingValue);
     const auto feedback = takeOption(args, QStringLiteral("--feedback"), missingValue);
 
@@ -124,6 +134,7 @@ int runCtl(const QStringList& arguments) {
         QString method;
         QVariantList arguments;
         bool printsResult = false;
+        QString (*format)(const QByteArray&) = nullptr;
     };
     std::optional<Call> call;
     const QString subject = args.value(0);
@@ -152,8 +163,17 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Hide"), {subject}};
     } else if (command == QLatin1StringView("jump") && oneSubject) {
         call = Call{QStringLiteral("Jump"), {subject}, true};
+    } else if (command == QLatin1StringView("connect") && oneSubject && dryRun) {
+        call = Call{QStringLiteral("ConnectPreview"), {subject}, true};
     } else if (command == QLatin1StringView("connect") && oneSubject) {
         call = Call{QStringLiteral("Connect"), {subject}};
+    } else if (command == QLatin1StringView("doctor") && args.isEmpty()) {
+        call = Call{QStringLiteral("Doctor"), {}, true, asJson ? nullptr : formatDoctorReport};
+    } else if (command == QLatin1StringView("rules") && args.isEmpty()) {
+        call = Call{QStringLiteral("Rules"), {}, true, asJson ? nullptr : formatRules};
+    } else if (command == QLatin1StringView("rules") && args.size() == 2 &&
+               args.first() == QLatin1StringView("remove")) {
+        call = Call{QStringLiteral("RemoveRule"), {args.at(1)}};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {
         call = Call{QStringLiteral("Disconnect"), {subject}};
     } else if (command == QLatin1StringView("settings") && args.size() <= 1 && !missingValue) {
@@ -181,6 +201,9 @@ int runCtl(const QStringList& arguments) {
     if (call->printsResult && !reply.arguments().isEmpty()) {
         QTextStream out(stdout);
         QString text = reply.arguments().constFirst().toString();
+        if (call->format != nullptr) {
+            text = call->format(text.toUtf8());
+        }
         if (!text.endsWith(QLatin1Char('\n'))) {
             text += QLatin1Char('\n');
         }

@@ -478,7 +478,7 @@ QStringList installedEvents(AgentKind kind) {
     const ConfigFile config = readConfig(wiring.file);
     const QJsonObject hooks = hooksOf(config.object);
     QStringList found;
-    for (const QString& event : managedEvents(wiring)) {
+    for (const QString& event : wiring.events) {
         const auto list = objectList(hooks.value(event));
         if (list && std::any_of(list->begin(), list->end(),
                                 [](const QJsonValue& entry) { return containsMarker(entry.toObject()); })) {
