@@ -39,7 +39,7 @@ struct BridgeRequest {
     bool expectsReply = false;
     ProcessContext context;
     // When the tool started, in seconds since the epoch by its clock; older tools leave it out.
-    std::optional<double> startedAt;
+    std::optional<double> startedAt = std::nullopt;
 
     bool operator==(const BridgeRequest&) const = default;
 };
