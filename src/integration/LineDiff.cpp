@@ -54,12 +54,13 @@ std::vector<Edit> edits(const QList<QByteArray>& a, const QList<QByteArray>& b) 
             out.push_back({' ', a[static_cast<qsizetype>(i)]});
             ++i;
             ++j;
-        } else if (j < m && (i == n || at(i, j + 1) >= at(i + 1, j))) {
-            out.push_back({'+', b[static_cast<qsizetype>(j)]});
-            ++j;
-        } else {
+        } else if (i < n && (j == m || at(i + 1, j) >= at(i, j + 1))) {
+            // Removals first, as diff(1) prints them.
             out.push_back({'-', a[static_cast<qsizetype>(i)]});
             ++i;
+        } else {
+            out.push_back({'+', b[static_cast<qsizetype>(j)]});
+            ++j;
         }
     }
     return out;
