@@ -170,3 +170,49 @@ TEST_F(DecisionLogFlow, AnUnwritableLogCostsOneLineAndNoDecision) {
     EXPECT_EQ(log.count("decision log"), 1) << log.toStdString();
     EXPECT_TRUE(log.contains("is not written")) << log.toStdString();
 }
+
+TEST_F(DecisionLogFlow, DoctorMeasuresRoundTripsOfTheRealToolAndPreviewsWithoutChanging) {
+    ASSERT_TRUE(real.start());
+    for (int i = 0; i < 3; ++i) {
+        auto tool = real.hook({{text("hook_event_name"), text("PreToolUse")},
+                               {text("session_id"), text("trip")},
+                               {text("tool_name"), text("Read")}});
+        ASSERT_TRUE(tool->waitForFinished(10000));
+    }
+    const auto doctor = real.ctl({text("doctor"), text("--json")});
+    ASSERT_EQ(doctor.exitCode, 0) << doctor.err.toStdString();
+    const QJsonObject report = QJsonDocument::fromJson(doctor.out).object();
+    const QJsonObject claude = report[text("agents")][0].toObject();
+    const QJsonObject trip = claude[text("roundTrip")].toObject();
+    EXPECT_EQ(trip[text("events")].toInt(), 3);
+    EXPECT_GT(trip[text("medianMs")].toDouble(), 0);
+    EXPECT_LE(trip[text("medianMs")].toDouble(), trip[text("p95Ms")].toDouble());
+    EXPECT_TRUE(claude[text("lastEvent")].isString());
+    EXPECT_TRUE(report[text("bridge")][text("usable")].toBool());
+
+    const auto readable = real.ctl({text("doctor")});
+    EXPECT_TRUE(readable.out.contains("round trip median")) << readable.out.toStdString();
+
+    // The app connected Claude Code at start (its folder exists): a hand edit shows as a diff, and
+    // previewing changes nothing.
+    const QString settings = real.home().path() + text("/.claude/settings.json");
+    const QByteArray before = mirrowisp::test::readFile(settings);
+    const auto unchanged = real.ctl({text("connect"), text("claude"), text("--dry-run")});
+    EXPECT_EQ(unchanged.exitCode, 0);
+    EXPECT_EQ(mirrowisp::test::readFile(settings), before);
+    EXPECT_EQ(real.ctl({text("connect"), text("nobody"), text("--dry-run")}).exitCode, 1);
+}
+
+TEST_F(DecisionLogFlow, RulesAreListedAndRemovedThroughTheApp) {
+    const QString settings = real.home().path() + text("/.claude/settings.json");
+    mirrowisp::test::writeFile(settings, R"j({"permissions":{"allow":["Bash(npm test)","Read(*)"]}})j");
+    ASSERT_TRUE(real.start());
+    const auto listed = real.ctl({text("rules"), text("--json")});
+    const QJsonArray rules = QJsonDocument::fromJson(listed.out).array();
+    ASSERT_EQ(rules.size(), 2) << listed.out.toStdString();
+    EXPECT_EQ(real.ctl({text("rules"), text("remove"), text("0000000000")}).exitCode, 1);
+    EXPECT_EQ(real.ctl({text("rules"), text("remove"), rules[0][text("id")].toString()}).exitCode, 0);
+    const auto after = real.ctl({text("rules")});
+    EXPECT_FALSE(after.out.contains("npm test")) << after.out.toStdString();
+    EXPECT_TRUE(after.out.contains("Read(*)")) << after.out.toStdString();
+}
