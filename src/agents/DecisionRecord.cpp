@@ -1,6 +1,6 @@
 #include "agents/DecisionRecord.h"
 
-#include "agents/JsonValues.h"
+#include "bridge/JsonScanner.h"
 
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -125,42 +125,81 @@ QByteArray DecisionRecord::toJsonLine() const {
 }
 
 std::optional<DecisionRecord> DecisionRecord::fromJsonLine(QByteArrayView line) {
-    QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(line.toByteArray(), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject()) {
+    // The bridge's pull scanner: `ctl log` reads every record of up to five 10 MB files, and building a
+    // JSON document for each line would cost several times more.
+    JsonScanner scanner(line);
+    if (!scanner.beginObject()) {
         return std::nullopt;
     }
-    const QJsonObject object = document.object();
-    const QJsonValue asked = object.value(QLatin1StringView("askedAt"));
-    const QJsonValue ended = object.value(QLatin1StringView("endedAt"));
-    const auto agentName = json::string(object, QLatin1StringView("agent"));
-    const auto outcomeName = json::string(object, QLatin1StringView("outcome"));
-    const auto routeName = json::string(object, QLatin1StringView("route"));
-    if (!asked.isDouble() || !ended.isDouble() || !agentName || !outcomeName || !routeName) {
-        return std::nullopt;
-    }
-    const auto agent = AgentKinds::fromRawValue(QStringView(*agentName));
-    const auto outcome = DecisionNames::outcome(*outcomeName);
-    const auto route = DecisionNames::route(*routeName);
-    if (!agent || !outcome || !route) {
-        return std::nullopt;
-    }
-    auto text = [&](const char* key) {
-        return json::string(object, QLatin1StringView(key)).value_or(QString());
-    };
     DecisionRecord record;
-    record.askedAt = asked.toDouble();
-    record.endedAt = ended.toDouble();
+    std::optional<double> asked;
+    std::optional<double> ended;
+    std::optional<AgentKind> agent;
+    std::optional<DecisionOutcome> outcome;
+    std::optional<DecisionRoute> route;
+    QByteArray key;
+    QByteArray value;
+    bool first = true;
+    auto text = [&](QString& into) {
+        if (!scanner.readString(value)) {
+            return false;
+        }
+        into = QString::fromUtf8(value);
+        return true;
+    };
+    for (;;) {
+        const auto next = scanner.nextKey(key, first);
+        if (next == JsonScanner::Next::end) {
+            break;
+        }
+        if (next == JsonScanner::Next::error) {
+            return std::nullopt;
+        }
+        bool ok = true;
+        double number = 0;
+        if (key == "askedAt" || key == "endedAt") {
+            ok = scanner.readNumber(number);
+            (key == "askedAt" ? asked : ended) = number;
+        } else if (key == "agent") {
+            ok = scanner.readString(value);
+            agent = AgentKinds::fromRawValue(QByteArrayView(value));
+        } else if (key == "outcome" || key == "route") {
+            QString name;
+            ok = text(name);
+            if (key == "outcome") {
+                outcome = DecisionNames::outcome(name);
+            } else {
+                route = DecisionNames::route(name);
+            }
+        } else if (key == "session") {
+            ok = text(record.sessionID);
+        } else if (key == "cwd") {
+            ok = text(record.cwd);
+        } else if (key == "kind") {
+            ok = text(record.kind);
+        } else if (key == "tool") {
+            ok = text(record.tool);
+        } else if (key == "summary") {
+            ok = text(record.summary);
+        } else if (key == "input") {
+            ok = text(record.inputSummary);
+        } else if (key == "answer") {
+            ok = text(record.answer);
+        } else {
+            ok = scanner.skipValue();
+        }
+        if (!ok) {
+            return std::nullopt;
+        }
+    }
+    if (!scanner.finish() || !asked || !ended || !agent || !outcome || !route) {
+        return std::nullopt;
+    }
+    record.askedAt = *asked;
+    record.endedAt = *ended;
     record.agent = *agent;
-    record.sessionID = text("session");
-    record.cwd = text("cwd");
-    record.kind = text("kind");
-    record.tool = text("tool");
-    record.summary = text("summary");
-    record.inputSummary = text("input");
     record.outcome = *outcome;
     record.route = *route;
-    record.answer = text("answer");
     return record;
 }
 

@@ -4,8 +4,8 @@
 #include "base/Clock.h"
 #include "bridge/BridgeProtocol.h"
 
-#include <QDateTime>
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 namespace mirrowisp {
@@ -35,6 +35,19 @@ QString waited(double seconds) {
         return QString::number(seconds / 60, 'f', 1) + QLatin1Char('m');
     }
     return QString::number(seconds / 3600, 'f', 1) + QLatin1Char('h');
+}
+
+// strftime over the C library's cached zone: QDateTime's local-time conversion costs more than the
+// parsing of a record.
+QString localTime(Timestamp time) {
+    const auto seconds = static_cast<time_t>(time);
+    struct tm parts {};
+    char text[32];
+    if (localtime_r(&seconds, &parts) == nullptr ||
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) == 0) {
+        return QStringLiteral("?").leftJustified(19);
+    }
+    return QString::fromLatin1(text);
 }
 
 // Written straight to stdout as it is read: a big log is never held whole.
@@ -92,10 +105,8 @@ int runCtlLog(QStringList args) {
                                 if (!record.answer.isEmpty()) {
                                     summary += QStringLiteral(" → ") + record.answer;
                                 }
-                                const QDateTime asked = QDateTime::fromMSecsSinceEpoch(
-                                    static_cast<qint64>(record.askedAt * 1000));
                                 print(QStringLiteral("%1  %2  %3  %4  %5  %6  %7  %8")
-                                          .arg(asked.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")),
+                                          .arg(localTime(record.askedAt),
                                                column(AgentKinds::rawValue(record.agent), 8),
                                                column(DecisionNames::outcome(record.outcome), 20),
                                                column(DecisionNames::route(record.route), 10),
