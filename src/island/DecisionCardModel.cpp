@@ -18,6 +18,7 @@ DecisionCardModel::DecisionCardModel(const DecisionCardActions& actions, QString
                  ? questionTitle(session->agent(), decision_.questions.size())
                  : permissionTitle(session->agent(), decision_.tool);
     hasAlwaysAllowSuggestion_ = decision->hasAlwaysAllowSuggestion();
+    connect(decision, &PendingDecision::expiredChanged, this, &DecisionCardModel::expiredChanged);
 }
 
 QString DecisionCardModel::questionTitle(AgentKind agent, qsizetype count) {
@@ -35,6 +36,11 @@ QString DecisionCardModel::keepPlanningTitle() const {
 
 bool DecisionCardModel::isPending() const {
     return actions_.store().findDecision(decisionId_).first != nullptr;
+}
+
+bool DecisionCardModel::isExpired() const {
+    const PendingDecision* decision = actions_.store().findDecision(decisionId_).first;
+    return decision != nullptr && decision->isExpired();
 }
 
 void DecisionCardModel::act(const std::function<void(PendingDecision&, AgentSession&)>& action) {

@@ -1,7 +1,7 @@
 #include "agents/DecisionLog.h"
-#include "agents/DecisionLogReader.h"
 
 #include "AgentStoreFixture.h"
+#include "agents/DecisionLogReader.h"
 
 #include <QDir>
 #include <QFile>
@@ -59,7 +59,8 @@ TEST(DecisionLog, ReadingSkipsWhatDoesNotParseAndFilters) {
     const QString dir = home.supportDir();
     QByteArray bytes = recordAt(10).toJsonLine();
     bytes += "not json\n{\"askedAt\":\"yesterday\"}\n\n";
-    bytes += "{\"askedAt\":" + QByteArray(DecisionLogReader::maxLineBytes + 10, '1') + "}\n"; // over the limit
+    bytes +=
+        "{\"askedAt\":" + QByteArray(DecisionLogReader::maxLineBytes + 10, '1') + "}\n"; // over the limit
     bytes += recordAt(20, AgentKind::codex).toJsonLine();
     bytes += recordAt(30).toJsonLine().chopped(20); // cut by a crash, no newline
     writeFile(DecisionLog::path(dir), bytes);
@@ -83,9 +84,11 @@ TEST(DecisionLog, MasksSecretsAndCutsTheInput) {
         {"ls -la path=x", "ls -la path=x"},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(DecisionText::maskSecrets(QString::fromUtf8(c.text)), QString::fromUtf8(c.masked)) << c.text;
+        EXPECT_EQ(DecisionText::maskSecrets(QString::fromUtf8(c.text)), QString::fromUtf8(c.masked))
+            << c.text;
     }
-    const QJsonObject big{{QStringLiteral("command"), QString(5000, QLatin1Char('x')) + QStringLiteral(" TOKEN=t")}};
+    const QJsonObject big{
+        {QStringLiteral("command"), QString(5000, QLatin1Char('x')) + QStringLiteral(" TOKEN=t")}};
     EXPECT_EQ(DecisionText::inputSummary(big).size(), DecisionText::inputLimit + 1); // and the ellipsis
 }
 
@@ -95,10 +98,10 @@ TEST_F(StuckDecisions, AreMarkedAndLoggedOnceWhenTheyOutwaitTheHook) {
     DecisionLog log(home.supportDir());
     store.setDecisionLog(&log);
     store.setHookTimeout(AgentKind::claude, 600);
-    auto sent = send(AgentKind::claude,
-                     event("PermissionRequest", "s1",
-                           {{text("tool_name"), text("Bash")},
-                            {text("tool_input"), QJsonObject{{text("command"), text("make")}}}}));
+    auto sent =
+        send(AgentKind::claude, event("PermissionRequest", "s1",
+                                      {{text("tool_name"), text("Bash")},
+                                       {text("tool_input"), QJsonObject{{text("command"), text("make")}}}}));
     PendingDecision* decision = store.findDecision(sent.connection->request().id).first;
     ASSERT_NE(decision, nullptr);
     const Timestamp asked = clock.now();
