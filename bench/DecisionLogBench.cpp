@@ -7,12 +7,14 @@
 #include "base/UserDefaults.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <cstdio>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -63,6 +65,13 @@ double commandMs(const QString& program, const QStringList& arguments, const QSt
         process.start(program, arguments);
         process.waitForFinished(60000);
     });
+}
+
+// The largest resident size of any command run so far, in KiB.
+long childPeakKiB() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    return usage.ru_maxrss;
 }
 
 } // namespace
@@ -118,5 +127,22 @@ int main(int argc, char** argv) {
                            QStringLiteral("codex")},
                           support),
                 commandMs(QStringLiteral("/bin/cat"), {DecisionLog::path(support)}, support));
+
+    // A 1 GB log (sparse: one endless line of zero bytes, then a record) must be walked, not loaded.
+    const QString huge = dir.path() + QStringLiteral("/huge");
+    QDir().mkpath(huge);
+    QFile file(DecisionLog::path(huge));
+    file.open(QIODevice::WriteOnly);
+    file.resize(qint64(1) << 30);
+    file.seek(file.size());
+    DecisionRecord last;
+    last.askedAt = 1.8e9;
+    file.write("\n" + last.toJsonLine());
+    file.close();
+    const long before = childPeakKiB();
+    const double hugeMs = commandMs(mirrowisp, {QStringLiteral("ctl"), QStringLiteral("log")}, huge);
+    std::printf("\nmirrowisp ctl log over a 1 GiB log: %.0f ms, peak memory of the command %.1f MiB "
+                "(the 100,000-record runs above: %.1f MiB)\n",
+                hugeMs, childPeakKiB() / 1024.0, before / 1024.0);
     return 0;
 }
