@@ -181,6 +181,10 @@ int runCtl(const QStringList& arguments) {
     } else if (command == QLatin1StringView("setup-guide") && args.isEmpty()) {
         call = Call{QStringLiteral("ShowSetupGuide"), {}};
     }
+    // A dry run that would act for real is the worst way to read a command line wrongly.
+    if (dryRun && call && call->method != QLatin1StringView("ConnectPreview")) {
+        call.reset();
+    }
     if (!call) {
         std::fputs(usage, stderr);
         return exitUsage;

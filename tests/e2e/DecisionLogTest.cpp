@@ -193,14 +193,32 @@ TEST_F(DecisionLogFlow, DoctorMeasuresRoundTripsOfTheRealToolAndPreviewsWithoutC
     const auto readable = real.ctl({text("doctor")});
     EXPECT_TRUE(readable.out.contains("round trip median")) << readable.out.toStdString();
 
-    // The app connected Claude Code at start (its folder exists): a hand edit shows as a diff, and
-    // previewing changes nothing.
+    // Connected, edited by hand, previewed without a change, repaired.
+    auto hooksState = [&] {
+        const QJsonObject again =
+            QJsonDocument::fromJson(real.ctl({text("doctor"), text("--json")}).out).object();
+        return again[text("agents")][0][text("hooks")].toString();
+    };
+    ASSERT_EQ(real.ctl({text("connect"), text("claude")}).exitCode, 0);
+    EXPECT_EQ(hooksState(), text("installed"));
     const QString settings = real.home().path() + text("/.claude/settings.json");
-    const QByteArray before = mirrowisp::test::readFile(settings);
-    const auto unchanged = real.ctl({text("connect"), text("claude"), text("--dry-run")});
-    EXPECT_EQ(unchanged.exitCode, 0);
-    EXPECT_EQ(mirrowisp::test::readFile(settings), before);
+    QByteArray edited = mirrowisp::test::readFile(settings);
+    ASSERT_TRUE(edited.contains("\"timeout\": 86400"));
+    edited.replace("\"timeout\": 86400", "\"timeout\": 30");
+    mirrowisp::test::writeFile(settings, edited);
+    EXPECT_EQ(hooksState(), text("drifted"));
+    const auto preview = real.ctl({text("connect"), text("claude"), text("--dry-run")});
+    EXPECT_EQ(preview.exitCode, 0);
+    EXPECT_TRUE(preview.out.contains(
+        "\n-                        \"timeout\": 30,\n+                        \"timeout\": 86400,\n"))
+        << preview.out.toStdString();
+    EXPECT_EQ(mirrowisp::test::readFile(settings), edited);
+    const QByteArray before = edited;
     EXPECT_EQ(real.ctl({text("connect"), text("nobody"), text("--dry-run")}).exitCode, 1);
+    EXPECT_EQ(real.ctl({text("disconnect"), text("claude"), text("--dry-run")}).exitCode, 64);
+    EXPECT_EQ(mirrowisp::test::readFile(settings), before);
+    ASSERT_EQ(real.ctl({text("connect"), text("claude")}).exitCode, 0);
+    EXPECT_EQ(hooksState(), text("installed"));
 }
 
 TEST_F(DecisionLogFlow, RulesAreListedAndRemovedThroughTheApp) {
