@@ -107,7 +107,21 @@ void AgentStore::handle(const std::shared_ptr<BridgeConnection>& connection) {
 void AgentStore::handle(const std::shared_ptr<BridgeConnection>& connection,
                         const std::optional<QJsonObject>& parsed) {
     const BridgeRequest& request = connection->request();
+    const Timestamp arrived = clock_.now();
     noteSeen(request.agent);
+    // Decisions wait for the user: only events answered here and now say how fast the hook is.
+    struct TimeAnswer {
+        HookTimings& timings;
+        const Clock& clock;
+        const BridgeConnection& connection;
+        Timestamp arrived;
+        ~TimeAnswer() {
+            const BridgeRequest& request = connection.request();
+            if (request.startedAt && connection.isFinished()) {
+                timings.add(request.agent, *request.startedAt, arrived, clock.now());
+            }
+        }
+    } timeAnswer{hookTimings_, clock_, *connection, arrived};
     if (!settings_.isAgentEnabled(request.agent) || !parsed) {
         connection->reply();
         return;
@@ -262,6 +276,7 @@ void AgentStore::applyPostTool(AgentSession& session, const QJsonObject& payload
             answeredElsewhere(payloads, *tool, json::object(payload, QLatin1StringView("tool_input")));
         if (index) {
             const PendingDecision& settled = *session.pending()[static_cast<std::size_t>(*index)];
+            record(settled, session, DecisionOutcome::terminal, DecisionRoute::agent);
             const QString id = settled.id();
             settled.connection()->reply();
             remove(id, session);
@@ -305,6 +320,7 @@ void AgentStore::applyStop(AgentSession& session, const QJsonObject& payload) {
 void AgentStore::failPending(AgentSession& session) {
     // Taken out first, so nothing a reply sets off can change the list being walked.
     for (const auto& decision : session.takeAllPending()) {
+        record(*decision, session, DecisionOutcome::stale, DecisionRoute::agent);
         decision->connection()->reply();
     }
 }

@@ -3,6 +3,8 @@
 #include "agents/AgentSession.h"
 #include "agents/AgentStoreText.h"
 #include "agents/CodexHookStatus.h"
+#include "agents/DecisionRecord.h"
+#include "agents/HookTimings.h"
 #include "base/Clock.h"
 #include "base/SerialQueue.h"
 #include "bridge/BridgeConnection.h"
@@ -20,6 +22,7 @@
 namespace mirrowisp {
 
 class UserDefaults;
+class DecisionLog;
 
 // The user's settings the store reads, handed in as values whenever they change.
 struct AgentStoreSettings {
@@ -77,14 +80,19 @@ public:
     // Remembers when the agent was last heard; written at most every 20 seconds per agent.
     void noteSeen(AgentKind agent);
 
-    // What the decision cards do.
-    void allow(PendingDecision& decision, AgentSession& session, bool always);
-    void answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers);
-    void approvePlan(PendingDecision& decision, AgentSession& session, bool autoAcceptEdits);
-    void keepPlanning(PendingDecision& decision, AgentSession& session, const QString& feedback);
-    void deny(PendingDecision& decision, AgentSession& session);
+    // What the decision cards do. `route` is what the decision log says answered it.
+    void allow(PendingDecision& decision, AgentSession& session, bool always,
+               DecisionRoute route = DecisionRoute::island);
+    void answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers,
+                DecisionRoute route = DecisionRoute::island);
+    void approvePlan(PendingDecision& decision, AgentSession& session, bool autoAcceptEdits,
+                     DecisionRoute route = DecisionRoute::island);
+    void keepPlanning(PendingDecision& decision, AgentSession& session, const QString& feedback,
+                      DecisionRoute route = DecisionRoute::island);
+    void deny(PendingDecision& decision, AgentSession& session, DecisionRoute route = DecisionRoute::island);
     // "Terminal": no answer from here; the agent's own prompt decides.
-    void handBack(PendingDecision& decision, AgentSession& session);
+    void handBack(PendingDecision& decision, AgentSession& session,
+                  DecisionRoute route = DecisionRoute::island);
     // Sends the decision object in the agent's reply shape and retires the decision.
     void respond(PendingDecision& decision, AgentSession& session, const QJsonObject& decisionObject);
     // Drops the decision with this id; the tool is answered by whoever calls this.
@@ -120,6 +128,16 @@ public:
         codexStatusSource_ = std::move(source);
     }
     void refreshCodexApproval();
+
+    // Where ended decisions are recorded; none by default. The log must outlive the store's use of it.
+    void setDecisionLog(DecisionLog* log) { decisionLog_ = log; }
+    // How long the agent's own hook waits for a decision; past it the decision is stuck.
+    void setHookTimeout(AgentKind agent, double seconds) { hookTimeouts_.insert(agent, seconds); }
+    // Marks decisions that waited past their agent's hook time-out as expired and logs them; they stay
+    // until the agent's tool goes away. Runs with the reconciliation.
+    void expireStuckDecisions(Timestamp now);
+    // Hook round trips of the events handled so far.
+    const HookTimings& hookTimings() const { return hookTimings_; }
     // Whether a process is gone: only "no such process" counts; any other failure means alive.
     static bool processIsGone(qint32 pid);
 
@@ -143,6 +161,8 @@ private:
     void backfillPrompt(AgentSession& session, const QString& path);
     void raise(AgentSignal signal, AgentSession& session);
     bool contains(const AgentSession* session) const;
+    void record(const PendingDecision& decision, const AgentSession& session, DecisionOutcome outcome,
+                DecisionRoute route, QString answer = {});
 
     AgentStoreSettings settings_;
     UserDefaults& defaults_;
@@ -156,6 +176,9 @@ private:
     std::function<CodexHookStatus()> codexStatusSource_;
     std::unique_ptr<class QTimer> cleanupTimer_;
     std::unique_ptr<class QTimer> reconcileTimer_;
+    DecisionLog* decisionLog_ = nullptr;
+    QHash<AgentKind, double> hookTimeouts_;
+    HookTimings hookTimings_;
 };
 
 } // namespace mirrowisp

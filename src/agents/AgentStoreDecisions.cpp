@@ -1,4 +1,5 @@
 #include "agents/AgentStore.h"
+#include "agents/DecisionLog.h"
 #include "agents/JsonValues.h"
 
 #include <QJsonArray>
@@ -69,6 +70,9 @@ void AgentStore::handlePermissionRequest(const std::shared_ptr<BridgeConnection>
     connection->setOnDisconnect([store, weakSession, id] {
         // The tool went away: the hook timed out, or the user answered in the terminal.
         if (store && weakSession && store->contains(weakSession.data())) {
+            if (const PendingDecision* decision = weakSession->findPending(id)) {
+                store->record(*decision, *weakSession, DecisionOutcome::withdrawn, DecisionRoute::agent);
+            }
             store->remove(id, *weakSession);
         }
     });
@@ -144,26 +148,38 @@ std::optional<qsizetype> AgentStore::answeredElsewhere(const QList<QJsonObject>&
     return std::nullopt;
 }
 
-void AgentStore::allow(PendingDecision& decision, AgentSession& session, bool always) {
+void AgentStore::allow(PendingDecision& decision, AgentSession& session, bool always, DecisionRoute route) {
     QJsonObject object = behavior("allow");
     const QJsonValue suggestions = decision.payload().value(QLatin1StringView("permission_suggestions"));
-    if (always && speaksCards(session.agent()) && suggestions.isArray() && !suggestions.toArray().isEmpty()) {
+    // Only a rule the agent will store counts as "always".
+    const bool rule =
+        always && speaksCards(session.agent()) && suggestions.isArray() && !suggestions.toArray().isEmpty();
+    if (rule) {
         object.insert(QStringLiteral("updatedPermissions"), suggestions);
     }
+    record(decision, session, rule ? DecisionOutcome::alwaysAllowed : DecisionOutcome::allowed, route);
     respond(decision, session, object);
 }
 
-void AgentStore::answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers) {
+void AgentStore::answer(PendingDecision& decision, AgentSession& session, const QJsonObject& answers,
+                        DecisionRoute route) {
     // Every other key of the input goes back as it came.
     QJsonObject input =
         json::object(decision.payload(), QLatin1StringView("tool_input")).value_or(QJsonObject());
     input.insert(QStringLiteral("answers"), answers);
     QJsonObject object = behavior("allow");
     object.insert(QStringLiteral("updatedInput"), input);
+    if (decisionLog_ != nullptr) {
+        record(decision, session, DecisionOutcome::answered, route,
+               QString::fromUtf8(QJsonDocument(answers).toJson(QJsonDocument::Compact)));
+    }
     respond(decision, session, object);
 }
 
-void AgentStore::approvePlan(PendingDecision& decision, AgentSession& session, bool autoAcceptEdits) {
+void AgentStore::approvePlan(PendingDecision& decision, AgentSession& session, bool autoAcceptEdits,
+                             DecisionRoute route) {
+    record(decision, session,
+           autoAcceptEdits ? DecisionOutcome::planApprovedAutoEdit : DecisionOutcome::planApproved, route);
     QJsonObject object = behavior("allow");
     if (autoAcceptEdits) {
         object.insert(QStringLiteral("updatedPermissions"),
@@ -174,21 +190,25 @@ void AgentStore::approvePlan(PendingDecision& decision, AgentSession& session, b
     respond(decision, session, object);
 }
 
-void AgentStore::keepPlanning(PendingDecision& decision, AgentSession& session, const QString& feedback) {
+void AgentStore::keepPlanning(PendingDecision& decision, AgentSession& session, const QString& feedback,
+                              DecisionRoute route) {
     const QString trimmed = feedback.trimmed();
+    record(decision, session, DecisionOutcome::keptPlanning, route, trimmed);
     QJsonObject object = behavior("deny");
     object.insert(QStringLiteral("message"),
                   trimmed.isEmpty() ? QStringLiteral("The user wants to keep planning.") : trimmed);
     respond(decision, session, object);
 }
 
-void AgentStore::deny(PendingDecision& decision, AgentSession& session) {
+void AgentStore::deny(PendingDecision& decision, AgentSession& session, DecisionRoute route) {
+    record(decision, session, DecisionOutcome::denied, route);
     QJsonObject object = behavior("deny");
     object.insert(QStringLiteral("message"), denyMessage);
     respond(decision, session, object);
 }
 
-void AgentStore::handBack(PendingDecision& decision, AgentSession& session) {
+void AgentStore::handBack(PendingDecision& decision, AgentSession& session, DecisionRoute route) {
+    record(decision, session, DecisionOutcome::terminal, route);
     const QString id = decision.id();
     decision.connection()->reply();
     remove(id, session);
@@ -226,6 +246,55 @@ void AgentStore::respond(PendingDecision& decision, AgentSession& session,
     if (session.pending().empty()) {
         // The agent continues after an answer; its next event corrects the status if not.
         session.setStatus(AgentStatus::thinking());
+    }
+}
+
+void AgentStore::record(const PendingDecision& decision, const AgentSession& session, DecisionOutcome outcome,
+                        DecisionRoute route, QString answer) {
+    // An expired decision was logged when it expired; whatever ends it later is no news.
+    if (decisionLog_ == nullptr || decision.isExpired()) {
+        return;
+    }
+    const DecisionKind& kind = decision.kind();
+    DecisionRecord entry;
+    entry.askedAt = decision.createdAt();
+    entry.endedAt = clock_.now();
+    entry.agent = session.agent();
+    entry.sessionID = session.sessionID();
+    entry.cwd = session.cwd();
+    entry.kind = kind.caseName();
+    entry.tool = json::string(decision.payload(), QLatin1StringView("tool_name")).value_or(QString());
+    switch (kind.kind) {
+    case DecisionKind::Case::permission:
+        entry.summary = kind.summary;
+        break;
+    case DecisionKind::Case::question:
+        entry.summary = kind.questions.isEmpty() ? QString() : kind.questions.first().question;
+        break;
+    case DecisionKind::Case::plan:
+        entry.summary = kind.markdown.section(QLatin1Char('\n'), 0, 0, QString::SectionSkipEmpty);
+        break;
+    }
+    entry.outcome = outcome;
+    entry.route = route;
+    entry.answer = std::move(answer);
+    entry.toolInput =
+        json::object(decision.payload(), QLatin1StringView("tool_input")).value_or(QJsonObject());
+    decisionLog_->append(std::move(entry));
+}
+
+void AgentStore::expireStuckDecisions(Timestamp now) {
+    for (const auto& session : sessions_) {
+        const auto timeout = hookTimeouts_.constFind(session->agent());
+        if (timeout == hookTimeouts_.constEnd()) {
+            continue;
+        }
+        for (const auto& decision : session->pending()) {
+            if (!decision->isExpired() && now - decision->createdAt() > *timeout) {
+                record(*decision, *session, DecisionOutcome::expired, DecisionRoute::agent);
+                decision->markExpired();
+            }
+        }
     }
 }
 

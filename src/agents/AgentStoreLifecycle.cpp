@@ -25,7 +25,10 @@ void AgentStore::start() {
     cleanupTimer_->start();
     reconcileTimer_ = std::make_unique<QTimer>();
     reconcileTimer_->setInterval(static_cast<int>(reconcileInterval * 1000));
-    connect(reconcileTimer_.get(), &QTimer::timeout, this, [this] { reconcileQuietSessions(clock_.now()); });
+    connect(reconcileTimer_.get(), &QTimer::timeout, this, [this] {
+        reconcileQuietSessions(clock_.now());
+        expireStuckDecisions(clock_.now());
+    });
     reconcileTimer_->start();
 }
 

@@ -14,4 +14,11 @@ bool PendingDecision::hasAlwaysAllowSuggestion() const {
     return suggestions.isArray() && !suggestions.toArray().isEmpty();
 }
 
+void PendingDecision::markExpired() {
+    if (!expired_) {
+        expired_ = true;
+        Q_EMIT expiredChanged();
+    }
+}
+
 } // namespace mirrowisp

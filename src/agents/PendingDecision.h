@@ -17,6 +17,7 @@ class PendingDecision : public QObject {
     Q_PROPERTY(QString id READ id CONSTANT)
     Q_PROPERTY(double createdAt READ createdAt CONSTANT)
     Q_PROPERTY(bool hasAlwaysAllowSuggestion READ hasAlwaysAllowSuggestion CONSTANT)
+    Q_PROPERTY(bool expired READ isExpired NOTIFY expiredChanged)
 
 public:
     PendingDecision(QString id, DecisionKind kind, Timestamp createdAt,
@@ -31,12 +32,20 @@ public:
     // The agent offered rules for allowing this kind of call from now on.
     bool hasAlwaysAllowSuggestion() const;
 
+    // Waited past the agent's own hook time-out: the agent has moved on without it.
+    bool isExpired() const { return expired_; }
+    void markExpired();
+
+Q_SIGNALS:
+    void expiredChanged();
+
 private:
     const QString id_;
     const DecisionKind kind_;
     const Timestamp createdAt_;
     const std::shared_ptr<BridgeConnection> connection_;
     const QJsonObject payload_;
+    bool expired_ = false;
 };
 
 } // namespace mirrowisp

@@ -95,12 +95,14 @@ QJsonArray sessionsJson(const AgentStore& store) {
 }
 
 Result allow(AgentStore& store, const QString& decisionID, bool always) {
-    return withDecision(store, decisionID,
-                        [&](PendingDecision& d, AgentSession& s) { store.allow(d, s, always); });
+    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) {
+        store.allow(d, s, always, DecisionRoute::ctl);
+    });
 }
 
 Result deny(AgentStore& store, const QString& decisionID) {
-    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) { store.deny(d, s); });
+    return withDecision(store, decisionID,
+                        [&](PendingDecision& d, AgentSession& s) { store.deny(d, s, DecisionRoute::ctl); });
 }
 
 Result answer(AgentStore& store, const QString& decisionID, const QString& answersJson) {
@@ -113,23 +115,27 @@ Result answer(AgentStore& store, const QString& decisionID, const QString& answe
             return Result::badArgument;
         }
     }
-    return withDecision(store, decisionID,
-                        [&](PendingDecision& d, AgentSession& s) { store.answer(d, s, document.object()); });
+    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) {
+        store.answer(d, s, document.object(), DecisionRoute::ctl);
+    });
 }
 
 Result approvePlan(AgentStore& store, const QString& decisionID, bool autoEdit) {
-    return withDecision(store, decisionID,
-                        [&](PendingDecision& d, AgentSession& s) { store.approvePlan(d, s, autoEdit); });
+    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) {
+        store.approvePlan(d, s, autoEdit, DecisionRoute::ctl);
+    });
 }
 
 Result keepPlanning(AgentStore& store, const QString& decisionID, const QString& feedback) {
-    return withDecision(store, decisionID,
-                        [&](PendingDecision& d, AgentSession& s) { store.keepPlanning(d, s, feedback); });
+    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) {
+        store.keepPlanning(d, s, feedback, DecisionRoute::ctl);
+    });
 }
 
 Result terminal(AgentStore& store, const QString& decisionID) {
-    return withDecision(store, decisionID,
-                        [&](PendingDecision& d, AgentSession& s) { store.handBack(d, s); });
+    return withDecision(store, decisionID, [&](PendingDecision& d, AgentSession& s) {
+        store.handBack(d, s, DecisionRoute::ctl);
+    });
 }
 
 Result hide(AgentStore& store, const QString& sessionID) {

@@ -1,5 +1,6 @@
 #include "app/MirrowispApp.h"
 
+#include "agents/DecisionLog.h"
 #include "app/AgentConnector.h"
 #include "app/AppModel.h"
 #include "app/BuildInfo.h"
@@ -239,7 +240,15 @@ int runMirrowisp(int argc, char** argv) {
     UserDefaults& defaults = UserDefaults::standard();
     // Frequent small changes (a prompt counted per hook) reach the disk once a second, off this thread.
     defaults.coalesceWrites(SystemClock::shared());
+    // Declared before the model, so the store never outlives the log it writes to.
+    DecisionLog decisionLog(BridgeProtocol::supportDirectory());
     AppModel model(Preferences::shared(), defaults, SystemClock::shared());
+    model.agents().setDecisionLog(&decisionLog);
+    for (AgentKind kind : AgentKinds::all) {
+        if (const auto timeout = HookInstaller::decisionTimeout(kind)) {
+            model.agents().setHookTimeout(kind, *timeout);
+        }
+    }
     const AgentConnector::Presence isInstalled = [](AgentKind kind) {
         return AgentEnvironment::isInstalled(kind);
     };

@@ -273,6 +273,12 @@ std::optional<BridgeRequest> decodeRequest(QByteArrayView line) {
                 return std::nullopt;
             }
             hasContext = true;
+        } else if (key == "startedAt") {
+            double started = 0;
+            if (!scanner.readNumber(started)) {
+                return std::nullopt;
+            }
+            request.startedAt = started;
         } else if (!scanner.skipValue()) {
             return std::nullopt;
         }
@@ -316,6 +322,9 @@ QByteArray encodeRequest(const BridgeRequest& request) {
     object.insert(QStringLiteral("payload"), QString::fromLatin1(request.payload.toBase64()));
     object.insert(QStringLiteral("expectsReply"), request.expectsReply);
     object.insert(QStringLiteral("context"), context);
+    if (request.startedAt) {
+        object.insert(QStringLiteral("startedAt"), *request.startedAt);
+    }
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 

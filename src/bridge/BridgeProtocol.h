@@ -38,6 +38,8 @@ struct BridgeRequest {
     QByteArray payload; // the agent's event, as the bytes it wrote
     bool expectsReply = false;
     ProcessContext context;
+    // When the tool started, in seconds since the epoch by its clock; older tools leave it out.
+    std::optional<double> startedAt = std::nullopt;
 
     bool operator==(const BridgeRequest&) const = default;
 };

@@ -2,7 +2,11 @@
 
 #include "app/AppModel.h"
 #include "app/ControlCommands.h"
+#include "app/HookDoctor.h"
+#include "base/Clock.h"
 #include "base/Log.h"
+#include "bridge/BridgeProtocol.h"
+#include "integration/AlwaysAllowRules.h"
 #include "jump/linux/DesktopJump.h"
 #include "media/NowPlayingService.h"
 #include "system/SystemHud.h"
@@ -278,6 +282,79 @@ void ControlService::setConnected(const QString& agent, bool connect) {
     if (const auto error = agentActions_.setConnected(agent, connect)) {
         sendErrorReply(errorPrefix + QStringLiteral("HookError"), *error);
     }
+}
+
+QStringList ControlService::sessionFolders() const {
+    QStringList folders;
+    for (const auto& session : model_.agents().sessions()) {
+        folders.append(session->cwd());
+    }
+    return folders;
+}
+
+void ControlService::answerLater(std::function<QString()> work) {
+    setDelayedReply(true);
+    HookDoctor::runOffMainThread([request = message(), bus = connection(), work = std::move(work)]() mutable {
+        bus.send(request.createReply(work()));
+    });
+}
+
+QString ControlService::Doctor() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    const HookDoctor::Inputs inputs =
+        HookDoctor::gather(model_.agents(), model_.defaults(), SystemClock::shared().now());
+    answerLater([inputs] {
+        return QString::fromUtf8(QJsonDocument(HookDoctor::report(inputs)).toJson(QJsonDocument::Indented));
+    });
+    return {};
+}
+
+QString ControlService::ConnectPreview(const QString& agent) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    const auto kind = AgentKinds::fromRawValue(QStringView(agent));
+    if (!kind) {
+        sendErrorReply(errorPrefix + QStringLiteral("UnknownAgent"),
+                       QStringLiteral("no agent called ") + agent);
+        return {};
+    }
+    answerLater([kind = *kind] { return HookDoctor::connectPreview(kind); });
+    return {};
+}
+
+QString ControlService::Rules() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    answerLater([folders = sessionFolders()] {
+        const QStringList projects =
+            AlwaysAllowRules::knownProjects(folders, BridgeProtocol::supportDirectory());
+        return QString::fromUtf8(QJsonDocument(AlwaysAllowRules::toJson(AlwaysAllowRules::list(projects)))
+                                     .toJson(QJsonDocument::Indented));
+    });
+    return {};
+}
+
+void ControlService::RemoveRule(const QString& ruleID) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    setDelayedReply(true);
+    HookDoctor::runOffMainThread(
+        [request = message(), bus = connection(), folders = sessionFolders(), ruleID]() mutable {
+            const auto error = AlwaysAllowRules::remove(
+                ruleID, AlwaysAllowRules::knownProjects(folders, BridgeProtocol::supportDirectory()));
+            if (!error) {
+                bus.send(request.createReply());
+            } else if (error->kind == AlwaysAllowRules::Failure::Kind::unknownRule) {
+                bus.send(request.createErrorReply(errorPrefix + QStringLiteral("UnknownRule"), error->text));
+            } else {
+                bus.send(request.createErrorReply(errorPrefix + QStringLiteral("HookError"), error->text));
+            }
+        });
 }
 
 } // namespace mirrowisp

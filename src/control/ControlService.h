@@ -79,11 +79,21 @@ public Q_SLOTS:
     QString Hud();
     // Sets "volume", "brightness" or "keyboard" to a level from 0 to 1.
     void SetHud(const QString& control, double value);
+    // The hook doctor's report as JSON; files are read off the main thread.
+    QString Doctor();
+    // The diff `Connect` would apply to the agent's file, changing nothing.
+    QString ConnectPreview(const QString& agent);
+    // The always-allow rules in the agents' settings as JSON; RemoveRule takes one out by its id.
+    QString Rules();
+    void RemoveRule(const QString& ruleID);
 
 private:
     bool callerIsThisUser();
     void act(const std::function<ControlCommands::Result()>& action, const QString& subject);
     void setConnected(const QString& agent, bool connect);
+    // Runs `work` off the main thread and sends its text as the answer to the call being served.
+    void answerLater(std::function<QString()> work);
+    QStringList sessionFolders() const;
 
     AppModel& model_;
     AgentActions agentActions_;

@@ -1,6 +1,8 @@
 #include "control/CtlClient.h"
 
 #include "control/ControlService.h"
+#include "control/CtlDoctor.h"
+#include "control/CtlLog.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -39,8 +41,12 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   hud volume|brightness|keyboard VALUE  set one: 0 to 1, or a percent such as 40%
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
+  connect KIND --dry-run                print the change connect would make, changing nothing
+  doctor [--json]                       each agent's hooks, the bridge tool, hook round trips, stuck decisions
+  rules [--json] | rules remove ID      the agents' always-allow rules; remove one (with a backup)
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
   setup-guide                           show the setup guide
+  log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
 
 --timeout: how long to wait for the app's answer (10 s by default).
 Exit status: 0 done, 1 unknown decision, session or agent, 2 not running, 3 not answering in time,
@@ -55,7 +61,8 @@ int exitFor(const QDBusError& error, QDBusConnection& bus) {
     const QString name = error.name();
     if (name.endsWith(QLatin1StringView(".UnknownDecision")) ||
         name.endsWith(QLatin1StringView(".UnknownSession")) ||
-        name.endsWith(QLatin1StringView(".UnknownAgent"))) {
+        name.endsWith(QLatin1StringView(".UnknownAgent")) ||
+        name.endsWith(QLatin1StringView(".UnknownRule"))) {
         printError(error.message());
         return exitUnknown;
     }
@@ -116,8 +123,16 @@ int runCtl(const QStringList& arguments) {
         return exitUsage;
     }
     const QString command = args.takeFirst();
+    if (command == QLatin1StringView("log")) {
+        return runCtlLog(args);
+    }
     const bool always = takeFlag(args, QStringLiteral("--always"));
     const bool autoEdit = takeFlag(args, QStringLiteral("--auto-edit"));
+    const bool dryRun = takeFlag(args, QStringLiteral("--dry-run"));
+    // doctor and rules print text unless asked for JSON; other commands take --json with a value.
+    const bool readableCommand =
+        command == QLatin1StringView("doctor") || command == QLatin1StringView("rules");
+    const bool asJson = readableCommand && takeFlag(args, QStringLiteral("--json"));
     const auto json = takeOption(args, QStringLiteral("--json"), missingValue);
     const auto feedback = takeOption(args, QStringLiteral("--feedback"), missingValue);
 
@@ -125,6 +140,7 @@ int runCtl(const QStringList& arguments) {
         QString method;
         QVariantList arguments;
         bool printsResult = false;
+        QString (*format)(const QByteArray&) = nullptr;
     };
     std::optional<Call> call;
     const QString subject = args.value(0);
@@ -177,14 +193,27 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Hide"), {subject}};
     } else if (command == QLatin1StringView("jump") && oneSubject) {
         call = Call{QStringLiteral("Jump"), {subject}, true};
+    } else if (command == QLatin1StringView("connect") && oneSubject && dryRun) {
+        call = Call{QStringLiteral("ConnectPreview"), {subject}, true};
     } else if (command == QLatin1StringView("connect") && oneSubject) {
         call = Call{QStringLiteral("Connect"), {subject}};
+    } else if (command == QLatin1StringView("doctor") && args.isEmpty()) {
+        call = Call{QStringLiteral("Doctor"), {}, true, asJson ? nullptr : formatDoctorReport};
+    } else if (command == QLatin1StringView("rules") && args.isEmpty()) {
+        call = Call{QStringLiteral("Rules"), {}, true, asJson ? nullptr : formatRules};
+    } else if (command == QLatin1StringView("rules") && args.size() == 2 &&
+               args.first() == QLatin1StringView("remove")) {
+        call = Call{QStringLiteral("RemoveRule"), {args.at(1)}};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {
         call = Call{QStringLiteral("Disconnect"), {subject}};
     } else if (command == QLatin1StringView("settings") && args.size() <= 1 && !missingValue) {
         call = Call{QStringLiteral("ShowSettings"), {subject}};
     } else if (command == QLatin1StringView("setup-guide") && args.isEmpty()) {
         call = Call{QStringLiteral("ShowSetupGuide"), {}};
+    }
+    // A dry run that would act for real is the worst way to read a command line wrongly.
+    if (dryRun && call && call->method != QLatin1StringView("ConnectPreview")) {
+        call.reset();
     }
     if (!call) {
         std::fputs(usage, stderr);
@@ -206,6 +235,9 @@ int runCtl(const QStringList& arguments) {
     if (call->printsResult && !reply.arguments().isEmpty()) {
         QTextStream out(stdout);
         QString text = reply.arguments().constFirst().toString();
+        if (call->format != nullptr) {
+            text = call->format(text.toUtf8());
+        }
         if (!text.endsWith(QLatin1Char('\n'))) {
             text += QLatin1Char('\n');
         }

@@ -12,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QStringDecoder>
+#include <algorithm>
 
 namespace mirrowisp::HookInstaller {
 
@@ -118,7 +119,9 @@ QJsonObject claudeHook(AgentKind kind, const QString& event) {
         hook.insert(QStringLiteral("name"), QStringLiteral("Mirrowisp"));
     } else {
         // A permission request waits for the user, who may be away for a long time.
-        hook.insert(QStringLiteral("timeout"), event == QStringLiteral("PermissionRequest") ? 86400 : 10);
+        hook.insert(QStringLiteral("timeout"), event == QStringLiteral("PermissionRequest")
+                                                   ? static_cast<int>(decisionTimeoutSeconds)
+                                                   : 10);
     }
     if (const auto message = statusMessage(event, kind)) {
         hook.insert(QStringLiteral("statusMessage"), *message);
@@ -291,6 +294,15 @@ Integration integration(AgentKind kind) {
     return {};
 }
 
+std::optional<double> decisionTimeout(AgentKind kind) {
+    const Integration wiring = integration(kind);
+    if (wiring.kind == Integration::Kind::claudeHooks &&
+        wiring.events.contains(QStringLiteral("PermissionRequest"))) {
+        return decisionTimeoutSeconds;
+    }
+    return std::nullopt;
+}
+
 ConfigFile readConfig(const QString& path) {
     const FileRead read = readRegularFile(path);
     if (read.status == FileRead::Status::missing) {
@@ -427,6 +439,57 @@ FileChange installFile(AgentKind kind) {
         return {error, {}};
     }
     return {std::nullopt, trust};
+}
+
+PlannedChange plan(AgentKind kind) {
+    const Integration wiring = integration(kind);
+    PlannedChange planned;
+    planned.file = wiring.file;
+    if (wiring.kind == Integration::Kind::plugin) {
+        const PluginFile existing = readPlugin(wiring.file);
+        const auto source = AgentPlugins::source(kind, bridgeLinkPath());
+        planned.refused = existing.refused;
+        planned.before = existing.text ? std::optional(existing.text->toUtf8()) : std::nullopt;
+        planned.after = source.value_or(QString()).toUtf8();
+        planned.changes = !planned.refused && source && existing.text != *source;
+        return planned;
+    }
+    const ConfigFile config = readConfig(wiring.file);
+    planned.refused = refusal(wiring, config);
+    if (const FileRead read = readRegularFile(wiring.file); read.ok()) {
+        planned.before = read.bytes;
+    }
+    if (planned.refused) {
+        return planned;
+    }
+    const QJsonObject next = installed(kind, wiring, config.object);
+    planned.changes = config.state != ConfigFile::State::parsed || next != config.object;
+    // As writeJsonAtomically writes it.
+    planned.after = planned.changes ? QJsonDocument(next).toJson(QJsonDocument::Indented)
+                                    : planned.before.value_or(QByteArray());
+    return planned;
+}
+
+QStringList installedEvents(AgentKind kind) {
+    const Integration wiring = integration(kind);
+    if (wiring.kind == Integration::Kind::plugin) {
+        return {};
+    }
+    const ConfigFile config = readConfig(wiring.file);
+    const QJsonObject hooks = hooksOf(config.object);
+    QStringList found;
+    for (const QString& event : wiring.events) {
+        const auto list = objectList(hooks.value(event));
+        if (list && std::any_of(list->begin(), list->end(),
+                                [](const QJsonValue& entry) { return containsMarker(entry.toObject()); })) {
+            found.append(event);
+        }
+    }
+    return found;
+}
+
+bool hasPluginFile(AgentKind kind) {
+    return readPlugin(integration(kind).file).text.has_value();
 }
 
 void publish(const FileChange& change, UserDefaults& defaults) {

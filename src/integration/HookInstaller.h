@@ -48,6 +48,10 @@ struct Integration {
 // The wiring of each agent, with paths from AgentEnvironment::current().
 Integration integration(AgentKind kind);
 
+// How long the agent's hook waits for a permission decision, where our hooks take them.
+inline constexpr double decisionTimeoutSeconds = 86400;
+std::optional<double> decisionTimeout(AgentKind kind);
+
 // A JSON settings file as read: missing (or blank), a parsed object, or unreadable.
 struct ConfigFile {
     enum class State { missing, parsed, unreadable };
@@ -88,6 +92,22 @@ struct FileChange {
 // under `hooks` or one of our events, is refused and left as it is. Touches files only, so it may run
 // off the main thread.
 [[nodiscard]] FileChange installFile(AgentKind kind);
+// What installFile would write, without writing: the file's bytes now (none when missing) and after.
+// `changes` is false when install would leave the file alone; `refused` when it would refuse it.
+struct PlannedChange {
+    QString file;
+    std::optional<QByteArray> before;
+    QByteArray after;
+    bool changes = false;
+    HookResult refused;
+};
+[[nodiscard]] PlannedChange plan(AgentKind kind);
+// The events under which the agent's file holds one of our hooks, in the wiring's order; for a plugin,
+// all of them when it is ours.
+QStringList installedEvents(AgentKind kind);
+// Whether our plugin file for the agent is there, of any version.
+bool hasPluginFile(AgentKind kind);
+
 // Stores what the change means for the user defaults (Codex's stale trust). Main thread.
 void publish(const FileChange& change, UserDefaults& defaults);
 // installFile, then publish.

@@ -18,6 +18,7 @@ DecisionCardModel::DecisionCardModel(const DecisionCardActions& actions, QString
                  ? questionTitle(session->agent(), decision_.questions.size())
                  : permissionTitle(session->agent(), decision_.tool);
     hasAlwaysAllowSuggestion_ = decision->hasAlwaysAllowSuggestion();
+    connect(decision, &PendingDecision::expiredChanged, this, &DecisionCardModel::expiredChanged);
 }
 
 QString DecisionCardModel::questionTitle(AgentKind agent, qsizetype count) {
@@ -37,6 +38,11 @@ bool DecisionCardModel::isPending() const {
     return actions_.store().findDecision(decisionId_).first != nullptr;
 }
 
+bool DecisionCardModel::isExpired() const {
+    const PendingDecision* decision = actions_.store().findDecision(decisionId_).first;
+    return decision != nullptr && decision->isExpired();
+}
+
 void DecisionCardModel::act(const std::function<void(PendingDecision&, AgentSession&)>& action) {
     const auto [decision, session] = actions_.store().findDecision(decisionId_);
     if (!decision || !session) {
@@ -48,6 +54,16 @@ void DecisionCardModel::act(const std::function<void(PendingDecision&, AgentSess
 
 void DecisionCardModel::allow() {
     act([this](PendingDecision& d, AgentSession& s) { actions_.store().allow(d, s, false); });
+}
+
+void DecisionCardModel::answerWithKey(bool allow) {
+    act([this, allow](PendingDecision& d, AgentSession& s) {
+        if (allow) {
+            actions_.store().allow(d, s, false, DecisionRoute::key);
+        } else {
+            actions_.store().deny(d, s, DecisionRoute::key);
+        }
+    });
 }
 
 void DecisionCardModel::alwaysAllow() {

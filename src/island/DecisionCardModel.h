@@ -31,6 +31,7 @@ class DecisionCardModel : public QObject {
     Q_PROPERTY(bool showFeedback READ showFeedback NOTIFY showFeedbackChanged)
     Q_PROPERTY(QString keepPlanningTitle READ keepPlanningTitle NOTIFY showFeedbackChanged)
     Q_PROPERTY(bool isPending READ isPending NOTIFY isPendingChanged)
+    Q_PROPERTY(bool expired READ isExpired NOTIFY expiredChanged)
 
 public:
     static inline const QString planTitle = QStringLiteral("Plan ready for review");
@@ -53,6 +54,8 @@ public:
     QString keepPlanningTitle() const;
     // Whether the decision still waits in the store.
     bool isPending() const;
+    // Whether it waited past the agent's hook time-out: an answer would reach nobody.
+    bool isExpired() const;
 
     static QString permissionTitle(AgentKind agent, const QString& tool);
     // The question card's title: "Claude Code has a question", "… has 2 questions".
@@ -67,10 +70,13 @@ public:
     Q_INVOKABLE void approveAutoEdit();
     // The first press shows the feedback box; the next sends what is in it.
     Q_INVOKABLE void keepPlanning(const QString& feedback = {});
+    // y / n over the island: allow or deny, logged as answered by key.
+    void answerWithKey(bool allow);
 
 Q_SIGNALS:
     void showFeedbackChanged();
     void isPendingChanged();
+    void expiredChanged();
 
 private:
     // Runs `action` on the decision if it still waits, then lets the island go if it was the last.

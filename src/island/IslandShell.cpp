@@ -280,10 +280,8 @@ void IslandShell::permissionKey(const QString& key) {
     if (card == nullptr) {
         return;
     }
-    if (key == QLatin1StringView("y")) {
-        card->allow();
-    } else if (key == QLatin1StringView("n")) {
-        card->deny();
+    if (key == QLatin1StringView("y") || key == QLatin1StringView("n")) {
+        card->answerWithKey(key == QLatin1StringView("y"));
     }
 }
 

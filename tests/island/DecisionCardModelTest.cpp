@@ -1,6 +1,8 @@
 #include "island/DecisionCardModel.h"
 
 #include "CardStoreFixture.h"
+#include "agents/DecisionLog.h"
+#include "agents/DecisionLogReader.h"
 
 #include <QSignalSpy>
 
@@ -111,4 +113,32 @@ TEST_F(DecisionCardModelTest, AButtonOnADecisionThatWentAwayDoesNothing) {
     EXPECT_TRUE(never.kind().isEmpty());
     never.allow();
     EXPECT_TRUE(stays.tool->stillWaiting());
+}
+
+TEST_F(DecisionCardModelTest, ClicksAndKeysAreLoggedByTheirRouteAndAnExpiredCardSaysSo) {
+    DecisionLog log(home.supportDir());
+    store.setDecisionLog(&log);
+    store.setHookTimeout(AgentKind::claude, 60);
+    Waiting clicked = request(AgentKind::claude, "s1", "Bash", bashInput);
+    Waiting keyed = request(AgentKind::claude, "s1", "Bash", bashInput);
+    Waiting stuck = request(AgentKind::claude, "s1", "Bash", bashInput);
+
+    DecisionCardModel(actions, clicked.id).deny();
+    DecisionCardModel(actions, keyed.id).answerWithKey(true);
+    DecisionCardModel late(actions, stuck.id);
+    QSignalSpy expired(&late, &DecisionCardModel::expiredChanged);
+    EXPECT_FALSE(late.isExpired());
+    store.expireStuckDecisions(clock.now() + 61);
+    EXPECT_TRUE(late.isExpired());
+    EXPECT_EQ(expired.count(), 1);
+    EXPECT_TRUE(late.isPending()) << "it stays until the agent's tool goes";
+
+    log.flush();
+    QStringList ends;
+    DecisionLogReader::read(home.supportDir(), {}, [&](const DecisionRecord& record, QByteArrayView) {
+        ends.append(DecisionNames::outcome(record.outcome) + QLatin1Char('/') +
+                    DecisionNames::route(record.route));
+        return true;
+    });
+    EXPECT_EQ(ends, (QStringList{text("denied/island"), text("allowed/key"), text("expired/agent")}));
 }

@@ -2,6 +2,7 @@
 
 #include "ToolHarness.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QSet>
@@ -36,8 +37,11 @@ TEST(ToolRequest, SendsOneCompactLineWithTheEventBytesInBase64) {
         expectClean(tool->finish(5000));
 
         EXPECT_TRUE(request->line.startsWith("{\"id\":\""));
-        EXPECT_EQ(request->json.keys(),
-                  (QStringList{u"agent"_s, u"context"_s, u"expectsReply"_s, u"id"_s, u"payload"_s}));
+        EXPECT_EQ(request->json.keys(), (QStringList{u"agent"_s, u"context"_s, u"expectsReply"_s, u"id"_s,
+                                                     u"payload"_s, u"startedAt"_s}));
+        // The tool's start by the wall clock, for the app's round-trip figures.
+        const double started = request->json.value(u"startedAt").toDouble();
+        EXPECT_NEAR(started, QDateTime::currentMSecsSinceEpoch() / 1000.0, 30.0);
         EXPECT_EQ(request->json.value(u"agent").toString(), u"claude"_s);
         EXPECT_EQ(request->json.value(u"expectsReply"), QJsonValue(false));
         EXPECT_TRUE(request->json.value(u"context").isObject());

@@ -34,13 +34,16 @@ constexpr size_t kMaxEvent = 23u << 20;
 struct Options {
     std::optional<AgentKind> agent;
     bool statusLine = false;
+    bool version = false;
 };
 
 Options parse(int argc, char** argv) {
     Options options;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg(argv[i]);
-        if (arg == "--statusline") {
+        if (arg == "--version") {
+            options.version = true;
+        } else if (arg == "--statusline") {
             options.statusLine = true;
         } else if (arg == "--agent" && i + 1 < argc) {
             options.agent = agentKind(argv[++i]);
@@ -91,7 +94,7 @@ std::string requestId() {
     return id;
 }
 
-std::string requestLine(AgentKind agent, std::string_view event, bool expectsReply) {
+std::string requestLine(AgentKind agent, std::string_view event, bool expectsReply, const timespec& started) {
     std::string line;
     line.reserve(event.size() / 3 * 4 + 2048);
     line += "{\"id\":";
@@ -102,6 +105,11 @@ std::string requestLine(AgentKind agent, std::string_view event, bool expectsRep
     appendBase64(line, event);
     line += expectsReply ? "\",\"expectsReply\":true,\"context\":" : "\",\"expectsReply\":false,\"context\":";
     appendProcessContext(line, environ, event);
+    // Our start, so the app can tell how long agents wait on this hook.
+    char startedAt[48];
+    std::snprintf(startedAt, sizeof startedAt, ",\"startedAt\":%lld.%06ld",
+                  static_cast<long long>(started.tv_sec), started.tv_nsec / 1000);
+    line += startedAt;
     line += "}\n";
     return line;
 }
@@ -124,8 +132,14 @@ void printReply(std::string_view reply) {
 int main(int argc, char** argv) {
     // Our own standard output may be a pipe the agent has already given up on.
     std::signal(SIGPIPE, SIG_IGN);
+    timespec started{};
+    clock_gettime(CLOCK_REALTIME, &started);
 
     const Options options = parse(argc, argv);
+    if (options.version) {
+        writeAll(STDOUT_FILENO, std::string("mirrowisp-bridge ") + MIRROWISP_VERSION + "\n");
+        return 0;
+    }
     if (!options.agent) {
         return 0;
     }
@@ -153,7 +167,7 @@ int main(int argc, char** argv) {
     const PreparedEvent event = prepareEvent(*options.agent, input, options.statusLine);
     const std::string_view bytes =
         event.rewritten ? std::string_view(*event.rewritten) : std::string_view(input);
-    if (!sendAll(fd, requestLine(*options.agent, bytes, event.expectsReply))) {
+    if (!sendAll(fd, requestLine(*options.agent, bytes, event.expectsReply, started))) {
         return 0;
     }
     // Without a reply to wait for we are done: the line is in the socket and the app closes its end once

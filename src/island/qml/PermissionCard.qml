@@ -21,6 +21,14 @@ CardFrame {
             maximumLineCount: 4
             elide: Text.ElideRight
         }
+        Text {
+            visible: permission.actions && permission.actions.expired
+            width: parent.width
+            text: "The agent has stopped waiting for this answer."
+            color: Qt.rgba(1, 0.75, 0.3, 1)
+            font.pixelSize: 11
+            wrapMode: Text.Wrap
+        }
         Rectangle {
             visible: permission.actions && permission.actions.hasDetail
             width: parent.width
