@@ -15,6 +15,7 @@
 #include "front/FrontDoor.h"
 #include "integration/AgentEnvironment.h"
 #include "integration/HookInstaller.h"
+#include "island/HudLevelsModel.h"
 #include "island/IslandShell.h"
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
@@ -302,6 +303,7 @@ int runMirrowisp(int argc, char** argv) {
     control.setHud(&systemControls->hud());
 
     if (gui) {
+        HudLevelsModel::setShared(&systemControls->hud());
         island = std::make_unique<IslandShell>(
             model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();

@@ -46,12 +46,14 @@ QJsonObject sizeJson(QSizeF size) {
     return {{QStringLiteral("width"), size.width()}, {QStringLiteral("height"), size.height()}};
 }
 
-// The island's visible buttons by name with their global rectangles, so scripts can press them.
+// The island's visible buttons and sliders by name with their global rectangles, so scripts can
+// press them.
 void collectButtons(QQuickItem* item, const QPoint& origin, QJsonArray& out) {
     if (item == nullptr || !item->isVisible() || item->opacity() <= 0) {
         return;
     }
-    if (item->objectName().endsWith(QLatin1StringView("Button"))) {
+    if (item->objectName().endsWith(QLatin1StringView("Button")) ||
+        item->objectName().endsWith(QLatin1StringView("Slider"))) {
         const QRectF rect = item->mapRectToScene(item->boundingRect()).translated(origin);
         out.append(QJsonObject{{QStringLiteral("name"), item->objectName()},
                                {QStringLiteral("x"), rect.x()},

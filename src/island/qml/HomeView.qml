@@ -7,7 +7,8 @@ Item {
     required property NotchViewModel island
     required property AgentsViewModel agents
     required property IslandUsageModel usage
-    implicitHeight: NowPlaying.hasTrack ? 120 + 8 + nowPlaying.implicitHeight : 120
+    readonly property bool hasLevels: HudLevels.hasVolume || HudLevels.hasBrightness
+    implicitHeight: 120 + (hasLevels ? levels.height + 8 : 0) + (NowPlaying.hasTrack ? 8 + nowPlaying.implicitHeight : 0)
 
     property date now: new Date()
     Timer {
@@ -80,12 +81,48 @@ Item {
         }
     }
 
+    Row {
+        // The volume and the screen's brightness, where the machine has them; levels set elsewhere
+        // are read again while the tab shows.
+        id: levels
+        visible: home.hasLevels
+        anchors.left: parent.left
+        anchors.leftMargin: 8
+        anchors.right: parent.right
+        anchors.top: summary.bottom
+        anchors.topMargin: 8
+        height: 22
+        spacing: 24
+        Timer {
+            interval: 500
+            running: home.visible && home.hasLevels
+            repeat: true
+            onTriggered: HudLevels.refresh()
+        }
+        LevelSlider {
+            objectName: "volumeSlider"
+            visible: HudLevels.hasVolume
+            width: (levels.width - levels.spacing) / 2
+            symbol: HudLevels.muted ? "speaker.slash" : "speaker.wave.3"
+            level: HudLevels.volume
+            onMoved: value => HudLevels.setVolume(value)
+        }
+        LevelSlider {
+            objectName: "brightnessSlider"
+            visible: HudLevels.hasBrightness
+            width: (levels.width - levels.spacing) / 2
+            symbol: "sun.max"
+            level: HudLevels.brightness
+            onMoved: value => HudLevels.setBrightness(value)
+        }
+    }
+
     NowPlayingPlayer {
         id: nowPlaying
         visible: NowPlaying.hasTrack
         anchors.left: parent.left
         anchors.right: parent.right
-        anchors.top: summary.bottom
+        anchors.top: home.hasLevels ? levels.bottom : summary.bottom
         anchors.topMargin: 8
     }
 }
