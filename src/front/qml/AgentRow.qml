@@ -89,7 +89,7 @@ Frame {
             Button {
                 objectName: "repair." + row.agent
                 visible: row.showHealth && row.doctor.canRepair
-                enabled: !row.doctor.working
+                enabled: row.doctor !== null && !row.doctor.working
                 text: qsTr("Repair")
                 onClicked: row.health.repair(row.agent)
             }
