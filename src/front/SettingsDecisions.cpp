@@ -97,7 +97,7 @@ void SettingsDecisions::setOutcomeFilter(const QString& outcome) {
 }
 
 QStringList SettingsDecisions::agents() const {
-    QStringList names;
+    QStringList names{QString()};
     for (const AgentKind kind : AgentKinds::all) {
         names.append(AgentKinds::rawValue(kind));
     }
@@ -105,7 +105,7 @@ QStringList SettingsDecisions::agents() const {
 }
 
 QStringList SettingsDecisions::outcomes() const {
-    QStringList names;
+    QStringList names{QString()};
     for (int i = 0; i <= int(DecisionOutcome::expired); ++i) {
         names.append(DecisionNames::outcome(DecisionOutcome(i)));
     }

@@ -24,8 +24,9 @@ class SettingsDecisions : public QObject {
     // Raw names; empty for every agent or every outcome.
     Q_PROPERTY(QString agentFilter READ agentFilter WRITE setAgentFilter NOTIFY filterChanged)
     Q_PROPERTY(QString outcomeFilter READ outcomeFilter WRITE setOutcomeFilter NOTIFY filterChanged)
-    Q_PROPERTY(QStringList agents READ agents CONSTANT)
-    Q_PROPERTY(QStringList outcomes READ outcomes CONSTANT)
+    // The filters' choices, "" (every one) first. Untyped for the views, which treat them as script arrays.
+    Q_PROPERTY(QVariant agents READ agentsValue CONSTANT)
+    Q_PROPERTY(QVariant outcomes READ outcomesValue CONSTANT)
     // Each: id, agent, name, scope, project, file, rule, readable, problem.
     Q_PROPERTY(QVariantList rules READ rules NOTIFY rulesChanged)
     Q_PROPERTY(bool rulesLoaded READ rulesLoaded NOTIFY rulesChanged)
@@ -47,6 +48,8 @@ public:
     void setOutcomeFilter(const QString& outcome);
     QStringList agents() const;
     QStringList outcomes() const;
+    QVariant agentsValue() const { return agents(); }
+    QVariant outcomesValue() const { return outcomes(); }
     QVariantList rules() const { return rules_; }
     bool rulesLoaded() const { return rulesLoaded_; }
     QString ruleMessage() const { return ruleMessage_; }

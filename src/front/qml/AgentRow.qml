@@ -88,7 +88,8 @@ Frame {
             }
             Button {
                 objectName: "repair." + row.agent
-                visible: row.showHealth && row.doctor.canRepair
+                // Missing hooks of an agent not connected are what Connect is for.
+                visible: row.showHealth && row.doctor.canRepair && (row.doctor.hooks === "drifted" || row.modelData.connected)
                 enabled: row.doctor !== null && !row.doctor.working
                 text: qsTr("Repair")
                 onClicked: row.health.repair(row.agent)

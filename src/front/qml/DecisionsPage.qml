@@ -24,9 +24,9 @@ SettingsPage {
         ComboBox {
             objectName: "decisionsAgent"
             implicitWidth: 150
-            model: [qsTr("All agents")].concat(page.decisions.agents)
-            currentIndex: page.decisions.agents.indexOf(page.decisions.agentFilter) + 1
-            onActivated: index => page.decisions.agentFilter = index === 0 ? "" : page.decisions.agents[index - 1]
+            model: page.decisions.agents.map(name => name || qsTr("All agents"))
+            currentIndex: page.decisions.agents.indexOf(page.decisions.agentFilter)
+            onActivated: index => page.decisions.agentFilter = page.decisions.agents[index]
         }
         Label {
             text: qsTr("Outcome")
@@ -34,9 +34,9 @@ SettingsPage {
         ComboBox {
             objectName: "decisionsOutcome"
             implicitWidth: 180
-            model: [qsTr("All outcomes")].concat(page.decisions.outcomes)
-            currentIndex: page.decisions.outcomes.indexOf(page.decisions.outcomeFilter) + 1
-            onActivated: index => page.decisions.outcomeFilter = index === 0 ? "" : page.decisions.outcomes[index - 1]
+            model: page.decisions.outcomes.map(name => name || qsTr("All outcomes"))
+            currentIndex: page.decisions.outcomes.indexOf(page.decisions.outcomeFilter)
+            onActivated: index => page.decisions.outcomeFilter = page.decisions.outcomes[index]
         }
         Item {
             Layout.fillWidth: true
