@@ -12,8 +12,8 @@ class SettingsAgentHealth;
 class SettingsAgentList;
 class SettingsDecisions;
 
-// What the settings window's pages read beside the preferences themselves: the agents, today's usage
-// meters, and the about page's facts and actions.
+// What the settings window's pages read beside the preferences themselves: the agents and their
+// health, the decision log and rules, today's usage meters, and the about page's facts and actions.
 class SettingsModel : public QObject {
     Q_OBJECT
     QML_ELEMENT

@@ -32,10 +32,14 @@ void HookDriftWatch::check() {
             }
         }
         postToMain([self, drifted] {
-            if (self && drifted != self->drifted_) {
+            if (!self) {
+                return;
+            }
+            if (drifted != self->drifted_) {
                 self->drifted_ = drifted;
                 Q_EMIT self->driftedChanged();
             }
+            Q_EMIT self->checked();
         });
     });
 }

@@ -26,6 +26,8 @@ public:
 
 Q_SIGNALS:
     void driftedChanged();
+    // A reading came back, changed or not.
+    void checked();
 
 private:
     AppModel& app_;
