@@ -67,7 +67,7 @@ TEST_F(FrontScreenshots, EverySettingsPageAndTheSetupGuide) {
         DecisionRecord record;
         record.askedAt = record.endedAt = 1.7e9 + i * 60;
         record.agent = i == 1 ? AgentKind::codex : AgentKind::claude;
-        record.cwd = home.path() + text("/src/app");
+        record.cwd = text("/home/dev/mirrowisp");
         record.kind = text("permission");
         record.tool = text("Bash");
         record.summary = text(commands[i]);
