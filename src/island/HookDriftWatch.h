@@ -9,7 +9,8 @@ namespace mirrowisp {
 class AppModel;
 
 // Which agents on this machine have hooks someone else changed, looked at on the doctor's thread
-// after each connection pass, for the warning mark in the open island's header.
+// after each connection pass, for the warning mark in the open island's header. The pass puts our
+// hooks back wherever it can write, so what is left is drift it could not mend.
 class HookDriftWatch : public QObject {
     Q_OBJECT
     QML_ELEMENT
