@@ -337,7 +337,7 @@ void AgentStore::dismiss(const QString& sessionKey) {
 
 QString AgentStore::addSampleRequest() {
     static int count = 0;
-    const QString sessionID = QStringLiteral("mirrowisp-sample-") + QString::number(++count);
+    const QString sessionID = sampleSessionPrefix + QString::number(++count);
     const QString id = QStringLiteral("sample-") + QString::number(count);
     const QJsonObject input{{QStringLiteral("command"), QStringLiteral("echo Hello from Mirrowisp")}};
     const QJsonObject payload{{QStringLiteral("hook_event_name"), QStringLiteral("PermissionRequest")},

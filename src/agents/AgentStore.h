@@ -105,6 +105,7 @@ public:
     // like any other, but no agent waits for it: the answer goes nowhere, and its session leaves once
     // it is answered by any route. Answers the decision's id.
     QString addSampleRequest();
+    static inline const QString sampleSessionPrefix = QStringLiteral("mirrowisp-sample-");
 
     static QList<AgentQuestion> parseQuestions(const QJsonObject& input);
     // Which waiting decision a post-tool event shows was settled in the agent itself.

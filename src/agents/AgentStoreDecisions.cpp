@@ -276,7 +276,8 @@ void AgentStore::record(const PendingDecision& decision, const AgentSession& ses
         break;
     }
     entry.outcome = outcome;
-    entry.route = route;
+    // The setup guide's sample is its own route however it was answered: it never reached an agent.
+    entry.route = session.sessionID().startsWith(sampleSessionPrefix) ? DecisionRoute::setupGuide : route;
     entry.answer = std::move(answer);
     entry.toolInput =
         json::object(decision.payload(), QLatin1StringView("tool_input")).value_or(QJsonObject());

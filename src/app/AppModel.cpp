@@ -85,6 +85,7 @@ void AppModel::runConnectionPass() {
     connectionPass_([weak] {
         if (weak) {
             weak->agents_.refreshCodexApproval();
+            Q_EMIT weak->connectionPassFinished();
         }
     });
 }

@@ -125,6 +125,8 @@ Q_SIGNALS:
     void liveEventChanged();
     void isEditingTextChanged();
     void nowPlayingChanged();
+    // A hook connection pass run through runConnectionPass is done: a moment to look at the hooks.
+    void connectionPassFinished();
 
 private:
     // The settings the stores read reach them as values, again whenever the user changes one.

@@ -44,7 +44,7 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   connect KIND --dry-run                print the change connect would make, changing nothing
   doctor [--json]                       each agent's hooks, the bridge tool, hook round trips, stuck decisions
   rules [--json] | rules remove ID      the agents' always-allow rules; remove one (with a backup)
-  settings [PAGE]                       show the settings window (general, agents, usage, island, about)
+  settings [PAGE]                       show the settings window (general, agents, decisions, usage, island, about)
   setup-guide                           show the setup guide
   log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
 

@@ -29,8 +29,8 @@ QString readLicence() {
 
 } // namespace
 
-SettingsModel::SettingsModel(SettingsServices services, SettingsAgentList& agents, QObject* parent)
-    : QObject(parent), services_(std::move(services)), agents_(agents) {
+SettingsModel::SettingsModel(SettingsServices services, Parts parts, QObject* parent)
+    : QObject(parent), services_(std::move(services)), parts_(parts) {
     UsageTracker& usage = services_.model.usage();
     for (auto changed :
          {&UsageTracker::claudeChanged, &UsageTracker::codexChanged, &UsageTracker::extraChanged}) {

@@ -8,10 +8,12 @@
 
 namespace mirrowisp {
 
+class SettingsAgentHealth;
 class SettingsAgentList;
+class SettingsDecisions;
 
-// What the settings window's pages read beside the preferences themselves: the agents, today's usage
-// meters, and the about page's facts and actions.
+// What the settings window's pages read beside the preferences themselves: the agents and their
+// health, the decision log and rules, today's usage meters, and the about page's facts and actions.
 class SettingsModel : public QObject {
     Q_OBJECT
     QML_ELEMENT
@@ -19,6 +21,8 @@ class SettingsModel : public QObject {
     // The Preferences object; every control reads and writes its properties directly.
     Q_PROPERTY(QObject* prefs READ prefs CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsAgentList* agents READ agents CONSTANT)
+    Q_PROPERTY(mirrowisp::SettingsAgentHealth* health READ health CONSTANT)
+    Q_PROPERTY(mirrowisp::SettingsDecisions* decisions READ decisions CONSTANT)
     // One row per agent kind: agent, name, accent, meters (label, percent, text).
     Q_PROPERTY(QVariant usageRows READ usageRows NOTIFY usageRowsChanged)
     Q_PROPERTY(QString page READ page WRITE setPage NOTIFY pageChanged)
@@ -27,14 +31,22 @@ class SettingsModel : public QObject {
     Q_PROPERTY(QString licence READ licence NOTIFY licenceChanged)
 
 public:
-    SettingsModel(SettingsServices services, SettingsAgentList& agents, QObject* parent = nullptr);
+    // The window's parts beside the agents' rows.
+    struct Parts {
+        SettingsAgentList& agents;
+        SettingsAgentHealth& health;
+        SettingsDecisions& decisions;
+    };
+    SettingsModel(SettingsServices services, Parts parts, QObject* parent = nullptr);
 
-    static inline const QStringList pages = {QStringLiteral("general"), QStringLiteral("agents"),
-                                             QStringLiteral("usage"), QStringLiteral("island"),
-                                             QStringLiteral("about")};
+    static inline const QStringList pages = {QStringLiteral("general"),   QStringLiteral("agents"),
+                                             QStringLiteral("decisions"), QStringLiteral("usage"),
+                                             QStringLiteral("island"),    QStringLiteral("about")};
 
     QObject* prefs() const;
-    SettingsAgentList* agents() const { return &agents_; }
+    SettingsAgentList* agents() const { return &parts_.agents; }
+    SettingsAgentHealth* health() const { return &parts_.health; }
+    SettingsDecisions* decisions() const { return &parts_.decisions; }
     QVariant usageRows() const;
     QString page() const { return page_; }
     // An unknown page keeps the one shown.
@@ -53,7 +65,7 @@ Q_SIGNALS:
 
 private:
     SettingsServices services_;
-    SettingsAgentList& agents_;
+    Parts parts_;
     QString page_ = pages.first();
     QString licence_;
 };

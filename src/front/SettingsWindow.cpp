@@ -1,7 +1,9 @@
 #include "front/SettingsWindow.h"
 
 #include "base/Log.h"
+#include "front/SettingsAgentHealth.h"
 #include "front/SettingsAgentList.h"
+#include "front/SettingsDecisions.h"
 #include "front/SettingsModel.h"
 #include "front/SettingsViewLoader.h"
 
@@ -11,7 +13,10 @@ namespace mirrowisp {
 
 SettingsWindow::SettingsWindow(SettingsServices services, QQmlEngine& engine, QObject* parent)
     : QObject(parent), engine_(engine), agents_(std::make_unique<SettingsAgentList>(services)),
-      model_(std::make_unique<SettingsModel>(services, *agents_)) {}
+      health_(std::make_unique<SettingsAgentHealth>(services)),
+      decisions_(std::make_unique<SettingsDecisions>(services)),
+      model_(
+          std::make_unique<SettingsModel>(services, SettingsModel::Parts{*agents_, *health_, *decisions_})) {}
 
 SettingsWindow::~SettingsWindow() = default;
 
@@ -30,8 +35,13 @@ void SettingsWindow::show(const QString& page) {
         logLine(QStringLiteral("Mirrowisp: the settings window could not be made"));
         return;
     }
-    // Hooks change behind the app's back: each showing reads them again.
+    // Hooks and the log change behind the app's back: each showing reads them again.
     agents_->refresh();
+    if (model_->page() == u"agents") {
+        health_->refresh();
+    } else if (model_->page() == u"decisions") {
+        decisions_->refresh();
+    }
     bringForward(*window_);
 }
 

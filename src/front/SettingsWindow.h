@@ -11,7 +11,9 @@ class QQuickWindow;
 
 namespace mirrowisp {
 
+class SettingsAgentHealth;
 class SettingsAgentList;
+class SettingsDecisions;
 class SettingsModel;
 
 // The one settings window: made from its QML the first time it is asked for, brought forward again
@@ -23,7 +25,8 @@ public:
     SettingsWindow(SettingsServices services, QQmlEngine& engine, QObject* parent = nullptr);
     ~SettingsWindow() override;
 
-    // Shows `page` (general, agents, usage, island, about; the last one shown when empty or unknown).
+    // Shows `page` (general, agents, decisions, usage, island, about; the last one shown when empty or
+    // unknown).
     void show(const QString& page = QString());
     // Nothing until the first show, or when the views failed to load.
     QQuickWindow* window() const { return window_.get(); }
@@ -34,6 +37,8 @@ private:
 
     QQmlEngine& engine_;
     std::unique_ptr<SettingsAgentList> agents_;
+    std::unique_ptr<SettingsAgentHealth> health_;
+    std::unique_ptr<SettingsDecisions> decisions_;
     std::unique_ptr<SettingsModel> model_;
     std::unique_ptr<QQuickWindow> window_;
     bool failed_ = false;

@@ -8,6 +8,7 @@
 #include "island/CodexApprovalNotice.h"
 #include "island/DecisionCardActions.h"
 #include "island/DecisionCardModel.h"
+#include "island/HookDriftWatch.h"
 #include "island/IslandControls.h"
 #include "island/IslandUsageModel.h"
 #include "island/MarkdownModel.h"
@@ -69,7 +70,7 @@ void collectButtons(QQuickItem* item, const QPoint& origin, QJsonArray& out) {
 } // namespace
 
 IslandShell::IslandShell(AppModel& app, Jump jump, QObject* parent)
-    : QObject(parent), app_(app), jump_(std::move(jump)) {
+    : QObject(parent), app_(app), jump_(std::move(jump)), hookDrift_(std::make_unique<HookDriftWatch>(app)) {
     connect(&app_.prefs(), &Preferences::islandStyleChanged, this, &IslandShell::glassChanged);
 }
 

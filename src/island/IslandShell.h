@@ -17,6 +17,7 @@ class AgentsViewModel;
 class AppModel;
 class CodexApprovalNotice;
 class DecisionCardActions;
+class HookDriftWatch;
 class IslandUsageModel;
 class IslandWindow;
 class NotchManager;
@@ -33,6 +34,7 @@ class IslandShell : public QObject {
     QML_ELEMENT
     QML_UNCREATABLE("the app makes it")
     Q_PROPERTY(bool glass READ glass NOTIFY glassChanged)
+    Q_PROPERTY(mirrowisp::HookDriftWatch* hookDrift READ hookDrift CONSTANT)
 
 public:
     using Jump = std::function<void(const AgentSession&)>;
@@ -48,6 +50,7 @@ public:
     QJsonArray toJson() const;
 
     bool glass() const;
+    HookDriftWatch* hookDrift() const { return hookDrift_.get(); }
     // A card's text field took or lost the keyboard: typing holds the island open.
     Q_INVOKABLE void setTextFieldFocused(bool focused);
     // Gives the island's window the keyboard and the field the focus, on a click into it.
@@ -85,6 +88,7 @@ private:
     std::unique_ptr<CodexApprovalNotice> codexNotice_;
     std::unique_ptr<AgentsViewModel> agents_;
     std::unique_ptr<IslandUsageModel> usage_;
+    std::unique_ptr<HookDriftWatch> hookDrift_;
     std::unique_ptr<NotchManager> manager_;
     std::unique_ptr<XInputPointerMonitor> monitor_;
     std::unique_ptr<X11KeyGrab> keys_;

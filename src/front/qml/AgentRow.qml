@@ -11,6 +11,11 @@ Frame {
     required property SettingsAgentList agents
     // The settings window's switch; the preferences, when it shows.
     property var prefs: null
+    // The settings window's hook doctor; the setup guide has none.
+    property SettingsAgentHealth health: null
+    readonly property var doctor: health ? (health.byAgent[agent] || null) : null
+    // An agent not on this machine has no hooks to miss.
+    readonly property bool showHealth: doctor !== null && (modelData.detected || doctor.hooks !== "missing")
 
     readonly property string agent: modelData.agent
     Layout.fillWidth: true
@@ -69,6 +74,33 @@ Frame {
                     checked = Qt.binding(() => row.prefs !== null && row.prefs.agentsEnabled[row.agent] !== false);
                 }
             }
+        }
+        RowLayout {
+            visible: row.showHealth
+            Layout.fillWidth: true
+            spacing: 10
+            Label {
+                objectName: "health." + row.agent
+                Layout.fillWidth: true
+                wrapMode: Text.WordWrap
+                opacity: 0.8
+                text: row.showHealth ? [qsTr("Hooks: %1").arg(row.doctor.hooks), row.doctor.events, row.doctor.lastEvent ? qsTr("last event %1").arg(row.doctor.lastEvent) : "", row.doctor.roundTrip].filter(part => part.length > 0).join(" · ") : ""
+            }
+            Button {
+                objectName: "repair." + row.agent
+                // Missing hooks of an agent not connected are what Connect is for.
+                visible: row.showHealth && row.doctor.canRepair && (row.doctor.hooks === "drifted" || row.modelData.connected)
+                enabled: row.doctor !== null && !row.doctor.working
+                text: qsTr("Repair")
+                onClicked: row.health.repair(row.agent)
+            }
+        }
+        Label {
+            objectName: "repairMessage." + row.agent
+            visible: text.length > 0
+            Layout.fillWidth: true
+            wrapMode: Text.WordWrap
+            text: row.doctor && row.doctor.message ? row.doctor.message : ""
         }
         Label {
             objectName: "message." + row.agent

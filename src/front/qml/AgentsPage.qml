@@ -7,10 +7,13 @@ SettingsPage {
     id: page
     required property var prefs
     required property SettingsAgentList agents
+    required property SettingsAgentHealth health
 
     // Read again whenever the page comes into view: hooks change behind the app's back.
-    onVisibleChanged: if (visible)
-        agents.refresh()
+    onVisibleChanged: if (visible) {
+        agents.refresh();
+        health.refresh();
+    }
 
     PageHeading {
         text: qsTr("Agents")
@@ -34,6 +37,7 @@ SettingsPage {
         delegate: AgentRow {
             agents: page.agents
             prefs: page.prefs
+            health: page.health
         }
         // qmllint enable unqualified
     }

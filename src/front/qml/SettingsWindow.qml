@@ -7,8 +7,8 @@ ApplicationWindow {
     id: window
     required property SettingsModel settings
 
-    readonly property var pageTitles: [qsTr("General"), qsTr("Agents"), qsTr("Usage"), qsTr("Island"), qsTr("About")]
-    readonly property var pageIds: ["general", "agents", "usage", "island", "about"]
+    readonly property var pageTitles: [qsTr("General"), qsTr("Agents"), qsTr("Decisions"), qsTr("Usage"), qsTr("Island"), qsTr("About")]
+    readonly property var pageIds: ["general", "agents", "decisions", "usage", "island", "about"]
 
     title: qsTr("Mirrowisp Settings")
     width: 760
@@ -57,6 +57,10 @@ ApplicationWindow {
             AgentsPage {
                 prefs: window.settings.prefs
                 agents: window.settings.agents
+                health: window.settings.health
+            }
+            DecisionsPage {
+                decisions: window.settings.decisions
             }
             UsagePage {
                 prefs: window.settings.prefs

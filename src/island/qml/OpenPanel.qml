@@ -34,6 +34,7 @@ Item {
         island: panel.island
         content: panel.content
         usage: panel.usage
+        shell: panel.shell
         width: parent.width
         height: panel.headerHeight
         opacity: 0

@@ -7,6 +7,7 @@ Item {
     required property NotchViewModel island
     required property NotchRootModel content
     required property IslandUsageModel usage
+    required property IslandShell shell
     // The app's own menu (settings, setup guide, quit): on desktops without a tray it is the only way.
     signal menuRequested(real x, real y)
 
@@ -78,6 +79,11 @@ Item {
                 hoverEnabled: true
                 onClicked: header.menuRequested(tabs.x + menuButton.x, menuButton.y + menuButton.height)
             }
+        }
+        // On the Home tab only: the Agents tab has its own ways to the settings.
+        HookWarningMark {
+            shell: header.shell
+            visible: header.island.tab === "home" && drifted.length > 0
         }
     }
 

@@ -102,4 +102,10 @@ TEST_F(FrontApp, TheGuidesSampleRequestShowsInTheListAndLeavesOnceAllowed) {
     EXPECT_EQ(real.ctl({text("allow"), id}).exitCode, 0);
     EXPECT_TRUE(waitUntil([&] { return sessions().isEmpty(); }, 5000))
         << QJsonDocument(sessions()).toJson().toStdString();
+    // The log tells the guide's sample apart from an agent's request answered by ctl.
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            return real.ctl({text("log"), text("--json")}).out.contains(R"("route":"setupGuide")");
+        },
+        5000));
 }

@@ -1,6 +1,7 @@
 // The settings pages and the setup guide as PNG files for the README, drawn by the real views under
 // Xvfb; scripts/screenshots.sh points MIRROWISP_SCREENSHOT_DIR at docs/screenshots.
 #include "../FrontFixture.h"
+#include "agents/DecisionLog.h"
 #include "front/SettingsWindow.h"
 #include "front/SetupGuideModel.h"
 #include "front/SetupGuideWindow.h"
@@ -57,8 +58,28 @@ TEST_F(FrontScreenshots, EverySettingsPageAndTheSetupGuide) {
          QJsonObject{{text("limits"),
                       QJsonArray{QJsonObject{{text("kind"), text("session")}, {text("percent"), 42}},
                                  QJsonObject{{text("kind"), text("weekly")}, {text("percent"), 17}}}}}}});
+    // A few decisions and an always-allow rule for the Decisions page.
+    QByteArray log;
+    const char* commands[] = {"npm test", "git push origin main", "rm -rf dist", "make"};
+    const DecisionOutcome outcomes[] = {DecisionOutcome::allowed, DecisionOutcome::denied,
+                                        DecisionOutcome::alwaysAllowed, DecisionOutcome::allowed};
+    for (int i = 0; i < 4; ++i) {
+        DecisionRecord record;
+        record.askedAt = record.endedAt = 1.7e9 + i * 60;
+        record.agent = i == 1 ? AgentKind::codex : AgentKind::claude;
+        record.cwd = text("/home/dev/mirrowisp");
+        record.kind = text("permission");
+        record.tool = text("Bash");
+        record.summary = text(commands[i]);
+        record.outcome = outcomes[i];
+        log += record.toJsonLine();
+    }
+    test::writeFile(DecisionLog::path(home.supportDir()), log);
+    test::writeFile(home.path() + text("/.claude/settings.json"),
+                    R"json({"permissions":{"allow":["Bash(rm -rf dist)","Bash(npm test:*)"]}})json");
+    ASSERT_EQ(pass->setConnected(text("claude"), true), std::nullopt);
     SettingsWindow settings(shownServices(), engine);
-    for (const char* page : {"general", "agents", "usage", "island", "about"}) {
+    for (const char* page : {"general", "agents", "decisions", "usage", "island", "about"}) {
         settings.show(text(page));
         ASSERT_NE(settings.window(), nullptr);
         save(*settings.window(), (std::string("settings-") + page).c_str());
