@@ -13,7 +13,9 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDir>
 #include <QJsonDocument>
+#include <QUrl>
 #include <unistd.h>
 
 namespace mirrowisp {
@@ -355,6 +357,45 @@ void ControlService::RemoveRule(const QString& ruleID) {
                 bus.send(request.createErrorReply(errorPrefix + QStringLiteral("HookError"), error->text));
             }
         });
+}
+
+QString ControlService::Shelf() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(model_.shelf().toJson()).toJson(QJsonDocument::Indented));
+}
+
+int ControlService::ShelfAdd(const QStringList& paths) {
+    if (!callerIsThisUser()) {
+        return 0;
+    }
+    QList<QUrl> urls;
+    for (const QString& path : paths) {
+        if (!QDir::isAbsolutePath(path)) {
+            sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                           QStringLiteral("not an absolute path: ") + path);
+            return 0;
+        }
+        urls.append(QUrl::fromLocalFile(path));
+    }
+    return model_.addToShelf(urls, true);
+}
+
+void ControlService::ShelfRemove(const QString& id) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    const QUuid uuid = QUuid::fromString(id);
+    ShelfStore& shelf = model_.shelf();
+    if (!uuid.isNull() && shelf.item(uuid)) {
+        shelf.remove(uuid);
+    } else if (!uuid.isNull() && shelf.entry(uuid)) {
+        shelf.removeEntry(uuid);
+    } else {
+        sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
+                       QStringLiteral("nothing on the shelf with id ") + id);
+    }
 }
 
 } // namespace mirrowisp

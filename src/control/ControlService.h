@@ -86,6 +86,11 @@ public Q_SLOTS:
     // The always-allow rules in the agents' settings as JSON; RemoveRule takes one out by its id.
     QString Rules();
     void RemoveRule(const QString& ruleID);
+    // The shelf's entries as JSON; ShelfAdd puts files on it (absolute paths) and answers how many
+    // arrived; ShelfRemove takes out an item, or a whole entry, by its id.
+    QString Shelf();
+    int ShelfAdd(const QStringList& paths);
+    void ShelfRemove(const QString& id);
 
 private:
     bool callerIsThisUser();

@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QHostInfo>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QSet>
 #include <cstdio>
 #include <future>
@@ -299,6 +300,25 @@ std::optional<QString> ShelfStore::writeLink(const QUrl& url) const {
     const QString name = (host.isEmpty() ? QStringLiteral("Link") : host) + QStringLiteral(".url");
     const QByteArray content = "[InternetShortcut]\nURL=" + url.toEncoded() + '\n';
     return writeData(name, content);
+}
+
+QJsonArray ShelfStore::toJson() const {
+    QJsonArray entries;
+    for (const ShelfEntry& entry : this->entries()) {
+        QJsonArray items;
+        for (const ShelfItem& item : entry.items) {
+            const auto path = resolve(item);
+            items.append(QJsonObject{{QStringLiteral("id"), item.id.toString(QUuid::WithoutBraces)},
+                                     {QStringLiteral("name"), item.name},
+                                     {QStringLiteral("path"), path ? QJsonValue(*path) : QJsonValue()},
+                                     {QStringLiteral("addedAt"), item.addedAt},
+                                     {QStringLiteral("isOwnedCopy"), item.isOwnedCopy}});
+        }
+        entries.append(QJsonObject{{QStringLiteral("id"), entry.id.toString(QUuid::WithoutBraces)},
+                                   {QStringLiteral("stack"), entry.items.front().stackID.has_value()},
+                                   {QStringLiteral("items"), items}});
+    }
+    return entries;
 }
 
 void ShelfStore::beginDragOut(const QUuid& entryID) {

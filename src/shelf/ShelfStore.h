@@ -3,6 +3,7 @@
 #include "base/Clock.h"
 #include "shelf/ShelfItem.h"
 
+#include <QJsonArray>
 #include <QObject>
 #include <QTimer>
 #include <QUrl>
@@ -72,6 +73,10 @@ public:
     void setButtonDown(std::function<bool()> buttonDown) { buttonDown_ = std::move(buttonDown); }
     // One tick of the drag watch, as its timer runs it every 0.05 s.
     void pollDragOut();
+
+    // The shelf as `mirrowisp ctl shelf` prints it: entries in order, each with its items' current paths
+    // (null when a file has gone).
+    QJsonArray toJson() const;
 
     // Waits until what was saved is on disk.
     void flush();
