@@ -3,6 +3,7 @@
 #include "app/AppModel.h"
 #include "app/ControlCommands.h"
 #include "app/HookDoctor.h"
+#include "app/ShelfActions.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "bridge/BridgeProtocol.h"
@@ -14,6 +15,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDir>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QUrl>
 #include <unistd.h>
@@ -396,6 +398,57 @@ void ControlService::ShelfRemove(const QString& id) {
         sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
                        QStringLiteral("nothing on the shelf with id ") + id);
     }
+}
+
+QString ControlService::ShelfConvert(const QString& id, const QString& format) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    const auto conversion = ShelfConverter::Conversion::fromKey(format);
+    if (!conversion) {
+        sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                       QStringLiteral("no conversion called ") + format);
+        return {};
+    }
+    QDBusMessage request = message();
+    QDBusConnection bus = connection();
+    const bool started = ShelfActions::convert(
+        model_, QUuid::fromString(id), *conversion, [request, bus](const QStringList& results) mutable {
+            bus.send(request.createReply(
+                QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(results)).toJson())));
+        });
+    if (!started) {
+        sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
+                       QStringLiteral("nothing on the shelf with id ") + id);
+        return {};
+    }
+    setDelayedReply(true);
+    return {};
+}
+
+QString ControlService::ShelfSend(const QString& id, const QString& sessionID) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    for (const auto& session : model_.agents().sessions()) {
+        if (session->id() != sessionID && session->sessionID() != sessionID) {
+            continue;
+        }
+        QDBusMessage request = message();
+        QDBusConnection bus = connection();
+        if (!ShelfActions::send(
+                model_, QUuid::fromString(id), *session,
+                [request, bus](const QString& how) mutable { bus.send(request.createReply(how)); })) {
+            sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
+                           QStringLiteral("nothing on the shelf with id ") + id);
+            return {};
+        }
+        setDelayedReply(true);
+        return {};
+    }
+    sendErrorReply(errorPrefix + QStringLiteral("UnknownSession"),
+                   QStringLiteral("no session with id ") + sessionID);
+    return {};
 }
 
 } // namespace mirrowisp

@@ -91,6 +91,11 @@ public Q_SLOTS:
     QString Shelf();
     int ShelfAdd(const QStringList& paths);
     void ShelfRemove(const QString& id);
+    // Converts an entry or item (FORMAT as `mirrowisp ctl shelf convert` takes it) and answers the new
+    // files as a JSON array, once they have joined the shelf; ShelfSend types an entry's paths at an
+    // agent session's prompt and answers "tmux" or "clipboard".
+    QString ShelfConvert(const QString& id, const QString& format);
+    QString ShelfSend(const QString& id, const QString& sessionID);
 
 private:
     bool callerIsThisUser();

@@ -48,6 +48,9 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   shelf                                 the shelf's entries and their files as JSON
   shelf add PATH...                     put files on the shelf (several: as one stack); prints how many
   shelf remove ID                       take an item, or a whole stack, off the shelf
+  shelf convert ID FORMAT               jpeg, png, webp, heic, pdf, smaller, mp4, smaller-mp4, zip or
+                                        combine-pdf; prints the new files once they are on the shelf
+  shelf send ID SESSION-ID              type the files' paths at the session's prompt (no Enter)
   settings [PAGE]                       show the settings window (general, agents, usage, island, about)
   setup-guide                           show the setup guide
   log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
@@ -221,6 +224,12 @@ int runCtl(const QStringList& arguments) {
     } else if (command == QLatin1StringView("shelf") && args.size() == 2 &&
                subject == QLatin1StringView("remove")) {
         call = Call{QStringLiteral("ShelfRemove"), {args.at(1)}};
+    } else if (command == QLatin1StringView("shelf") && args.size() == 3 &&
+               subject == QLatin1StringView("convert")) {
+        call = Call{QStringLiteral("ShelfConvert"), {args.at(1), args.at(2)}, true};
+    } else if (command == QLatin1StringView("shelf") && args.size() == 3 &&
+               subject == QLatin1StringView("send")) {
+        call = Call{QStringLiteral("ShelfSend"), {args.at(1), args.at(2)}, true};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {
         call = Call{QStringLiteral("Disconnect"), {subject}};
     } else if (command == QLatin1StringView("settings") && args.size() <= 1 && !missingValue) {

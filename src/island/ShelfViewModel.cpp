@@ -1,6 +1,9 @@
 #include "island/ShelfViewModel.h"
 
+#include "agents/AgentSession.h"
 #include "app/AppModel.h"
+#include "app/Preferences.h"
+#include "app/ShelfActions.h"
 #include "shelf/ShelfDrop.h"
 
 #include <QCursor>
@@ -55,6 +58,7 @@ ShelfViewModel::ShelfViewModel(AppModel* app, QObject* parent) : QAbstractListMo
         endResetModel();
         Q_EMIT countChanged();
     });
+    connect(&app_->prefs(), &Preferences::shelfEnabledChanged, this, &ShelfViewModel::enabledChanged);
     connect(&app_->shelf(), &ShelfStore::draggingEntryIDChanged, this, &ShelfViewModel::draggingEntryChanged);
     app_->shelf().setButtonDown([] { return QGuiApplication::mouseButtons().testFlag(Qt::LeftButton); });
 }
@@ -111,6 +115,10 @@ QHash<int, QByteArray> ShelfViewModel::roleNames() const {
     return {{EntryIdRole, "entryId"}, {NameRole, "name"},           {ItemCountRole, "itemCount"},
             {UrlsRole, "uriList"},    {ThumbnailRole, "thumbnail"}, {KindRole, "kind"},
             {MissingRole, "missing"}};
+}
+
+bool ShelfViewModel::enabled() const {
+    return app_ != nullptr && app_->prefs().shelfEnabled();
 }
 
 QString ShelfViewModel::draggingEntry() const {
@@ -199,6 +207,61 @@ QString ShelfViewModel::uriList(const QString& entryID) const {
         list += QString::fromUtf8(QUrl::fromLocalFile(path).toEncoded()) + QStringLiteral("\r\n");
     }
     return list;
+}
+
+QVariantList ShelfViewModel::conversions(const QString& entryID) const {
+    using ShelfConverter::Conversion;
+    QVariantList list;
+    const QStringList files = paths(entryID);
+    if (files.isEmpty()) {
+        return list;
+    }
+    QList<Conversion> offered = ShelfConverter::formats(files);
+    offered.append(Conversion{Conversion::Kind::zip, {}});
+    if (ShelfConverter::canCombine(files)) {
+        offered.append(Conversion{Conversion::Kind::combinePDF, {}});
+    }
+    for (const Conversion& conversion : offered) {
+        list.append(QVariantMap{{QStringLiteral("title"), conversion.title()},
+                                {QStringLiteral("key"), conversion.key()}});
+    }
+    return list;
+}
+
+void ShelfViewModel::convert(const QString& entryID, const QString& key) {
+    const auto conversion = ShelfConverter::Conversion::fromKey(key);
+    if (app_ != nullptr && conversion) {
+        ShelfActions::convert(*app_, idFrom(entryID), *conversion, [](const QStringList&) {});
+    }
+}
+
+QVariantList ShelfViewModel::sessions() const {
+    QVariantList list;
+    if (app_ == nullptr) {
+        return list;
+    }
+    for (const auto& session : app_->agents().sessions()) {
+        list.append(QVariantMap{{QStringLiteral("title"), session->projectName()},
+                                {QStringLiteral("id"), session->id()}});
+    }
+    return list;
+}
+
+void ShelfViewModel::send(const QString& entryID, const QString& sessionID) {
+    if (app_ == nullptr) {
+        return;
+    }
+    for (const auto& session : app_->agents().sessions()) {
+        if (session->id() == sessionID) {
+            QPointer<ShelfViewModel> weak(this);
+            ShelfActions::send(*app_, idFrom(entryID), *session, [weak](const QString& how) {
+                if (weak && how == QLatin1StringView("clipboard")) {
+                    Q_EMIT weak->sentToClipboard();
+                }
+            });
+            return;
+        }
+    }
 }
 
 void ShelfViewModel::beginDragOut(const QString& entryID) {

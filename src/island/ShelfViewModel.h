@@ -21,6 +21,8 @@ class ShelfViewModel : public QAbstractListModel {
     QML_SINGLETON
     Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
     Q_PROPERTY(QString draggingEntry READ draggingEntry NOTIFY draggingEntryChanged)
+    // Whether the user keeps a shelf: drops on the island are taken only then.
+    Q_PROPERTY(bool enabled READ enabled NOTIFY enabledChanged)
 
 public:
     enum Role {
@@ -43,6 +45,7 @@ public:
     QVariant data(const QModelIndex& index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
     QString draggingEntry() const;
+    bool enabled() const;
 
     // A drop on the island: the drag's URI list, link, text and image data as the view has them.
     // Answers how many files arrived.
@@ -55,12 +58,21 @@ public:
     Q_INVOKABLE void clear();
     // The entry's files as text/uri-list, for a drag out.
     Q_INVOKABLE QString uriList(const QString& entryID) const;
+    // The conversions that suit the entry's files, as maps with "title" and "key", ZIP and PDF last.
+    Q_INVOKABLE QVariantList conversions(const QString& entryID) const;
+    Q_INVOKABLE void convert(const QString& entryID, const QString& key);
+    // The running agent sessions as maps with "title" and "id", for "Send to".
+    Q_INVOKABLE QVariantList sessions() const;
+    Q_INVOKABLE void send(const QString& entryID, const QString& sessionID);
     Q_INVOKABLE void beginDragOut(const QString& entryID);
     Q_INVOKABLE void endDragOut();
 
 Q_SIGNALS:
     void countChanged();
     void draggingEntryChanged();
+    void enabledChanged();
+    // A file was sent where no terminal could take it: its path is on the clipboard.
+    void sentToClipboard();
 
 private:
     QStringList paths(const QString& entryID) const;

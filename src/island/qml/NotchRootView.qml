@@ -65,7 +65,7 @@ Item {
         DropArea {
             id: shelfDrop
             anchors.fill: parent
-            enabled: rootView.content.tabs.indexOf("shelf") >= 0
+            enabled: Shelf.enabled
             onEntered: rootView.controller.open("shelf")
             onDropped: (drop) => {
                 const image = drop.formats.find(f => f.startsWith("image/")) ?? ""

@@ -6,7 +6,8 @@ import Mirrowisp
 Item {
     id: shelfView
     required property IslandControls controller
-    implicitHeight: 132
+    // A menu needs more room than a row of tiles; the panel grows while one shows.
+    implicitHeight: menu.shown ? Math.max(132, menu.entries.length * 24 + 24) : 132
 
     Rectangle {
         anchors.fill: parent
@@ -40,33 +41,71 @@ Item {
         // qmllint disable unqualified
         delegate: ShelfTile {
             onMenuRequested: (entry, isStack, x, y) => {
-                menu.entryId = entry
-                menu.entries = isStack ? ["Open", "Show in Folder", "Split Stack", "Remove", "Clear Shelf"]
-                                       : ["Open", "Show in Folder", "Remove", "Clear Shelf"]
                 const at = mapToItem(shelfView, x, y)
-                menu.popupAt(at.x, at.y)
+                shelfView.showMenu(entry, isStack, at.x, at.y)
             }
         }
         // qmllint enable unqualified
     }
 
+    // The top level, or the conversions, or the sessions: each a list of [title, action] pairs.
+    property var actions: []
+    function showMenu(entry, isStack, x, y) {
+        menu.entryId = entry
+        menu.isStack = isStack
+        menu.at = Qt.point(x, y)
+        let list = [["Open", () => Shelf.open(entry)], ["Show in Folder", () => Shelf.showInFolder(entry)],
+                    ["Convert…", () => showConversions(entry)]]
+        if (Shelf.sessions().length > 0) {
+            list[list.length] = ["Send to Agent…", () => showSessions(entry)]
+        }
+        if (isStack) {
+            list[list.length] = ["Split Stack", () => Shelf.split(entry)]
+        }
+        list[list.length] = ["Remove", () => Shelf.remove(entry)]
+        list[list.length] = ["Clear Shelf", () => Shelf.clear()]
+        popup(list)
+    }
+    function showConversions(entry) {
+        const offered = Shelf.conversions(entry)
+        let list = []
+        for (let i = 0; i < offered.length; ++i) {
+            const key = offered[i].key
+            list[list.length] = [offered[i].title, () => Shelf.convert(entry, key)]
+        }
+        popup(list)
+    }
+    function showSessions(entry) {
+        const sessions = Shelf.sessions()
+        let list = []
+        for (let i = 0; i < sessions.length; ++i) {
+            const id = sessions[i].id
+            list[list.length] = [sessions[i].title, () => Shelf.send(entry, id)]
+        }
+        popup(list)
+    }
+    function popup(list) {
+        actions = list
+        let titles = []
+        for (let i = 0; i < list.length; ++i) {
+            titles[i] = list[i][0]
+        }
+        menu.entries = titles
+        // A submenu opens where its parent was, once the parent has closed.
+        reopen.start()
+    }
+    Timer {
+        id: reopen
+        interval: 0
+        onTriggered: menu.popupAt(menu.at.x, menu.at.y)
+    }
+
     ContextMenu {
         id: menu
         property string entryId
+        property bool isStack
+        property point at
         controller: shelfView.controller
-        onChosen: index => {
-            const action = menu.entries[index]
-            if (action === "Open") {
-                Shelf.open(menu.entryId)
-            } else if (action === "Show in Folder") {
-                Shelf.showInFolder(menu.entryId)
-            } else if (action === "Split Stack") {
-                Shelf.split(menu.entryId)
-            } else if (action === "Remove") {
-                Shelf.remove(menu.entryId)
-            } else if (action === "Clear Shelf") {
-                Shelf.clear()
-            }
-        }
+        onChosen: index => shelfView.actions[index][1]()
     }
 }
