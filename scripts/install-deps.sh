@@ -14,6 +14,8 @@ packages=(
   libxcb-shape0-dev libxcb-xinput-dev
   # libraries
   libsqlite3-dev
+  # the shelf: ZIP archives, and WebP among the image formats it converts to
+  libzip-dev qt6-image-formats-plugins
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev python3 procps
   # end-to-end tests: agents run in tmux, the app on a private session bus; plugins are checked with node

@@ -2,6 +2,7 @@
 
 #include "app/Preferences.h"
 #include "base/Log.h"
+#include "bridge/BridgeProtocol.h"
 #include "media/NowPlayingService.h"
 
 #include <QCoreApplication>
@@ -14,7 +15,8 @@ namespace mirrowisp {
 AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& clock,
                    ClaudeProbeRunner claudeProbe, QObject* parent)
     : QObject(parent), prefs_(prefs), defaults_(defaults), clock_(clock), agents_(defaults, clock),
-      usage_(defaults, clock, std::move(claudeProbe)) {
+      usage_(defaults, clock, std::move(claudeProbe)),
+      shelf_(std::make_unique<ShelfStore>(BridgeProtocol::supportDirectory(), clock)) {
     applyPreferences();
     for (auto changed : {&Preferences::agentsEnabledChanged, &Preferences::approveFromNotchChanged,
                          &Preferences::hideFinishedAfterChanged, &Preferences::usageAgentsChanged}) {
@@ -30,6 +32,17 @@ AppModel::AppModel(Preferences& prefs, UserDefaults& defaults, const Clock& cloc
 }
 
 AppModel::~AppModel() = default;
+
+int AppModel::addToShelf(const QList<QUrl>& urls, bool stacked) {
+    const int added = shelf_->add(urls, stacked);
+    if (added > 0) {
+        TransientActivity activity;
+        activity.kind = TransientActivity::Case::shelfAdded;
+        activity.count = added;
+        flash(activity, 1.5);
+    }
+    return added;
+}
 
 void AppModel::applyPreferences() {
     AgentStoreSettings settings;

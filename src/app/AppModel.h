@@ -4,6 +4,7 @@
 #include "app/TransientActivity.h"
 #include "bridge/BridgeServer.h"
 #include "media/NowPlayingTrack.h"
+#include "shelf/ShelfStore.h"
 #include "usage/UsageTracker.h"
 #include "widgets/CalendarItem.h"
 
@@ -59,6 +60,9 @@ public:
     Preferences& prefs() { return prefs_; }
     UserDefaults& defaults() { return defaults_; }
     UsageTracker& usage() { return usage_; }
+    ShelfStore& shelf() { return *shelf_; }
+    // Puts dropped or converted files on the shelf and shows how many arrived; answers that number.
+    int addToShelf(const QList<QUrl>& urls, bool stacked);
 
     void route(const std::shared_ptr<BridgeConnection>& connection);
     void handle(AgentSignal signal, AgentSession& session);
@@ -140,6 +144,7 @@ private:
     const Clock& clock_;
     AgentStore agents_;
     UsageTracker usage_;
+    std::unique_ptr<ShelfStore> shelf_;
     std::unique_ptr<BridgeServer> bridge_;
     std::optional<QString> bridgeError_;
     std::optional<TransientActivity> transient_;

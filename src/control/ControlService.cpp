@@ -3,6 +3,7 @@
 #include "app/AppModel.h"
 #include "app/ControlCommands.h"
 #include "app/HookDoctor.h"
+#include "app/ShelfActions.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "bridge/BridgeProtocol.h"
@@ -13,7 +14,10 @@
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDir>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QUrl>
 #include <unistd.h>
 
 namespace mirrowisp {
@@ -355,6 +359,96 @@ void ControlService::RemoveRule(const QString& ruleID) {
                 bus.send(request.createErrorReply(errorPrefix + QStringLiteral("HookError"), error->text));
             }
         });
+}
+
+QString ControlService::Shelf() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(model_.shelf().toJson()).toJson(QJsonDocument::Indented));
+}
+
+int ControlService::ShelfAdd(const QStringList& paths) {
+    if (!callerIsThisUser()) {
+        return 0;
+    }
+    QList<QUrl> urls;
+    for (const QString& path : paths) {
+        if (!QDir::isAbsolutePath(path)) {
+            sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                           QStringLiteral("not an absolute path: ") + path);
+            return 0;
+        }
+        urls.append(QUrl::fromLocalFile(path));
+    }
+    return model_.addToShelf(urls, true);
+}
+
+void ControlService::ShelfRemove(const QString& id) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    const QUuid uuid = QUuid::fromString(id);
+    ShelfStore& shelf = model_.shelf();
+    if (!uuid.isNull() && shelf.item(uuid)) {
+        shelf.remove(uuid);
+    } else if (!uuid.isNull() && shelf.entry(uuid)) {
+        shelf.removeEntry(uuid);
+    } else {
+        sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
+                       QStringLiteral("nothing on the shelf with id ") + id);
+    }
+}
+
+QString ControlService::ShelfConvert(const QString& id, const QString& format) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    const auto conversion = ShelfConverter::Conversion::fromKey(format);
+    if (!conversion) {
+        sendErrorReply(errorPrefix + QStringLiteral("BadArgument"),
+                       QStringLiteral("no conversion called ") + format);
+        return {};
+    }
+    QDBusMessage request = message();
+    QDBusConnection bus = connection();
+    const bool started = ShelfActions::convert(
+        model_, QUuid::fromString(id), *conversion, [request, bus](const QStringList& results) mutable {
+            bus.send(request.createReply(
+                QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(results)).toJson())));
+        });
+    if (!started) {
+        sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
+                       QStringLiteral("nothing on the shelf with id ") + id);
+        return {};
+    }
+    setDelayedReply(true);
+    return {};
+}
+
+QString ControlService::ShelfSend(const QString& id, const QString& sessionID) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    for (const auto& session : model_.agents().sessions()) {
+        if (session->id() != sessionID && session->sessionID() != sessionID) {
+            continue;
+        }
+        QDBusMessage request = message();
+        QDBusConnection bus = connection();
+        if (!ShelfActions::send(
+                model_, QUuid::fromString(id), *session,
+                [request, bus](const QString& how) mutable { bus.send(request.createReply(how)); })) {
+            sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
+                           QStringLiteral("nothing on the shelf with id ") + id);
+            return {};
+        }
+        setDelayedReply(true);
+        return {};
+    }
+    sendErrorReply(errorPrefix + QStringLiteral("UnknownSession"),
+                   QStringLiteral("no session with id ") + sessionID);
+    return {};
 }
 
 } // namespace mirrowisp

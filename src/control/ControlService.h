@@ -86,6 +86,16 @@ public Q_SLOTS:
     // The always-allow rules in the agents' settings as JSON; RemoveRule takes one out by its id.
     QString Rules();
     void RemoveRule(const QString& ruleID);
+    // The shelf's entries as JSON; ShelfAdd puts files on it (absolute paths) and answers how many
+    // arrived; ShelfRemove takes out an item, or a whole entry, by its id.
+    QString Shelf();
+    int ShelfAdd(const QStringList& paths);
+    void ShelfRemove(const QString& id);
+    // Converts an entry or item (FORMAT as `mirrowisp ctl shelf convert` takes it) and answers the new
+    // files as a JSON array, once they have joined the shelf; ShelfSend types an entry's paths at an
+    // agent session's prompt and answers "tmux" or "clipboard".
+    QString ShelfConvert(const QString& id, const QString& format);
+    QString ShelfSend(const QString& id, const QString& sessionID);
 
 private:
     bool callerIsThisUser();

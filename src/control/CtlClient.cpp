@@ -8,6 +8,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
+#include <QFileInfo>
 #include <QTextStream>
 #include <cmath>
 #include <cstdio>
@@ -44,6 +45,12 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   connect KIND --dry-run                print the change connect would make, changing nothing
   doctor [--json]                       each agent's hooks, the bridge tool, hook round trips, stuck decisions
   rules [--json] | rules remove ID      the agents' always-allow rules; remove one (with a backup)
+  shelf                                 the shelf's entries and their files as JSON
+  shelf add PATH...                     put files on the shelf (several: as one stack); prints how many
+  shelf remove ID                       take an item, or a whole stack, off the shelf
+  shelf convert ID FORMAT               jpeg, png, webp, heic, pdf, smaller, mp4, smaller-mp4, zip or
+                                        combine-pdf; prints the new files once they are on the shelf
+  shelf send ID SESSION-ID              type the files' paths at the session's prompt (no Enter)
   settings [PAGE]                       show the settings window (general, agents, decisions, usage, island, about)
   setup-guide                           show the setup guide
   log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
@@ -62,7 +69,8 @@ int exitFor(const QDBusError& error, QDBusConnection& bus) {
     if (name.endsWith(QLatin1StringView(".UnknownDecision")) ||
         name.endsWith(QLatin1StringView(".UnknownSession")) ||
         name.endsWith(QLatin1StringView(".UnknownAgent")) ||
-        name.endsWith(QLatin1StringView(".UnknownRule"))) {
+        name.endsWith(QLatin1StringView(".UnknownRule")) ||
+        name.endsWith(QLatin1StringView(".UnknownItem"))) {
         printError(error.message());
         return exitUnknown;
     }
@@ -204,6 +212,24 @@ int runCtl(const QStringList& arguments) {
     } else if (command == QLatin1StringView("rules") && args.size() == 2 &&
                args.first() == QLatin1StringView("remove")) {
         call = Call{QStringLiteral("RemoveRule"), {args.at(1)}};
+    } else if (command == QLatin1StringView("shelf") && args.isEmpty()) {
+        call = Call{QStringLiteral("Shelf"), {}, true};
+    } else if (command == QLatin1StringView("shelf") && args.size() >= 2 &&
+               subject == QLatin1StringView("add") && !missingValue) {
+        QStringList paths;
+        for (const QString& path : args.mid(1)) {
+            paths.append(QFileInfo(path).absoluteFilePath());
+        }
+        call = Call{QStringLiteral("ShelfAdd"), {paths}, true};
+    } else if (command == QLatin1StringView("shelf") && args.size() == 2 &&
+               subject == QLatin1StringView("remove")) {
+        call = Call{QStringLiteral("ShelfRemove"), {args.at(1)}};
+    } else if (command == QLatin1StringView("shelf") && args.size() == 3 &&
+               subject == QLatin1StringView("convert")) {
+        call = Call{QStringLiteral("ShelfConvert"), {args.at(1), args.at(2)}, true};
+    } else if (command == QLatin1StringView("shelf") && args.size() == 3 &&
+               subject == QLatin1StringView("send")) {
+        call = Call{QStringLiteral("ShelfSend"), {args.at(1), args.at(2)}, true};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {
         call = Call{QStringLiteral("Disconnect"), {subject}};
     } else if (command == QLatin1StringView("settings") && args.size() <= 1 && !missingValue) {

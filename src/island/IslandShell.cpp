@@ -20,6 +20,7 @@
 #include "island/NotchWindowController.h"
 #include "island/NowPlayingViewModel.h"
 #include "island/QtScreenSource.h"
+#include "island/ShelfViewModel.h"
 #include "island/TimerDelayedTasks.h"
 #include "island/x11/IslandWindow.h"
 #include "island/x11/X11KeyGrab.h"
@@ -115,12 +116,16 @@ void IslandShell::start() {
     keys_ = std::make_unique<X11KeyGrab>();
     space_ = std::make_unique<X11KeyGrab>(QStringLiteral(" "));
     NowPlayingViewModel::setShared(app_.nowPlayingService());
+    ShelfViewModel::setShared(&app_);
 
     const IslandPanelFactory makePanel = [this](const NotchScreen&,
                                                 NotchViewModel& model) -> std::unique_ptr<IslandPanel> {
         auto window = std::make_unique<IslandWindow>();
         auto* content = new NotchRootModel(app_, model, SystemClock::shared(), window.get());
         window->setProperty(rootModelProperty, QVariant::fromValue<QObject*>(content));
+        content->setShelfCount(static_cast<int>(app_.shelf().items().size()));
+        connect(&app_.shelf(), &ShelfStore::itemsChanged, content,
+                [this, content] { content->setShelfCount(static_cast<int>(app_.shelf().items().size())); });
         IslandWindow* raw = window.get();
         connect(raw, &IslandWindow::escapePressed, this, [this] { manager_->handleEscape(); });
         connect(raw, &IslandWindow::keyboardFocusLost, this, [this] { app_.setIsEditingText(false); });

@@ -61,6 +61,23 @@ Item {
             }
         }
 
+        // Files, text, links and images dragged onto the island go on the shelf, which opens for them.
+        DropArea {
+            id: shelfDrop
+            anchors.fill: parent
+            enabled: Shelf.enabled
+            onEntered: rootView.controller.open("shelf")
+            onDropped: (drop) => {
+                const image = drop.formats.find(f => f.startsWith("image/")) ?? ""
+                Shelf.drop(drop.urls,
+                           drop.formats.indexOf("text/x-moz-url") >= 0 ? drop.getDataAsString("text/x-moz-url") : "",
+                           drop.hasText ? drop.text : "",
+                           image, image.length > 0 ? drop.getDataAsArrayBuffer(image) : new ArrayBuffer(0))
+                drop.accept(Qt.CopyAction)
+                rootView.controller.open("shelf")
+            }
+        }
+
         Item {
             // The content stays inside the outline while it morphs.
             anchors.fill: parent

@@ -85,7 +85,7 @@ Item {
             controller: panel.controller
         }
     }
-    Component { id: shelfTab; ShelfView { width: tabBody.width } }
+    Component { id: shelfTab; ShelfView { width: tabBody.width; controller: panel.controller } }
     // qmllint enable unqualified
 
     ContextMenu {

@@ -1,0 +1,124 @@
+#include "app/ShelfActions.h"
+
+#include "agents/AgentSession.h"
+#include "app/AppModel.h"
+#include "base/MainQueue.h"
+#include "base/ProcessRunner.h"
+#include "bridge/BridgeProtocol.h"
+#include "jump/TerminalDrivers.h"
+
+#include <QClipboard>
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QThreadPool>
+#include <QUrl>
+
+namespace mirrowisp::ShelfActions {
+
+using namespace TerminalDrivers;
+
+namespace {
+
+QStringList pathsOf(AppModel& app, const QUuid& id) {
+    QList<ShelfItem> items;
+    if (const auto item = app.shelf().item(id)) {
+        items.append(*item);
+    } else if (const auto entry = app.shelf().entry(id)) {
+        items = entry->items;
+    }
+    QStringList paths;
+    for (const ShelfItem& item : items) {
+        if (const auto path = ShelfStore::resolve(item)) {
+            paths.append(*path);
+        }
+    }
+    return paths;
+}
+
+bool exists(AppModel& app, const QUuid& id) {
+    return app.shelf().item(id) || app.shelf().entry(id);
+}
+
+} // namespace
+
+bool convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& conversion,
+             std::function<void(QStringList)> done) {
+    if (!exists(app, id)) {
+        return false;
+    }
+    QPointer<AppModel> weak(&app);
+    ShelfConverter::run(conversion, pathsOf(app, id),
+                        [weak, done = std::move(done)](const QStringList& results) {
+                            if (weak && !results.isEmpty()) {
+                                QList<QUrl> urls;
+                                for (const QString& path : results) {
+                                    urls.append(QUrl::fromLocalFile(path));
+                                }
+                                weak->addToShelf(urls, urls.size() != 1);
+                            }
+                            done(results);
+                        });
+    return true;
+}
+
+QString pastedPath(const QString& path) {
+    static const QString plain = QStringLiteral("/._-+,:@%=~");
+    const bool needsQuotes = std::any_of(path.begin(), path.end(),
+                                         [](QChar c) { return !c.isLetterOrNumber() && !plain.contains(c); });
+    if (!needsQuotes) {
+        return path + QLatin1Char(' ');
+    }
+    QString quoted = path;
+    quoted.replace(QLatin1Char('\''), QStringLiteral("'\\''"));
+    return QLatin1Char('\'') + quoted + QStringLiteral("' ");
+}
+
+bool pasteIntoTmux(const QString& text, const ProcessContext& context) {
+    const std::optional<QString> pane = context.tmuxPane && !context.tmuxPane->isEmpty()
+                                            ? context.tmuxPane
+                                            : context.value(QStringLiteral("TMUX_PANE"));
+    const std::optional<QString> variable = context.value(QStringLiteral("TMUX"));
+    const std::optional<QString> socket = variable ? tmuxSocket(*variable) : std::nullopt;
+    const Tools tools = Tools::system();
+    const std::optional<QString> tmux = context.tmuxBinary && QFileInfo(*context.tmuxBinary).isExecutable()
+                                            ? context.tmuxBinary
+                                            : findTool(QStringLiteral("tmux"), tools);
+    if (!pane || !socket || !tmux) {
+        return false;
+    }
+    const QString buffer = QStringLiteral("mirrowisp-shelf");
+    const QStringList base{QStringLiteral("-S"), *socket};
+    const auto ran = [&](const QStringList& arguments) {
+        const auto result = ProcessRunner::run(*tmux, base + arguments, tools.timeoutSeconds);
+        return result.ok() && result.exitStatus == 0;
+    };
+    return ran({QStringLiteral("set-buffer"), QStringLiteral("-b"), buffer, QStringLiteral("--"), text}) &&
+           ran({QStringLiteral("paste-buffer"), QStringLiteral("-p"), QStringLiteral("-d"),
+                QStringLiteral("-b"), buffer, QStringLiteral("-t"), *pane});
+}
+
+bool send(AppModel& app, const QUuid& id, const AgentSession& session, std::function<void(QString)> done) {
+    if (!exists(app, id)) {
+        return false;
+    }
+    QString text;
+    for (const QString& path : pathsOf(app, id)) {
+        text += pastedPath(path);
+    }
+    QThreadPool::globalInstance()->start(
+        [text, context = session.context(), done = std::move(done)]() mutable {
+            const bool pasted = pasteIntoTmux(text, context);
+            postToMain([pasted, text, done = std::move(done)] {
+                // Without a display there is no clipboard either; the caller still hears what happened.
+                if (!pasted && qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr) {
+                    QGuiApplication::clipboard()->setText(text.trimmed());
+                }
+                done(pasted ? QStringLiteral("tmux") : QStringLiteral("clipboard"));
+            });
+        });
+    return true;
+}
+
+} // namespace mirrowisp::ShelfActions

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "shelf/ShelfConverter.h"
+
+#include <QString>
+#include <QUuid>
+#include <functional>
+#include <optional>
+
+namespace mirrowisp {
+
+class AgentSession;
+class AppModel;
+struct ProcessContext;
+
+// What the shelf's menu and `mirrowisp ctl shelf` do beyond the store itself: conversions whose
+// results join the shelf, and handing a shelf file to a running agent.
+namespace ShelfActions {
+
+// Converts the files of the entry (or item) of that id off the main thread; the results join the
+// shelf (one as a plain item, several as a stack) and `done` gets their paths, empty when all failed.
+// False when no entry or item has that id.
+bool convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& conversion,
+             std::function<void(QStringList)> done);
+
+// Types the path of each file of that entry or item at the session's terminal prompt, without Enter,
+// through tmux; where no terminal can be reached, the paths go to the clipboard instead. `done` gets
+// "tmux" or "clipboard". False when no entry or item has that id.
+bool send(AppModel& app, const QUuid& id, const AgentSession& session, std::function<void(QString)> done);
+
+// The text a path is pasted as: quoted for a shell when it holds spaces or quotes, then a space.
+QString pastedPath(const QString& path);
+
+// Pastes `text` into the tmux pane of `context` (bracketed, so the prompt takes it as a paste). Blocks;
+// off the main thread. False when the context names no tmux pane or tmux refused.
+bool pasteIntoTmux(const QString& text, const ProcessContext& context);
+
+} // namespace ShelfActions
+
+} // namespace mirrowisp

@@ -1,0 +1,279 @@
+#include "island/ShelfViewModel.h"
+
+#include "agents/AgentSession.h"
+#include "app/AppModel.h"
+#include "app/Preferences.h"
+#include "app/ShelfActions.h"
+#include "shelf/ShelfDrop.h"
+
+#include <QCursor>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDesktopServices>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QMimeDatabase>
+#include <QUrl>
+
+namespace mirrowisp {
+
+namespace {
+
+QPointer<AppModel> shared;
+
+QUuid idFrom(const QString& text) {
+    return QUuid::fromString(text);
+}
+
+// "image", "video", "audio", "pdf", "text", "folder", "archive" or "file": the tile's icon.
+QString kindOf(const QString& path) {
+    if (QFileInfo(path).isDir()) {
+        return QStringLiteral("folder");
+    }
+    const QMimeType type = QMimeDatabase().mimeTypeForFile(path);
+    const QString name = type.name();
+    for (const char* kind : {"image", "video", "audio", "text"}) {
+        if (name.startsWith(QLatin1StringView(kind) + QLatin1Char('/'))) {
+            return QLatin1StringView(kind);
+        }
+    }
+    if (name == QLatin1StringView("application/pdf")) {
+        return QStringLiteral("pdf");
+    }
+    if (type.inherits(QStringLiteral("application/zip")) || name.contains(QLatin1StringView("tar"))) {
+        return QStringLiteral("archive");
+    }
+    return QStringLiteral("file");
+}
+
+} // namespace
+
+ShelfViewModel::ShelfViewModel(AppModel* app, QObject* parent) : QAbstractListModel(parent), app_(app) {
+    if (app_ == nullptr) {
+        return;
+    }
+    connect(&app_->shelf(), &ShelfStore::itemsChanged, this, [this] {
+        beginResetModel();
+        endResetModel();
+        Q_EMIT countChanged();
+    });
+    connect(&app_->prefs(), &Preferences::shelfEnabledChanged, this, &ShelfViewModel::enabledChanged);
+    connect(&app_->shelf(), &ShelfStore::draggingEntryIDChanged, this, &ShelfViewModel::draggingEntryChanged);
+    app_->shelf().setButtonDown([] { return QGuiApplication::mouseButtons().testFlag(Qt::LeftButton); });
+}
+
+void ShelfViewModel::setShared(AppModel* app) {
+    shared = app;
+}
+
+ShelfViewModel* ShelfViewModel::create(QQmlEngine*, QJSEngine*) {
+    return new ShelfViewModel(shared); // the engine owns it
+}
+
+int ShelfViewModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() || app_ == nullptr ? 0 : static_cast<int>(app_->shelf().entries().size());
+}
+
+QVariant ShelfViewModel::data(const QModelIndex& index, int role) const {
+    if (app_ == nullptr || !index.isValid()) {
+        return {};
+    }
+    const QList<ShelfEntry> entries = app_->shelf().entries();
+    if (index.row() >= entries.size()) {
+        return {};
+    }
+    const ShelfEntry& entry = entries[index.row()];
+    const ShelfItem& first = entry.items.front();
+    switch (role) {
+    case EntryIdRole:
+        return entry.id.toString(QUuid::WithoutBraces);
+    case NameRole:
+        return entry.items.size() == 1 ? first.name
+                                       : tr("%n items", nullptr, static_cast<int>(entry.items.size()));
+    case ItemCountRole:
+        return static_cast<int>(entry.items.size());
+    case UrlsRole:
+        return uriList(entry.id.toString(QUuid::WithoutBraces));
+    case ThumbnailRole: {
+        const auto path = ShelfStore::resolve(first);
+        return path && kindOf(*path) == QLatin1StringView("image") ? QUrl::fromLocalFile(*path).toString()
+                                                                   : QString();
+    }
+    case KindRole: {
+        const auto path = ShelfStore::resolve(first);
+        return path ? kindOf(*path) : QStringLiteral("missing");
+    }
+    case MissingRole:
+        return !ShelfStore::resolve(first).has_value();
+    default:
+        return {};
+    }
+}
+
+QHash<int, QByteArray> ShelfViewModel::roleNames() const {
+    return {{EntryIdRole, "entryId"}, {NameRole, "name"},           {ItemCountRole, "itemCount"},
+            {UrlsRole, "uriList"},    {ThumbnailRole, "thumbnail"}, {KindRole, "kind"},
+            {MissingRole, "missing"}};
+}
+
+bool ShelfViewModel::enabled() const {
+    return app_ != nullptr && app_->prefs().shelfEnabled();
+}
+
+QString ShelfViewModel::draggingEntry() const {
+    if (app_ == nullptr || !app_->shelf().draggingEntryID()) {
+        return {};
+    }
+    return app_->shelf().draggingEntryID()->toString(QUuid::WithoutBraces);
+}
+
+int ShelfViewModel::drop(const QList<QUrl>& urls, const QString& mozURL, const QString& text,
+                         const QString& imageType, const QByteArray& imageBytes) {
+    if (app_ == nullptr) {
+        return 0;
+    }
+    const QList<QUrl> files =
+        shelfDropFiles(app_->shelf(), ShelfDrop{urls, mozURL, text, imageType, imageBytes});
+    return app_->addToShelf(files, true);
+}
+
+QStringList ShelfViewModel::paths(const QString& entryID) const {
+    QStringList list;
+    if (app_ == nullptr) {
+        return list;
+    }
+    if (const auto entry = app_->shelf().entry(idFrom(entryID))) {
+        for (const ShelfItem& item : entry->items) {
+            if (const auto path = ShelfStore::resolve(item)) {
+                list.append(*path);
+            }
+        }
+    }
+    return list;
+}
+
+void ShelfViewModel::open(const QString& entryID) {
+    for (const QString& path : paths(entryID)) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+    }
+}
+
+void ShelfViewModel::showInFolder(const QString& entryID) {
+    const QStringList list = paths(entryID);
+    if (list.isEmpty()) {
+        return;
+    }
+    QStringList uris;
+    for (const QString& path : list) {
+        uris.append(QUrl::fromLocalFile(path).toString());
+    }
+    // The file manager selects the files where it can; otherwise the folder opens.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    call << uris << QString();
+    const QString folder = QFileInfo(list.front()).path();
+    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [folder](QDBusPendingCallWatcher* done) {
+        if (done->isError()) {
+            QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
+        }
+        done->deleteLater();
+    });
+}
+
+void ShelfViewModel::remove(const QString& entryID) {
+    if (app_ != nullptr) {
+        app_->shelf().removeEntry(idFrom(entryID));
+    }
+}
+
+void ShelfViewModel::split(const QString& entryID) {
+    if (app_ != nullptr) {
+        app_->shelf().split(idFrom(entryID));
+    }
+}
+
+void ShelfViewModel::clear() {
+    if (app_ != nullptr) {
+        app_->shelf().clear();
+    }
+}
+
+QString ShelfViewModel::uriList(const QString& entryID) const {
+    QString list;
+    for (const QString& path : paths(entryID)) {
+        list += QString::fromUtf8(QUrl::fromLocalFile(path).toEncoded()) + QStringLiteral("\r\n");
+    }
+    return list;
+}
+
+QVariantList ShelfViewModel::conversions(const QString& entryID) const {
+    using ShelfConverter::Conversion;
+    QVariantList list;
+    const QStringList files = paths(entryID);
+    if (files.isEmpty()) {
+        return list;
+    }
+    QList<Conversion> offered = ShelfConverter::formats(files);
+    offered.append(Conversion{Conversion::Kind::zip, {}});
+    if (ShelfConverter::canCombine(files)) {
+        offered.append(Conversion{Conversion::Kind::combinePDF, {}});
+    }
+    for (const Conversion& conversion : offered) {
+        list.append(QVariantMap{{QStringLiteral("title"), conversion.title()},
+                                {QStringLiteral("key"), conversion.key()}});
+    }
+    return list;
+}
+
+void ShelfViewModel::convert(const QString& entryID, const QString& key) {
+    const auto conversion = ShelfConverter::Conversion::fromKey(key);
+    if (app_ != nullptr && conversion) {
+        ShelfActions::convert(*app_, idFrom(entryID), *conversion, [](const QStringList&) {});
+    }
+}
+
+QVariantList ShelfViewModel::sessions() const {
+    QVariantList list;
+    if (app_ == nullptr) {
+        return list;
+    }
+    for (const auto& session : app_->agents().sessions()) {
+        list.append(QVariantMap{{QStringLiteral("title"), session->projectName()},
+                                {QStringLiteral("id"), session->id()}});
+    }
+    return list;
+}
+
+void ShelfViewModel::send(const QString& entryID, const QString& sessionID) {
+    if (app_ == nullptr) {
+        return;
+    }
+    for (const auto& session : app_->agents().sessions()) {
+        if (session->id() == sessionID) {
+            QPointer<ShelfViewModel> weak(this);
+            ShelfActions::send(*app_, idFrom(entryID), *session, [weak](const QString& how) {
+                if (weak && how == QLatin1StringView("clipboard")) {
+                    Q_EMIT weak->sentToClipboard();
+                }
+            });
+            return;
+        }
+    }
+}
+
+void ShelfViewModel::beginDragOut(const QString& entryID) {
+    if (app_ != nullptr) {
+        app_->shelf().beginDragOut(idFrom(entryID));
+    }
+}
+
+void ShelfViewModel::endDragOut() {
+    if (app_ != nullptr) {
+        app_->shelf().endDragOut();
+    }
+}
+
+} // namespace mirrowisp

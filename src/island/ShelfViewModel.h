@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QAbstractListModel>
+#include <QPointer>
+#include <QStringList>
+#include <QVariant>
+#include <QtQml/qqmlregistration.h>
+
+class QQmlEngine;
+class QJSEngine;
+
+namespace mirrowisp {
+
+class AppModel;
+
+// The shelf tab's tiles, one row per entry (a file, or a stack), and what the tiles and drops do.
+// One per QML engine; all read the app's shelf.
+class ShelfViewModel : public QAbstractListModel {
+    Q_OBJECT
+    QML_NAMED_ELEMENT(Shelf)
+    QML_SINGLETON
+    Q_PROPERTY(int count READ rowCount NOTIFY countChanged)
+    Q_PROPERTY(QString draggingEntry READ draggingEntry NOTIFY draggingEntryChanged)
+    // Whether the user keeps a shelf: drops on the island are taken only then.
+    Q_PROPERTY(bool enabled READ enabled NOTIFY enabledChanged)
+
+public:
+    enum Role {
+        EntryIdRole = Qt::UserRole + 1,
+        NameRole,
+        ItemCountRole,
+        UrlsRole,
+        ThumbnailRole,
+        KindRole,
+        MissingRole
+    };
+
+    explicit ShelfViewModel(AppModel* app, QObject* parent = nullptr);
+
+    // The app the views of every engine made from now on read; the island shell sets it.
+    static void setShared(AppModel* app);
+    static ShelfViewModel* create(QQmlEngine* engine, QJSEngine*);
+
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QHash<int, QByteArray> roleNames() const override;
+    QString draggingEntry() const;
+    bool enabled() const;
+
+    // A drop on the island: the drag's URI list, link, text and image data as the view has them.
+    // Answers how many files arrived.
+    Q_INVOKABLE int drop(const QList<QUrl>& urls, const QString& mozURL, const QString& text,
+                         const QString& imageType, const QByteArray& imageBytes);
+    Q_INVOKABLE void open(const QString& entryID);
+    Q_INVOKABLE void showInFolder(const QString& entryID);
+    Q_INVOKABLE void remove(const QString& entryID);
+    Q_INVOKABLE void split(const QString& entryID);
+    Q_INVOKABLE void clear();
+    // The entry's files as text/uri-list, for a drag out.
+    Q_INVOKABLE QString uriList(const QString& entryID) const;
+    // The conversions that suit the entry's files, as maps with "title" and "key", ZIP and PDF last.
+    Q_INVOKABLE QVariantList conversions(const QString& entryID) const;
+    Q_INVOKABLE void convert(const QString& entryID, const QString& key);
+    // The running agent sessions as maps with "title" and "id", for "Send to".
+    Q_INVOKABLE QVariantList sessions() const;
+    Q_INVOKABLE void send(const QString& entryID, const QString& sessionID);
+    Q_INVOKABLE void beginDragOut(const QString& entryID);
+    Q_INVOKABLE void endDragOut();
+
+Q_SIGNALS:
+    void countChanged();
+    void draggingEntryChanged();
+    void enabledChanged();
+    // A file was sent where no terminal could take it: its path is on the clipboard.
+    void sentToClipboard();
+
+private:
+    QStringList paths(const QString& entryID) const;
+
+    QPointer<AppModel> app_;
+};
+
+} // namespace mirrowisp
