@@ -78,7 +78,8 @@ Scan scan(const QStringList& paths) {
             result.watched.append(path);
             --budget;
         } else if (info.isDir() && !addFolder(path)) {
-            for (const QFileInfo& sub : QDir(path).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
+            for (const QFileInfo& sub :
+                 QDir(path).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
                 addFolder(sub.filePath());
             }
         }
@@ -162,7 +163,8 @@ void CalendarFiles::rescan() {
             }
             self->calendars_ = names;
             // A replaced file drops out of the watch: watch again what is there now.
-            if (const QStringList old = self->watcher_.files() + self->watcher_.directories(); !old.isEmpty()) {
+            if (const QStringList old = self->watcher_.files() + self->watcher_.directories();
+                !old.isEmpty()) {
                 self->watcher_.removePaths(old);
             }
             if (!found.watched.isEmpty()) {

@@ -104,11 +104,19 @@ bool overlaps(Timestamp start, double length, Timestamp from, Timestamp to) {
     return start < to && (start + length > from || (length == 0 && start >= from));
 }
 
-QSet<qint64> exceptionsOf(icalcomponent* event) {
+// Exceptions and extra dates without a zone of their own are in the event's.
+icaltimetype inZoneOf(icaltimetype t, icaltimetype dtstart) {
+    if (!t.zone && !icaltime_is_utc(t) && !t.is_date) {
+        t.zone = dtstart.zone;
+    }
+    return t;
+}
+
+QSet<qint64> exceptionsOf(icalcomponent* event, icaltimetype dtstart) {
     QSet<qint64> out;
     for (icalproperty* p = icalcomponent_get_first_property(event, ICAL_EXDATE_PROPERTY); p;
          p = icalcomponent_get_next_property(event, ICAL_EXDATE_PROPERTY)) {
-        if (const auto at = stamp(icalproperty_get_datetime_with_component(p, event))) {
+        if (const auto at = stamp(inZoneOf(icalproperty_get_datetime_with_component(p, event), dtstart))) {
             out.insert(static_cast<qint64>(*at));
         }
     }
@@ -146,11 +154,8 @@ QList<Timestamp> occurrencesOf(icalcomponent* event, icaltimetype dtstart, doubl
     for (icalproperty* p = icalcomponent_get_first_property(event, ICAL_RDATE_PROPERTY); p;
          p = icalcomponent_get_next_property(event, ICAL_RDATE_PROPERTY)) {
         const icaldatetimeperiodtype value = icalproperty_get_rdate(p);
-        icaltimetype at = icaltime_is_null_time(value.time) ? value.period.start : value.time;
-        if (!at.zone && !icaltime_is_utc(at)) {
-            at.zone = dtstart.zone;
-        }
-        if (const auto s = stamp(at)) {
+        const icaltimetype at = icaltime_is_null_time(value.time) ? value.period.start : value.time;
+        if (const auto s = stamp(inZoneOf(at, dtstart))) {
             starts.append(*s);
         }
     }
@@ -216,8 +221,8 @@ void IcsCalendar::appendEvents(Timestamp from, Timestamp to, const QString& colo
                                std::vector<CalendarEvent>& out) const {
     QList<icalcomponent*> calendars;
     if (icalcomponent_isa(root_->component) == ICAL_XROOT_COMPONENT) {
-        for (icalcomponent* c = icalcomponent_get_first_component(root_->component, ICAL_VCALENDAR_COMPONENT); c;
-             c = icalcomponent_get_next_component(root_->component, ICAL_VCALENDAR_COMPONENT)) {
+        for (icalcomponent* c = icalcomponent_get_first_component(root_->component, ICAL_VCALENDAR_COMPONENT);
+             c; c = icalcomponent_get_next_component(root_->component, ICAL_VCALENDAR_COMPONENT)) {
             calendars.append(c);
         }
     } else {
@@ -228,8 +233,9 @@ void IcsCalendar::appendEvents(Timestamp from, Timestamp to, const QString& colo
         QHash<QString, QSet<qint64>> moved;
         for (icalcomponent* e = icalcomponent_get_first_component(calendar, ICAL_VEVENT_COMPONENT); e;
              e = icalcomponent_get_next_component(calendar, ICAL_VEVENT_COMPONENT)) {
-            if (icalcomponent_get_first_property(e, ICAL_RECURRENCEID_PROPERTY)) {
-                if (const auto at = stamp(icalcomponent_get_recurrenceid(e))) {
+            if (icalproperty* id = icalcomponent_get_first_property(e, ICAL_RECURRENCEID_PROPERTY)) {
+                const icaltimetype original = icalproperty_get_datetime_with_component(id, e);
+                if (const auto at = stamp(inZoneOf(original, icalcomponent_get_dtstart(e)))) {
                     moved[text(icalcomponent_get_uid(e))].insert(static_cast<qint64>(*at));
                 }
             }
@@ -253,7 +259,7 @@ void IcsCalendar::appendEvents(Timestamp from, Timestamp to, const QString& colo
                 }
                 continue;
             }
-            const QSet<qint64> skipped = exceptionsOf(e) + moved.value(fields.identifier);
+            const QSet<qint64> skipped = exceptionsOf(e, dtstart) + moved.value(fields.identifier);
             for (const Timestamp at : occurrencesOf(e, dtstart, length, from, to)) {
                 if (overlaps(at, length, from, to) && !skipped.contains(static_cast<qint64>(at))) {
                     CalendarEvent occurrence = fields;

@@ -25,7 +25,8 @@ public:
 
     // Every event and occurrence that overlaps [from, to): repeating events are expanded (their
     // exceptions and moved occurrences applied). `color` stands in for events without their own.
-    void appendEvents(Timestamp from, Timestamp to, const QString& color, std::vector<CalendarEvent>& out) const;
+    void appendEvents(Timestamp from, Timestamp to, const QString& color,
+                      std::vector<CalendarEvent>& out) const;
 
 private:
     struct Root;

@@ -10,15 +10,19 @@ namespace {
 
 // Zoom, Google Meet, Microsoft Teams, Webex, Around, Whereby, FaceTime: tried in this order.
 constexpr std::array<QLatin1StringView, 7> meetingMarks = {
-    QLatin1StringView("zoom.us"),      QLatin1StringView("meet.google.com"), QLatin1StringView("teams.microsoft.com"),
-    QLatin1StringView("webex.com"),    QLatin1StringView("around.co"),       QLatin1StringView("whereby.com"),
+    QLatin1StringView("zoom.us"),
+    QLatin1StringView("meet.google.com"),
+    QLatin1StringView("teams.microsoft.com"),
+    QLatin1StringView("webex.com"),
+    QLatin1StringView("around.co"),
+    QLatin1StringView("whereby.com"),
     QLatin1StringView("facetime"),
 };
 
 const QRegularExpression& linkPattern() {
     // A scheme, a "www." start, or a bare host followed by a path, up to the next blank or quote.
-    static const QRegularExpression pattern(
-        QStringLiteral(R"((?:\b[A-Za-z][A-Za-z0-9+.\-]*://|\bwww\.|\b(?:[A-Za-z0-9\-]+\.)+[A-Za-z]{2,}/)[^\s<>"'`]*)"));
+    static const QRegularExpression pattern(QStringLiteral(
+        R"((?:\b[A-Za-z][A-Za-z0-9+.\-]*://|\bwww\.|\b(?:[A-Za-z0-9\-]+\.)+[A-Za-z]{2,}/)[^\s<>"'`]*)"));
     return pattern;
 }
 

@@ -1,7 +1,7 @@
 #include "widgets/CalendarService.h"
-#include "widgets/MeetingLinks.h"
 
 #include "support/TestSupport.h"
+#include "widgets/MeetingLinks.h"
 
 #include <QDateTime>
 #include <gtest/gtest.h>
@@ -127,17 +127,16 @@ TEST_P(LiveRuleTest, DecidesWhatIsLive) {
     EXPECT_EQ(service.liveEvent().has_value(), c.live);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, LiveRuleTest,
-    ::testing::Values(LiveCase{"fiveMinutesAhead", 300, 1800, false, true},
-                      LiveCase{"justOverFiveMinutesAhead", 301, 1800, false, false},
-                      LiveCase{"tenMinutesIn", -599, 1800, false, true},
-                      LiveCase{"pastTenMinutes", -600, 1800, false, false},
-                      LiveCase{"endedBeforeTenMinutes", -300, 300, false, false},
-                      LiveCase{"threeHours", 60, 10800, false, true},
-                      LiveCase{"overThreeHours", 60, 10801, false, false},
-                      LiveCase{"allDay", -60, 86400, true, false}),
-    [](const auto& param) { return std::string(param.param.name); });
+INSTANTIATE_TEST_SUITE_P(Cases, LiveRuleTest,
+                         ::testing::Values(LiveCase{"fiveMinutesAhead", 300, 1800, false, true},
+                                           LiveCase{"justOverFiveMinutesAhead", 301, 1800, false, false},
+                                           LiveCase{"tenMinutesIn", -599, 1800, false, true},
+                                           LiveCase{"pastTenMinutes", -600, 1800, false, false},
+                                           LiveCase{"endedBeforeTenMinutes", -300, 300, false, false},
+                                           LiveCase{"threeHours", 60, 10800, false, true},
+                                           LiveCase{"overThreeHours", 60, 10801, false, false},
+                                           LiveCase{"allDay", -60, 86400, true, false}),
+                         [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(CalendarServiceTest, HandledItemStopsBeingLive) {
     provider.events = {event("a", clock.now() + 60, 600), event("b", clock.now() + 120, 600)};
@@ -160,7 +159,8 @@ TEST_F(CalendarServiceTest, AnnouncesOnceWithinFiveMinutes) {
     service.tick();
     clock.advance(120);
     service.tick();
-    EXPECT_EQ(announced, (QStringList{QStringLiteral("long"), QStringLiteral("soon"), QStringLiteral("later")}));
+    EXPECT_EQ(announced,
+              (QStringList{QStringLiteral("long"), QStringLiteral("soon"), QStringLiteral("later")}));
 
     CalendarService restarted(provider, clock);
     QStringList again;
@@ -213,7 +213,9 @@ class MeetingLinkTest : public ::testing::TestWithParam<LinkCase> {};
 TEST_P(MeetingLinkTest, FindsTheMeeting) {
     const LinkCase& c = GetParam();
     CalendarEvent e;
-    const auto optional = [](const char* s) { return *s ? std::optional(QString::fromUtf8(s)) : std::nullopt; };
+    const auto optional = [](const char* s) {
+        return *s ? std::optional(QString::fromUtf8(s)) : std::nullopt;
+    };
     e.url = optional(c.url);
     e.location = optional(c.location);
     e.notes = optional(c.notes);
@@ -233,9 +235,10 @@ INSTANTIATE_TEST_SUITE_P(
                  "https://meet.google.com/abc-defg-hij"},
         LinkCase{"locationBeforeNotes", "", "Room 4, https://acme.webex.com/meet/x",
                  "(https://whereby.com/team) or https://zoom.us/j/1", "", "https://acme.webex.com/meet/x"},
-        LinkCase{"earlierInNotesWins", "", "", "Backup https://whereby.com/team, main https://zoom.us/j/1", "",
-                 "https://whereby.com/team"},
-        LinkCase{"bareHost", "", "meet.google.com/xyz-abcd-efg", "", "", "https://meet.google.com/xyz-abcd-efg"},
+        LinkCase{"earlierInNotesWins", "", "", "Backup https://whereby.com/team, main https://zoom.us/j/1",
+                 "", "https://whereby.com/team"},
+        LinkCase{"bareHost", "", "meet.google.com/xyz-abcd-efg", "", "",
+                 "https://meet.google.com/xyz-abcd-efg"},
         LinkCase{"conference", "", "", "https://example.com", "https://teams.microsoft.com/l/meetup-join/1",
                  "https://teams.microsoft.com/l/meetup-join/1"},
         LinkCase{"hostIsCaseSensitive", "", "", "https://ZOOM.US/j/1", "", ""},
