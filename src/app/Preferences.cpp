@@ -27,6 +27,7 @@ constexpr QLatin1StringView shelfEnabled("shelfEnabled");
 constexpr QLatin1StringView homeWidgets("homeWidgets");
 constexpr QLatin1StringView homeWidgetSelection("homeWidgetSelection");
 constexpr QLatin1StringView remindersListID("remindersListID");
+constexpr QLatin1StringView calendarFiles("calendarFiles");
 constexpr QLatin1StringView lockScreenEnabled("lockScreenEnabled");
 constexpr QLatin1StringView islandStyle("islandStyle");
 constexpr QLatin1StringView usageAgents("usageAgents");
@@ -110,6 +111,7 @@ QJsonObject registeredDefaults() {
         {Keys::homeWidgets, QJsonArray::fromStringList(homeWidgetNamesOf(
                                 {HomeWidget::calendar, HomeWidget::pullRequests, HomeWidget::reminders}))},
         {Keys::homeWidgetSelection, QStringLiteral("calendar")},
+        {Keys::calendarFiles, QJsonArray{QStringLiteral("~/.calendars")}},
         {Keys::lockScreenEnabled, false},
         {Keys::approveFromNotch, true},
         {Keys::autoOpenOnAttention, true},
@@ -191,6 +193,7 @@ void Preferences::load() {
     homeWidgetSelection_ =
         defaults_.stringValue(Keys::homeWidgetSelection).value_or(QStringLiteral("calendar"));
     remindersListID_ = defaults_.stringValue(Keys::remindersListID).value_or(QString());
+    calendarFiles_ = defaults_.stringArray(Keys::calendarFiles).value_or(QStringList());
     lockScreenEnabled_ = readBool(Keys::lockScreenEnabled);
     for (const AgentKind kind : AgentKinds::all) {
         const auto stored = defaults_.object(agentEnabledKey(kind));
@@ -278,6 +281,11 @@ void Preferences::setHomeWidgetSelection(const QString& selection) {
 
 void Preferences::setRemindersListID(const QString& listID) {
     assign(remindersListID_, listID, Keys::remindersListID, listID, &Preferences::remindersListIDChanged);
+}
+
+void Preferences::setCalendarFiles(const QStringList& paths) {
+    assign(calendarFiles_, paths, Keys::calendarFiles, QJsonArray::fromStringList(paths),
+           &Preferences::calendarFilesChanged);
 }
 
 void Preferences::setLockScreenEnabled(bool on) {
