@@ -146,6 +146,34 @@ void CalendarService::markHandled(const QString& id) {
     tick();
 }
 
+QStringList CalendarService::calendarApps() {
+    return {QStringLiteral("org.gnome.Calendar.desktop"),  QStringLiteral("org.kde.korganizer.desktop"),
+            QStringLiteral("org.gnome.Evolution.desktop"), QStringLiteral("gnome-calendar.desktop"),
+            QStringLiteral("korganizer.desktop"),          QStringLiteral("evolution.desktop")};
+}
+
+void CalendarService::open(const QString& id) {
+    const auto found = item(id);
+    if (!found) {
+        return;
+    }
+    if (found->isJoinable(clock_.now())) {
+        launcher_->openUrl(*found->meetingURL);
+    } else {
+        launcher_->launchFirst(calendarApps());
+    }
+    markHandled(id);
+}
+
+void CalendarService::join(const QString& id) {
+    const auto found = item(id);
+    if (!found || !found->meetingURL) {
+        return;
+    }
+    launcher_->openUrl(*found->meetingURL);
+    markHandled(id);
+}
+
 void CalendarService::setAuthorized(bool authorized) {
     if (authorized != authorized_) {
         authorized_ = authorized;

@@ -2,6 +2,7 @@
 
 #include "widgets/CalendarItem.h"
 #include "widgets/CalendarProvider.h"
+#include "widgets/DesktopLauncher.h"
 
 #include <QList>
 #include <QObject>
@@ -44,6 +45,15 @@ public:
     // The user opened the item or joined it: it stops being live at once.
     void markHandled(const QString& id);
 
+    // The desktop's calendar apps, tried in this order when an event has no meeting to join.
+    static QStringList calendarApps();
+    // A click on the event: its meeting while joinable, else the calendar app. Marks it handled.
+    void open(const QString& id);
+    // The join control: the meeting in the browser, whenever the item has one. Marks it handled.
+    void join(const QString& id);
+    // Who opens addresses and applications; the system's unless a test hands in its own.
+    void setLauncher(DesktopLauncher* launcher) { launcher_ = launcher; }
+
     std::function<void(const CalendarItem&)> onEventSoon;
 
     // The item a provider's event makes; nothing for an event without a start or an end.
@@ -67,6 +77,8 @@ private:
     std::optional<CalendarItem> liveEvent_;
     QSet<QString> announced_;
     QSet<QString> handled_;
+    SystemDesktopLauncher systemLauncher_;
+    DesktopLauncher* launcher_ = &systemLauncher_;
     QTimer reloadTimer_;
     QTimer tickTimer_;
     // Answers to older fetches that arrive after a newer one are dropped.

@@ -169,6 +169,71 @@ TEST_F(CalendarServiceTest, AnnouncesOnceWithinFiveMinutes) {
     EXPECT_EQ(again, announced);
 }
 
+class RecordingLauncher final : public DesktopLauncher {
+public:
+    bool openUrl(const QString& url) override {
+        calls.append(url);
+        return true;
+    }
+    std::optional<QString> launchFirst(const QStringList& ids) override {
+        calls.append(ids.join(QLatin1Char(',')));
+        return std::nullopt;
+    }
+    QStringList calls;
+};
+
+struct OpenCase {
+    const char* name;
+    double startIn;
+    bool hasLink;
+    bool join; // the join control rather than the row
+    bool opensMeeting;
+    bool opensApp;
+};
+
+class OpenTest : public CalendarServiceTest, public ::testing::WithParamInterface<OpenCase> {};
+
+TEST_P(OpenTest, OpensTheMeetingOrTheCalendarApp) {
+    const OpenCase& c = GetParam();
+    CalendarEvent e = event("e", clock.now() + c.startIn, 1800);
+    if (c.hasLink) {
+        e.notes = QStringLiteral("https://zoom.us/j/5");
+    }
+    provider.events = {e};
+    service.reload();
+    RecordingLauncher launcher;
+    service.setLauncher(&launcher);
+    const QString id = service.upcoming().front().id;
+    c.join ? service.join(id) : service.open(id);
+
+    QStringList expected;
+    if (c.opensMeeting) {
+        expected.append(QStringLiteral("https://zoom.us/j/5"));
+    }
+    if (c.opensApp) {
+        expected.append(CalendarService::calendarApps().join(QLatin1Char(',')));
+    }
+    EXPECT_EQ(launcher.calls, expected);
+    // Once opened the item stops being live; a join without a meeting changes nothing.
+    EXPECT_EQ(service.liveEvent().has_value(), c.startIn < 300 && launcher.calls.isEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, OpenTest,
+                         ::testing::Values(OpenCase{"joinableRow", 120, true, false, true, false},
+                                           OpenCase{"earlyRow", 3600, true, false, false, true},
+                                           OpenCase{"rowWithoutLink", 120, false, false, false, true},
+                                           OpenCase{"earlyJoin", 3600, true, true, true, false},
+                                           OpenCase{"joinWithoutLink", 120, false, true, false, false}),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST(DesktopEntryTest, ExecLineWithoutFieldCodes) {
+    const QByteArray entry = "[Desktop Action new]\nExec=wrong\n[Desktop Entry]\nName=Calendar\n"
+                             "Exec=gnome-calendar --gapplication-service %U \"a b\"\n";
+    EXPECT_EQ(SystemDesktopLauncher::execCommand(entry),
+              (QStringList{QStringLiteral("gnome-calendar"), QStringLiteral("--gapplication-service"),
+                           QStringLiteral("a b")}));
+}
+
 struct CaptionCase {
     const char* name;
     double startIn;
