@@ -15,6 +15,7 @@
 #include "front/FrontDoor.h"
 #include "integration/AgentEnvironment.h"
 #include "integration/HookInstaller.h"
+#include "island/HomeWidgetsViewModel.h"
 #include "island/IslandShell.h"
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
@@ -314,6 +315,7 @@ int runMirrowisp(int argc, char** argv) {
     control.setHud(&systemControls->hud());
 
     if (gui) {
+        HomeWidgetsViewModel::setShared(&model);
         island = std::make_unique<IslandShell>(
             model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();

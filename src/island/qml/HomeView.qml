@@ -7,7 +7,8 @@ Item {
     required property NotchViewModel island
     required property AgentsViewModel agents
     required property IslandUsageModel usage
-    implicitHeight: NowPlaying.hasTrack ? 120 + 8 + nowPlaying.implicitHeight : 120
+    implicitHeight: (NowPlaying.hasTrack ? 120 + 8 + nowPlaying.implicitHeight : 120)
+                    + (widgetStack.visible ? 10 + widgetStack.implicitHeight : 0)
 
     property date now: new Date()
     Timer {
@@ -87,5 +88,15 @@ Item {
         anchors.right: parent.right
         anchors.top: summary.bottom
         anchors.topMargin: 8
+    }
+
+    // The calendar and pull-request widgets, below everything else.
+    HomeWidgetStack {
+        id: widgetStack
+        anchors.left: parent.left
+        anchors.leftMargin: 8
+        anchors.right: parent.right
+        anchors.rightMargin: 8
+        y: (NowPlaying.hasTrack ? nowPlaying.y + nowPlaying.height : summary.y + summary.height) + 10
     }
 }
