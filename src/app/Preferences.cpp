@@ -94,7 +94,7 @@ QStringList agentNamesOf(const QList<AgentKind>& kinds) {
 }
 
 // The defaults the store itself answers until the user writes a value. The others (agentsEnabled,
-// islandStyle, usageAgents, remindersListID) are applied when their key is read.
+// islandStyle, usageAgents, remindersListID, calendarFiles) are applied when their key is read.
 QJsonObject registeredDefaults() {
     return {
         {Keys::openOnHover, true},
@@ -111,7 +111,6 @@ QJsonObject registeredDefaults() {
         {Keys::homeWidgets, QJsonArray::fromStringList(homeWidgetNamesOf(
                                 {HomeWidget::calendar, HomeWidget::pullRequests, HomeWidget::reminders}))},
         {Keys::homeWidgetSelection, QStringLiteral("calendar")},
-        {Keys::calendarFiles, QJsonArray{QStringLiteral("~/.calendars")}},
         {Keys::lockScreenEnabled, false},
         {Keys::approveFromNotch, true},
         {Keys::autoOpenOnAttention, true},
@@ -193,7 +192,9 @@ void Preferences::load() {
     homeWidgetSelection_ =
         defaults_.stringValue(Keys::homeWidgetSelection).value_or(QStringLiteral("calendar"));
     remindersListID_ = defaults_.stringValue(Keys::remindersListID).value_or(QString());
-    calendarFiles_ = defaults_.stringArray(Keys::calendarFiles).value_or(QStringList());
+    // Where vdirsyncer and khal keep calendars unless told otherwise.
+    calendarFiles_ =
+        defaults_.stringArray(Keys::calendarFiles).value_or(QStringList{QStringLiteral("~/.calendars")});
     lockScreenEnabled_ = readBool(Keys::lockScreenEnabled);
     for (const AgentKind kind : AgentKinds::all) {
         const auto stored = defaults_.object(agentEnabledKey(kind));
