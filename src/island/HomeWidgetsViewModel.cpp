@@ -17,20 +17,6 @@ QPointer<AppModel> shared;
 
 constexpr int minuteHandMilliseconds = 15000;
 
-QString checksName(PullRequest::Checks checks) {
-    switch (checks) {
-    case PullRequest::Checks::passing:
-        return QStringLiteral("passing");
-    case PullRequest::Checks::failing:
-        return QStringLiteral("failing");
-    case PullRequest::Checks::pending:
-        return QStringLiteral("pending");
-    case PullRequest::Checks::none:
-        break;
-    }
-    return QStringLiteral("none");
-}
-
 QString reviewText(PullRequest::Review review) {
     switch (review) {
     case PullRequest::Review::changesRequested:
@@ -53,7 +39,7 @@ void appendRows(const QList<PullRequest>& prs, bool reviewRequested, QVariantLis
                         {QStringLiteral("url"), pr.url},
                         {QStringLiteral("repository"), pr.repository},
                         {QStringLiteral("isDraft"), pr.isDraft},
-                        {QStringLiteral("checks"), checksName(pr.checks)},
+                        {QStringLiteral("checks"), PullRequest::checksName(pr.checks)},
                         {QStringLiteral("reviewText"),
                          reviewRequested ? QStringLiteral("Review requested") : reviewText(pr.review)}});
     }
@@ -153,22 +139,7 @@ QVariantList HomeWidgetsViewModel::pullRequests() const {
 
 QString HomeWidgetsViewModel::pullRequestState() const {
     const PullRequestService* prs = app_ ? app_->pullRequestService() : nullptr;
-    if (prs == nullptr) {
-        return QStringLiteral("loading");
-    }
-    switch (prs->state()) {
-    case PullRequestService::State::ready:
-        return QStringLiteral("ready");
-    case PullRequestService::State::ghMissing:
-        return QStringLiteral("ghMissing");
-    case PullRequestService::State::signedOut:
-        return QStringLiteral("signedOut");
-    case PullRequestService::State::failed:
-        return QStringLiteral("failed");
-    case PullRequestService::State::loading:
-        break;
-    }
-    return QStringLiteral("loading");
+    return PullRequestService::stateName(prs ? prs->state() : PullRequestService::State::loading);
 }
 
 QString HomeWidgetsViewModel::pullRequestText() const {

@@ -3,6 +3,7 @@
 #include "widgets/MeetingLinks.h"
 
 #include <QDateTime>
+#include <QJsonArray>
 #include <algorithm>
 
 namespace mirrowisp {
@@ -144,6 +145,33 @@ std::optional<CalendarItem> CalendarService::item(const QString& id) const {
 void CalendarService::markHandled(const QString& id) {
     handled_.insert(id);
     tick();
+}
+
+QJsonObject CalendarService::toJson() const {
+    const Timestamp now = clock_.now();
+    const auto iso = [](Timestamp t) {
+        return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(t), Qt::UTC).toString(Qt::ISODate);
+    };
+    const auto optional = [](const std::optional<QString>& value) {
+        return value ? QJsonValue(*value) : QJsonValue(QJsonValue::Null);
+    };
+    QJsonArray items;
+    for (const CalendarItem& item : upcoming_) {
+        items.append(QJsonObject{{QStringLiteral("id"), item.id},
+                                 {QStringLiteral("title"), item.title},
+                                 {QStringLiteral("start"), iso(item.start)},
+                                 {QStringLiteral("end"), iso(item.end)},
+                                 {QStringLiteral("isAllDay"), item.isAllDay},
+                                 {QStringLiteral("color"), item.color},
+                                 {QStringLiteral("location"), optional(item.location)},
+                                 {QStringLiteral("meetingURL"), optional(item.meetingURL)},
+                                 {QStringLiteral("isRecurring"), item.isRecurring},
+                                 {QStringLiteral("caption"), item.joinCaption(now)}});
+    }
+    return {{QStringLiteral("authorized"), authorized_},
+            {QStringLiteral("enabled"), enabled_},
+            {QStringLiteral("upcoming"), items},
+            {QStringLiteral("live"), liveEvent_ ? QJsonValue(liveEvent_->id) : QJsonValue(QJsonValue::Null)}};
 }
 
 QStringList CalendarService::calendarApps() {

@@ -4,6 +4,7 @@
 #include "widgets/CalendarProvider.h"
 #include "widgets/DesktopLauncher.h"
 
+#include <QJsonObject>
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -44,6 +45,10 @@ public:
 
     // The user opened the item or joined it: it stops being live at once.
     void markHandled(const QString& id);
+
+    // authorized, enabled, upcoming (times as ISO 8601 UTC, with the join caption as of now) and the
+    // live item's id, for `mirrowisp ctl calendar`.
+    QJsonObject toJson() const;
 
     // The desktop's calendar apps, tried in this order when an event has no meeting to join.
     static QStringList calendarApps();

@@ -68,4 +68,42 @@ std::optional<PullRequest> PullRequest::fromNode(const QJsonObject& node) {
     return pr;
 }
 
+QString PullRequest::checksName(Checks checks) {
+    switch (checks) {
+    case Checks::passing:
+        return QStringLiteral("passing");
+    case Checks::failing:
+        return QStringLiteral("failing");
+    case Checks::pending:
+        return QStringLiteral("pending");
+    case Checks::none:
+        break;
+    }
+    return QStringLiteral("none");
+}
+
+QString PullRequest::reviewName(Review review) {
+    switch (review) {
+    case Review::approved:
+        return QStringLiteral("approved");
+    case Review::changesRequested:
+        return QStringLiteral("changesRequested");
+    case Review::required:
+        return QStringLiteral("required");
+    case Review::none:
+        break;
+    }
+    return QStringLiteral("none");
+}
+
+QJsonObject PullRequest::toJson() const {
+    return {{QStringLiteral("number"), number},
+            {QStringLiteral("title"), title},
+            {QStringLiteral("url"), url},
+            {QStringLiteral("repository"), repository},
+            {QStringLiteral("isDraft"), isDraft},
+            {QStringLiteral("checks"), checksName(checks)},
+            {QStringLiteral("review"), reviewName(review)}};
+}
+
 } // namespace mirrowisp

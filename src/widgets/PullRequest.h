@@ -21,6 +21,10 @@ struct PullRequest {
 
     // A node of the GraphQL reply; nothing when number, title or a valid url is missing.
     static std::optional<PullRequest> fromNode(const QJsonObject& node);
+    // "passing", "failing", "pending", "none"; "approved", "changesRequested", "required", "none".
+    static QString checksName(Checks checks);
+    static QString reviewName(Review review);
+    QJsonObject toJson() const;
 
     bool operator==(const PullRequest&) const = default;
 };

@@ -178,4 +178,34 @@ QString PullRequestService::stateText() const {
     return {};
 }
 
+QString PullRequestService::stateName(State state) {
+    switch (state) {
+    case State::ready:
+        return QStringLiteral("ready");
+    case State::ghMissing:
+        return QStringLiteral("ghMissing");
+    case State::signedOut:
+        return QStringLiteral("signedOut");
+    case State::failed:
+        return QStringLiteral("failed");
+    case State::loading:
+        break;
+    }
+    return QStringLiteral("loading");
+}
+
+QJsonObject PullRequestService::toJson() const {
+    const auto array = [](const QList<PullRequest>& prs) {
+        QJsonArray out;
+        for (const PullRequest& pr : prs) {
+            out.append(pr.toJson());
+        }
+        return out;
+    };
+    return {{QStringLiteral("state"), stateName(state_)},
+            {QStringLiteral("fetching"), fetching_},
+            {QStringLiteral("mine"), array(mine_)},
+            {QStringLiteral("reviewRequested"), array(reviewRequested_)}};
+}
+
 } // namespace mirrowisp

@@ -4,6 +4,7 @@
 #include "base/SerialQueue.h"
 #include "widgets/PullRequest.h"
 
+#include <QJsonObject>
 #include <QList>
 #include <QObject>
 #include <QStringList>
@@ -51,6 +52,9 @@ public:
     bool fetching() const { return fetching_; }
     // The widget's words for the state; empty when the lists speak for themselves.
     QString stateText() const;
+    static QString stateName(State state);
+    // state, fetching, mine and reviewRequested, for `mirrowisp ctl prs`.
+    QJsonObject toJson() const;
 
     // The GraphQL text handed to `gh api graphql -f`.
     static QString query();
