@@ -16,9 +16,10 @@ struct CalendarItem {
     Timestamp end = 0;
     std::optional<QString> meetingURL;
     bool isAllDay = false;
-    QString color; // "#rrggbb", the calendar's
-    std::optional<QString> location;
-    std::optional<QString> eventIdentifier;
+    // Initialised, so that records written as {id, title, start, end, url} stay complete.
+    QString color{}; // "#rrggbb", the calendar's
+    std::optional<QString> location{};
+    std::optional<QString> eventIdentifier{};
     bool isRecurring = false;
 
     // From ten minutes before the start until the end, when there is a meeting to join.
