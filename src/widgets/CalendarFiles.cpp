@@ -82,6 +82,15 @@ Scan scan(const QStringList& paths) {
                  QDir(path).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
                 addFolder(sub.filePath());
             }
+        } else if (!info.exists()) {
+            // Not there yet (sync has not run): the nearest folder above tells when it appears.
+            QDir above = info.absoluteDir();
+            while (!above.exists() && !above.isRoot()) {
+                above.setPath(QFileInfo(above.absolutePath()).absolutePath());
+            }
+            if (!above.isRoot()) {
+                result.watched.append(above.absolutePath());
+            }
         }
     }
     return result;
@@ -168,7 +177,9 @@ void CalendarFiles::rescan() {
                 self->watcher_.removePaths(old);
             }
             if (!found.watched.isEmpty()) {
-                self->watcher_.addPaths(found.watched);
+                QStringList watched = found.watched;
+                watched.removeDuplicates();
+                self->watcher_.addPaths(watched);
             }
             Q_EMIT self->changed();
         });

@@ -174,5 +174,13 @@ TEST_F(CalendarFilesTest, ReportsChangesToWatchedFiles) {
     EXPECT_EQ(got[0].title, QStringLiteral("New"));
 }
 
+TEST_F(CalendarFilesTest, NoticesAFolderThatAppearsLater) {
+    use({path("later/calendars")});
+    EXPECT_TRUE(files.calendars().isEmpty());
+
+    writeFile(path("later/calendars/home/a.ics"), calendar({}));
+    EXPECT_TRUE(test::waitUntil([&] { return files.calendars() == QStringList{QStringLiteral("home")}; }));
+}
+
 } // namespace
 } // namespace mirrowisp
