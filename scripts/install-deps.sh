@@ -33,6 +33,8 @@ packages=(
   libpulse-dev pulseaudio pulseaudio-utils
   # the backlight's change events through udev, and a fake backlight device for their test
   libudev-dev umockdev libumockdev-dev
+  # the calendar: iCalendar files through libical; pull requests through the GitHub CLI
+  libical-dev gh
 )
 
 missing=()

@@ -4,6 +4,7 @@
 #include "base/Log.h"
 #include "bridge/BridgeProtocol.h"
 #include "media/NowPlayingService.h"
+#include "widgets/CalendarService.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -216,6 +217,32 @@ void AppModel::attachNowPlaying(NowPlayingService& service) {
     connect(&prefs_, &Preferences::nowPlayingEnabledChanged, &service, follow);
     follow();
     setNowPlaying(service.track());
+}
+
+void AppModel::attachCalendar(CalendarService& service, std::function<void(const QStringList&)> usePaths) {
+    calendarService_ = &service;
+    connect(&service, &CalendarService::liveEventChanged, this,
+            [this, &service] { setLiveEvent(service.liveEvent()); });
+    const auto follow = [this, &service] { service.setEnabled(prefs_.calendarEnabled()); };
+    connect(&prefs_, &Preferences::calendarEnabledChanged, &service, follow);
+    follow();
+    if (usePaths) {
+        const auto paths = [this, usePaths] { usePaths(prefs_.calendarFiles()); };
+        connect(&prefs_, &Preferences::calendarFilesChanged, &service, paths);
+        paths();
+    }
+    service.onEventSoon = [this](const CalendarItem& item) {
+        if (!prefs_.calendarEnabled()) {
+            return;
+        }
+        TransientActivity soon;
+        soon.kind = TransientActivity::Case::calendar;
+        soon.text = item.title;
+        soon.start = item.start;
+        flash(soon, 6.0);
+        play(SoundCue::attention);
+    };
+    setLiveEvent(service.liveEvent());
 }
 
 void AppModel::flash(const TransientActivity& activity, double seconds) {

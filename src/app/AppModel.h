@@ -17,8 +17,10 @@
 
 namespace mirrowisp {
 
+class CalendarService;
 class Clock;
 class NowPlayingService;
+class PullRequestService;
 class Preferences;
 class UserDefaults;
 
@@ -89,6 +91,12 @@ public:
     // now on; it must outlive the model's use of it. Nothing until the app attaches one.
     void attachNowPlaying(NowPlayingService& service);
     NowPlayingService* nowPlayingService() const { return nowPlayingService_; }
+    // The calendar, which feeds liveEvent(), announces what starts soon and follows the
+    // calendarEnabled and calendarFiles settings; the app attaches it, it must outlive the model's use.
+    void attachCalendar(CalendarService& service, std::function<void(const QStringList&)> usePaths);
+    CalendarService* calendarService() const { return calendarService_; }
+    void attachPullRequests(PullRequestService& service) { pullRequestService_ = &service; }
+    PullRequestService* pullRequestService() const { return pullRequestService_; }
 
     // A text field on the island has the keyboard: typing holds the island open.
     bool isEditingText() const { return isEditingText_; }
@@ -160,6 +168,8 @@ private:
     std::optional<CalendarItem> liveEvent_;
     std::optional<NowPlayingTrack> nowPlaying_;
     NowPlayingService* nowPlayingService_ = nullptr;
+    CalendarService* calendarService_ = nullptr;
+    PullRequestService* pullRequestService_ = nullptr;
     bool isEditingText_ = false;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;

@@ -15,12 +15,16 @@
 #include "front/FrontDoor.h"
 #include "integration/AgentEnvironment.h"
 #include "integration/HookInstaller.h"
+#include "island/HomeWidgetsViewModel.h"
 #include "island/HudLevelsModel.h"
 #include "island/IslandShell.h"
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
 #include "system/SystemControls.h"
+#include "widgets/CalendarFiles.h"
+#include "widgets/CalendarService.h"
+#include "widgets/PullRequestService.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -298,12 +302,22 @@ int runMirrowisp(int argc, char** argv) {
         defaults.stringValue(QStringLiteral("artworkCatalogue")).value_or(ArtworkLookup::defaultCatalogue)));
     model.attachNowPlaying(nowPlaying);
     nowPlaying.start();
+    // The next events, from the calendar files the settings name; pull requests through gh.
+    CalendarFiles calendarFiles;
+    CalendarService calendar(calendarFiles, SystemClock::shared());
+    model.attachCalendar(calendar,
+                         [&calendarFiles](const QStringList& paths) { calendarFiles.setPaths(paths); });
+    calendar.start();
+    PullRequestService pullRequests(SystemClock::shared(), PullRequestService::Options::standard());
+    model.attachPullRequests(pullRequests);
+    pullRequests.start();
     const auto takeoverWatch = quitWhenTakenOver(control, model);
     const auto systemControls = startSystemControls(model);
     control.setHud(&systemControls->hud());
 
     if (gui) {
         HudLevelsModel::setShared(&systemControls->hud());
+        HomeWidgetsViewModel::setShared(&model);
         island = std::make_unique<IslandShell>(
             model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();

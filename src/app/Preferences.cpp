@@ -27,6 +27,7 @@ constexpr QLatin1StringView shelfEnabled("shelfEnabled");
 constexpr QLatin1StringView homeWidgets("homeWidgets");
 constexpr QLatin1StringView homeWidgetSelection("homeWidgetSelection");
 constexpr QLatin1StringView remindersListID("remindersListID");
+constexpr QLatin1StringView calendarFiles("calendarFiles");
 constexpr QLatin1StringView lockScreenEnabled("lockScreenEnabled");
 constexpr QLatin1StringView islandStyle("islandStyle");
 constexpr QLatin1StringView usageAgents("usageAgents");
@@ -93,7 +94,7 @@ QStringList agentNamesOf(const QList<AgentKind>& kinds) {
 }
 
 // The defaults the store itself answers until the user writes a value. The others (agentsEnabled,
-// islandStyle, usageAgents, remindersListID) are applied when their key is read.
+// islandStyle, usageAgents, remindersListID, calendarFiles) are applied when their key is read.
 QJsonObject registeredDefaults() {
     return {
         {Keys::openOnHover, true},
@@ -191,6 +192,9 @@ void Preferences::load() {
     homeWidgetSelection_ =
         defaults_.stringValue(Keys::homeWidgetSelection).value_or(QStringLiteral("calendar"));
     remindersListID_ = defaults_.stringValue(Keys::remindersListID).value_or(QString());
+    // Where vdirsyncer and khal keep calendars unless told otherwise.
+    calendarFiles_ =
+        defaults_.stringArray(Keys::calendarFiles).value_or(QStringList{QStringLiteral("~/.calendars")});
     lockScreenEnabled_ = readBool(Keys::lockScreenEnabled);
     for (const AgentKind kind : AgentKinds::all) {
         const auto stored = defaults_.object(agentEnabledKey(kind));
@@ -278,6 +282,11 @@ void Preferences::setHomeWidgetSelection(const QString& selection) {
 
 void Preferences::setRemindersListID(const QString& listID) {
     assign(remindersListID_, listID, Keys::remindersListID, listID, &Preferences::remindersListIDChanged);
+}
+
+void Preferences::setCalendarFiles(const QStringList& paths) {
+    assign(calendarFiles_, paths, Keys::calendarFiles, QJsonArray::fromStringList(paths),
+           &Preferences::calendarFilesChanged);
 }
 
 void Preferences::setLockScreenEnabled(bool on) {

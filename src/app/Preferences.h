@@ -59,6 +59,8 @@ class Preferences : public QObject {
                    homeWidgetSelectionChanged)
     Q_PROPERTY(
         QString remindersListID READ remindersListID WRITE setRemindersListID NOTIFY remindersListIDChanged)
+    Q_PROPERTY(
+        QStringList calendarFiles READ calendarFiles WRITE setCalendarFiles NOTIFY calendarFilesChanged)
     Q_PROPERTY(bool lockScreenEnabled READ lockScreenEnabled WRITE setLockScreenEnabled NOTIFY
                    lockScreenEnabledChanged)
     // Raw kind name to bool.
@@ -104,6 +106,8 @@ public:
     QList<HomeWidget> homeWidgets() const { return homeWidgets_; }
     QString homeWidgetSelection() const { return homeWidgetSelection_; }
     QString remindersListID() const { return remindersListID_; }
+    // The .ics files and vdir folders the calendar reads; "~/" is the home folder.
+    QStringList calendarFiles() const { return calendarFiles_; }
     bool lockScreenEnabled() const { return lockScreenEnabled_; }
     QMap<AgentKind, bool> agentsEnabled() const { return agentsEnabled_; }
     // A kind missing from the map counts as enabled.
@@ -132,6 +136,7 @@ public:
     void setHomeWidgets(const QList<HomeWidget>& widgets);
     void setHomeWidgetSelection(const QString& selection);
     void setRemindersListID(const QString& listID);
+    void setCalendarFiles(const QStringList& paths);
     void setLockScreenEnabled(bool on);
     // Writes one bool for every entry of the map.
     void setAgentsEnabled(const QMap<AgentKind, bool>& enabled);
@@ -174,6 +179,7 @@ Q_SIGNALS:
     void homeWidgetsChanged();
     void homeWidgetSelectionChanged();
     void remindersListIDChanged();
+    void calendarFilesChanged();
     void lockScreenEnabledChanged();
     void agentsEnabledChanged();
     void islandStyleChanged();
@@ -208,6 +214,7 @@ private:
     QList<HomeWidget> homeWidgets_;
     QString homeWidgetSelection_;
     QString remindersListID_;
+    QStringList calendarFiles_;
     bool lockScreenEnabled_ = false;
     QMap<AgentKind, bool> agentsEnabled_;
     IslandStyle islandStyle_ = IslandStyle::glass;

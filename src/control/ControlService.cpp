@@ -11,6 +11,8 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/NowPlayingService.h"
 #include "system/SystemHud.h"
+#include "widgets/CalendarService.h"
+#include "widgets/PullRequestService.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -175,6 +177,49 @@ QString ControlService::Media() {
         return {};
     }
     return QString::fromUtf8(QJsonDocument(media->toJson()).toJson(QJsonDocument::Indented));
+}
+
+QString ControlService::Calendar() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    CalendarService* calendar = model_.calendarService();
+    if (calendar == nullptr) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("the calendar is not running"));
+        return {};
+    }
+    return QString::fromUtf8(QJsonDocument(calendar->toJson()).toJson(QJsonDocument::Indented));
+}
+
+QString ControlService::PullRequests(bool refresh) {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    PullRequestService* prs = model_.pullRequestService();
+    if (prs == nullptr) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("pull requests are not running"));
+        return {};
+    }
+    const auto json = [prs] {
+        return QString::fromUtf8(QJsonDocument(prs->toJson()).toJson(QJsonDocument::Indented));
+    };
+    if (refresh) {
+        prs->refresh(true);
+    }
+    if (!refresh || !prs->fetching()) {
+        return json();
+    }
+    // Answered when gh is done; the service's own time-out bounds the wait.
+    setDelayedReply(true);
+    auto waiting = std::make_shared<QMetaObject::Connection>();
+    *waiting = connect(prs, &PullRequestService::changed, this,
+                       [prs, json, waiting, request = message(), bus = connection()]() mutable {
+                           if (!prs->fetching()) {
+                               QObject::disconnect(*waiting);
+                               bus.send(request.createReply(json()));
+                           }
+                       });
+    return {};
 }
 
 void ControlService::MediaCommand(const QString& command, double seconds) {

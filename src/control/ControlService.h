@@ -77,6 +77,10 @@ public Q_SLOTS:
     void ShowSetupGuide();
     // The three levels as JSON, each absent while its control is.
     QString Hud();
+    // The next events and the live one, as JSON.
+    QString Calendar();
+    // The pull requests as JSON; with `refresh`, fetched anew first (the answer waits for gh).
+    QString PullRequests(bool refresh);
     // Sets "volume", "brightness" or "keyboard" to a level from 0 to 1.
     void SetHud(const QString& control, double value);
     // The hook doctor's report as JSON; files are read off the main thread.

@@ -40,6 +40,8 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   media seek SECONDS
   hud                                   the volume, brightness and keyboard light as JSON
   hud volume|brightness|keyboard VALUE  set one: 0 to 1, or a percent such as 40%
+  calendar                              the next events and the live one, as JSON
+  prs [--refresh]                       your pull requests and review requests as JSON
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
   connect KIND --dry-run                print the change connect would make, changing nothing
@@ -137,6 +139,7 @@ int runCtl(const QStringList& arguments) {
     const bool always = takeFlag(args, QStringLiteral("--always"));
     const bool autoEdit = takeFlag(args, QStringLiteral("--auto-edit"));
     const bool dryRun = takeFlag(args, QStringLiteral("--dry-run"));
+    const bool refresh = command == QLatin1StringView("prs") && takeFlag(args, QStringLiteral("--refresh"));
     // doctor and rules print text unless asked for JSON; other commands take --json with a value.
     const bool readableCommand =
         command == QLatin1StringView("doctor") || command == QLatin1StringView("rules");
@@ -183,6 +186,10 @@ int runCtl(const QStringList& arguments) {
         if (valid) {
             call = Call{QStringLiteral("SetHud"), {subject, value}};
         }
+    } else if (command == QLatin1StringView("calendar") && args.isEmpty()) {
+        call = Call{QStringLiteral("Calendar"), {}, true};
+    } else if (command == QLatin1StringView("prs") && args.isEmpty()) {
+        call = Call{QStringLiteral("PullRequests"), {refresh}, true};
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
     } else if (command == QLatin1StringView("allow") && oneSubject) {

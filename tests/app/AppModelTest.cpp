@@ -6,6 +6,7 @@
 #include "support/NoLaunchAtLogin.h"
 #include "support/TestSupport.h"
 #include "support/ToolEnd.h"
+#include "widgets/CalendarService.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -173,4 +174,40 @@ TEST_F(AppModelTest, GreetsABluetoothDeviceOnceForTwoReportsOfOneConnection) {
     clock.advance(10);
     model.announce(buds);
     EXPECT_EQ(cues.size(), 2U);
+}
+
+namespace {
+class OneEventProvider final : public CalendarProvider {
+public:
+    QStringList calendars() const override { return {QStringLiteral("Work")}; }
+    void fetch(Timestamp, Timestamp, Answer answer) override { answer({event}); }
+    CalendarEvent event;
+};
+} // namespace
+
+TEST_F(AppModelTest, TheCalendarFeedsTheLiveEventAndAnnouncesWhileEnabled) {
+    OneEventProvider provider;
+    provider.event.identifier = QStringLiteral("standup");
+    provider.event.title = QStringLiteral("Standup");
+    provider.event.start = clock.now() + 240;
+    provider.event.end = clock.now() + 1200;
+    CalendarService calendar(provider, clock);
+    std::vector<SoundCue> cues;
+    model.setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });
+    QStringList paths;
+    model.attachCalendar(calendar, [&paths](const QStringList& given) { paths = given; });
+    EXPECT_EQ(paths, QStringList{QStringLiteral("~/.calendars")});
+    prefs.setCalendarFiles({QStringLiteral("/tmp/a.ics")});
+    EXPECT_EQ(paths, QStringList{QStringLiteral("/tmp/a.ics")});
+
+    calendar.reload();
+    ASSERT_TRUE(model.liveEvent());
+    EXPECT_EQ(model.liveEvent()->title, QStringLiteral("Standup"));
+    ASSERT_TRUE(model.transient());
+    EXPECT_EQ(model.transient()->kind, TransientActivity::Case::calendar);
+    EXPECT_EQ(model.transient()->start, provider.event.start);
+    EXPECT_EQ(cues, std::vector<SoundCue>{SoundCue::attention});
+
+    prefs.setCalendarEnabled(false);
+    EXPECT_FALSE(model.liveEvent());
 }

@@ -9,6 +9,7 @@ Item {
     required property IslandUsageModel usage
     readonly property bool hasLevels: HudLevels.hasVolume || HudLevels.hasBrightness
     implicitHeight: 120 + (hasLevels ? levels.height + 8 : 0) + (NowPlaying.hasTrack ? 8 + nowPlaying.implicitHeight : 0)
+                    + (widgetStack.visible ? 10 + widgetStack.implicitHeight : 0)
 
     property date now: new Date()
     Timer {
@@ -124,5 +125,16 @@ Item {
         anchors.right: parent.right
         anchors.top: home.hasLevels ? levels.bottom : summary.bottom
         anchors.topMargin: 8
+    }
+
+    // The calendar and pull-request widgets, below everything else.
+    HomeWidgetStack {
+        id: widgetStack
+        anchors.left: parent.left
+        anchors.leftMargin: 8
+        anchors.right: parent.right
+        anchors.rightMargin: 8
+        y: (NowPlaying.hasTrack ? nowPlaying.y + nowPlaying.height
+            : home.hasLevels ? levels.y + levels.height : summary.y + summary.height) + 10
     }
 }

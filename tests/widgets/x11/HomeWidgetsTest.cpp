@@ -1,0 +1,109 @@
+// The real app's calendar and pull-request views under a private X server: the closed island offers
+// a meeting about to start, and the home tab shows the widgets (screenshots for the README).
+#include "island/x11/X11Desktop.h"
+#include "support/RealApp.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QPixmap>
+#include <QScreen>
+#include <gtest/gtest.h>
+
+using namespace mirrowisp;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QJsonObject island(const test::RealApp& real) {
+    return QJsonDocument::fromJson(real.ctl({u"island"_s}).out).array().first().toObject();
+}
+
+void screenshot(const char* name) {
+    QElapsedTimer quiet;
+    quiet.start();
+    test::waitUntil([&] { return quiet.elapsed() > 1500; }, 3000);
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    const QImage image =
+        QGuiApplication::primaryScreen()->grabWindow(0, screen.center().x() - 410, 0, 820, 300).toImage();
+    const QString dir =
+        qEnvironmentVariable("MIRROWISP_SCREENSHOT_DIR", QStringLiteral(MIRROWISP_SCREENSHOT_DIR));
+    QDir().mkpath(dir);
+    EXPECT_TRUE(image.save(dir + u'/' + QString::fromUtf8(name) + u".png"_s));
+}
+
+QByteArray event(const char* uid, const char* title, qint64 startIn, qint64 length,
+                 const QByteArray& extra = {}) {
+    const auto at = [](qint64 s) {
+        return QDateTime::currentDateTimeUtc().addSecs(s).toString(u"yyyyMMdd'T'HHmmss'Z'"_s).toUtf8();
+    };
+    return QByteArray("BEGIN:VEVENT\r\nUID:") + uid + "\r\nSUMMARY:" + title + "\r\nDTSTART:" + at(startIn) +
+           "\r\nDTEND:" + at(startIn + length) + "\r\n" + extra + "END:VEVENT\r\n";
+}
+
+const QByteArray ghReply =
+    R"({"data":{"viewer":{"pullRequests":{"nodes":[{"number":214,"title":"Expand repeating events over the span",)"
+    R"("url":"https://github.com/acme/app/pull/214","reviewDecision":"APPROVED",)"
+    R"("repository":{"nameWithOwner":"acme/app"},)"
+    R"("commits":{"nodes":[{"commit":{"statusCheckRollup":{"state":"SUCCESS"}}}]}}]}},)"
+    R"("search":{"nodes":[{"number":88,"title":"Retry uploads on 503","url":"https://github.com/acme/api/pull/88",)"
+    R"("repository":{"nameWithOwner":"acme/api"},)"
+    R"("commits":{"nodes":[{"commit":{"statusCheckRollup":{"state":"PENDING"}}}]}}]}}})";
+
+// A calendar, a stand-in gh with two pull requests, and the widgets' order in the settings.
+void stage(test::RealApp& real, qint64 meetingIn, const QByteArray& widgets) {
+    const QString home = real.home().path();
+    test::writeFile(home + u"/.calendars/work/events.ics"_s,
+                    "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nX-APPLE-CALENDAR-COLOR:#5e5ce6\r\n" +
+                        event("m", "Design review", meetingIn, 1800,
+                              "LOCATION:https://meet.google.com/abc-defg-hij\r\n") +
+                        event("l", "Lunch with Sam", meetingIn + 5400, 3600) +
+                        event("p", "Planning", meetingIn + 9000, 2700, "COLOR:orange\r\n") +
+                        "END:VCALENDAR\r\n");
+    test::writeFile(home + u"/bin/gh"_s, "#!/bin/sh\nprintf '%s\\n' '" + ghReply + "'\n", true);
+    test::writeFile(home + u"/.config/mirrowisp/defaults.json"_s,
+                    "{\"homeWidgets\": " + widgets + ", \"homeWidgetSelection\": \"pullRequests\"}");
+    real.environment().insert(u"PATH"_s, home + u"/bin:"_s + real.environment().value(u"PATH"_s));
+}
+
+} // namespace
+
+TEST(HomeWidgetsTest, OffersTheMeetingAndShowsTheWidgets) {
+    test::X11Desktop desktop;
+    const int centreX = QGuiApplication::primaryScreen()->geometry().center().x();
+    {
+        test::RealApp real{true};
+        ASSERT_TRUE(real.busStarted());
+        stage(real, 150, R"(["calendar", "pullRequests"])");
+        ASSERT_TRUE(real.start());
+        ASSERT_TRUE(test::moveTo({250, 800}));
+        ASSERT_TRUE(test::waitUntil(
+            [&] { return island(real)[u"content"_s].toString().startsWith(u"meeting"_s); }, 15000))
+            << QJsonDocument(island(real)).toJson().constData();
+        screenshot("closed-meeting");
+        ASSERT_TRUE(test::moveTo({centreX, 8}));
+        ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
+        EXPECT_EQ(island(real)[u"tab"_s], u"home"_s);
+        // Opening during a meeting turns the home tab to the calendar.
+        EXPECT_TRUE(test::waitUntil([&] {
+            return QJsonDocument::fromJson(
+                       test::readFile(real.home().path() + u"/.config/mirrowisp/defaults.json"_s))
+                       .object()[u"homeWidgetSelection"_s] == u"calendar"_s;
+        }));
+        screenshot("home-calendar");
+        ASSERT_TRUE(test::moveTo({250, 800}));
+    }
+    test::RealApp real{true};
+    stage(real, 7200, R"(["pullRequests", "calendar"])");
+    ASSERT_TRUE(real.start());
+    ASSERT_TRUE(test::waitUntil([&] {
+        return QJsonDocument::fromJson(real.ctl({u"prs"_s}).out).object()[u"state"_s] == u"ready"_s;
+    }));
+    ASSERT_TRUE(test::moveTo({centreX, 8}));
+    ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
+    screenshot("home-pull-requests");
+}
