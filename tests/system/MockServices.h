@@ -44,9 +44,9 @@ public:
     void stopLast() { stop(*mocks_.back()); }
 
     // A call on the mock's control interface; false on an error reply.
-    bool mock(const QString& busName, const QString& path, const QString& method, const QVariantList& args) {
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            busName, path, QStringLiteral("org.freedesktop.DBus.Mock"), method);
+    bool mock(const QString& busName, const QString& path, const QString& method, const QVariantList& args,
+              const QString& interface = QStringLiteral("org.freedesktop.DBus.Mock")) {
+        QDBusMessage call = QDBusMessage::createMethodCall(busName, path, interface, method);
         call.setArguments(args);
         return connection_.call(call).type() == QDBusMessage::ReplyMessage;
     }
