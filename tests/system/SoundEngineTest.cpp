@@ -1,0 +1,147 @@
+#include "system/SoundEngine.h"
+
+#include "PulseServer.h"
+#include "SystemFakes.h"
+
+#include <QProcess>
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace mirrowisp::test {
+namespace {
+
+using Cue = CueSynth::Cue;
+
+std::vector<float> rendered(CueSynth& synth, std::size_t frames, double rate) {
+    std::vector<float> out(frames, 1.0F);
+    // In pieces, as the output asks for it.
+    for (std::size_t at = 0; at < frames; at += 1000) {
+        synth.render(out.data() + at, std::min<std::size_t>(1000, frames - at), rate);
+    }
+    return out;
+}
+
+bool silent(const std::vector<float>& samples, std::size_t from, std::size_t to) {
+    return std::all_of(samples.begin() + from, samples.begin() + to, [](float s) { return s == 0; });
+}
+
+float peak(const std::vector<float>& samples, std::size_t from, std::size_t to) {
+    float top = 0;
+    for (std::size_t i = from; i < to; ++i) {
+        top = std::max(top, std::abs(samples[i]));
+    }
+    return top;
+}
+
+TEST(CueSynth, PlaysNotesForTheirSampleCountsThenSilence) {
+    CueSynth synth;
+    synth.enqueue(Cue::attention); // 0.07 s, a 0.04 s rest, 0.07 s, 0.12 s
+    synth.enqueue(Cue::connected); // after it: 0.05 s, 0.1 s
+    const auto out = rendered(synth, 30000, 48000);
+    EXPECT_FLOAT_EQ(peak(out, 0, 3360), 0.18F);
+    EXPECT_TRUE(silent(out, 3360, 3360 + 1920));
+    EXPECT_GT(peak(out, 5280, 14400), 0.17F);
+    EXPECT_GT(peak(out, 14400, 14400 + 2400), 0.17F); // the second cue follows at once
+    EXPECT_NE(out[14400 + 7200 - 2], 0);
+    EXPECT_TRUE(silent(out, 14400 + 7200, out.size()));
+    EXPECT_TRUE(synth.isIdle());
+}
+
+TEST(CueSynth, ShortNotesNeverReachFullLevelAndGainScales) {
+    CueSynth synth;
+    synth.enqueue(Cue::connected); // 0.05 s at 2000 Hz: 100 samples
+    EXPECT_LT(peak(rendered(synth, 100, 2000), 0, 100), 0.18F * 0.5F + 1e-6F);
+    synth.setGain(0.5);
+    synth.enqueue(Cue::done);
+    EXPECT_FLOAT_EQ(peak(rendered(synth, 48000, 48000), 0, 48000), 0.09F);
+}
+
+class FakeSoundOutput final : public SoundOutput {
+public:
+    bool open(Render render) override {
+        render_ = std::move(render);
+        ++opens;
+        return opens > failures;
+    }
+    bool isOpen() const override { return opens > failures; }
+    void resume() override { playing = true; }
+    void pause() override { playing = false; }
+    Render render_;
+    int opens = 0;
+    int failures = 0;
+    bool playing = false;
+};
+
+TEST(SoundEngine, OpensOnTheFirstCueAndPausesAfterTheLast) {
+    auto owned = std::make_unique<FakeSoundOutput>();
+    FakeSoundOutput& output = *owned;
+    output.failures = 1;
+    FakeTimer::State timer;
+    Timer* pause = nullptr;
+    SoundEngine engine(std::move(owned), [&] {
+        auto made = std::make_unique<FakeTimer>(timer);
+        pause = made.get();
+        return made;
+    });
+    engine.setEnabled(false);
+    engine.play(Cue::done);
+    EXPECT_EQ(output.opens, 0);
+    engine.setEnabled(true);
+    engine.play(Cue::done); // the output fails to open: tried again at the next cue
+    engine.play(Cue::lowBattery);
+    EXPECT_EQ(output.opens, 2);
+    EXPECT_TRUE(output.playing);
+    EXPECT_DOUBLE_EQ(timer.interval, 0.25 + 1.5);
+    std::vector<float> out(13000);
+    output.render_(out.data(), out.size(), 48000);
+    EXPECT_NE(out[0], 0); // the cue dropped by the failed open was not kept
+    EXPECT_EQ(out[12000], 0); // 0.25 s at 48 kHz
+    FakeTimer::fire(timer, *pause);
+    EXPECT_FALSE(output.playing);
+}
+
+// A cue through a real sound server, recorded back from the null sink's monitor.
+TEST(SoundEnginePulse, TheRecordingHoldsTheCuesNotes) {
+    PulseServer server;
+    ASSERT_TRUE(server.start());
+    QProcess recorder;
+    recorder.start(QStringLiteral("parec"),
+                   {QStringLiteral("-d"), QStringLiteral("wired.monitor"),
+                    QStringLiteral("--format=float32le"), QStringLiteral("--channels=1"),
+                    QStringLiteral("--rate=48000"), QStringLiteral("--raw")});
+    QByteArray recorded;
+    const auto take = [&] { recorded += recorder.readAllStandardOutput(); };
+    ASSERT_TRUE(waitUntil([&] { return recorder.waitForReadyRead(10), take(), !recorded.isEmpty(); }, 10000));
+    SoundEngine engine(SoundEngine::pulseOutput());
+    engine.play(Cue::connected);
+    const qsizetype wanted = recorded.size() + 48000 * 4; // one second more
+    ASSERT_TRUE(
+        waitUntil([&] { return recorder.waitForReadyRead(10), take(), recorded.size() >= wanted; }, 10000));
+    recorder.kill();
+    recorder.waitForFinished();
+
+    std::vector<float> samples(static_cast<std::size_t>(recorded.size()) / 4);
+    std::memcpy(samples.data(), recorded.constData(), samples.size() * 4);
+    const auto first =
+        std::find_if(samples.begin(), samples.end(), [](float s) { return std::abs(s) > 0.05F; });
+    ASSERT_NE(first, samples.end());
+    const auto start = static_cast<std::size_t>(first - samples.begin());
+    ASSERT_GT(samples.size(), start + 7200);
+    // Crossings of zero, two per period, within each note away from its edges.
+    const auto frequency = [&](double from, double to) {
+        int crossings = 0;
+        const auto a = start + static_cast<std::size_t>(from * 48000);
+        const auto b = start + static_cast<std::size_t>(to * 48000);
+        for (std::size_t i = a + 1; i < b; ++i) {
+            crossings += (samples[i - 1] < 0) != (samples[i] < 0);
+        }
+        return crossings / 2.0 / (to - from);
+    };
+    EXPECT_NEAR(frequency(0.005, 0.045), 659.25, 659.25 * 0.05);
+    EXPECT_NEAR(frequency(0.06, 0.14), 987.77, 987.77 * 0.05);
+}
+
+} // namespace
+} // namespace mirrowisp::test
