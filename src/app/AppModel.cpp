@@ -180,6 +180,32 @@ void AppModel::announce(const BluetoothAudioDevice& device) {
     play(SoundCue::connected);
 }
 
+void AppModel::handle(const BatteryMonitor::Event& event) {
+    if (!prefs_.batteryEnabled()) {
+        return;
+    }
+    using Kind = BatteryMonitor::Event::Kind;
+    const auto show = [&](const char* message, double seconds) {
+        flash(TransientActivity::battery(event.level, event.charging, QString::fromLatin1(message)), seconds);
+    };
+    switch (event.kind) {
+    case Kind::low:
+        show("Low battery", 4.0);
+        play(SoundCue::lowBattery);
+        break;
+    case Kind::pluggedIn:
+        show("Charging", 2.5);
+        play(SoundCue::charging);
+        break;
+    case Kind::unplugged:
+        show("On battery", 2.0);
+        break;
+    case Kind::fullyCharged:
+        show("Fully charged", 2.5);
+        break;
+    }
+}
+
 void AppModel::setLiveEvent(const std::optional<CalendarItem>& event) {
     if (event != liveEvent_) {
         liveEvent_ = event;

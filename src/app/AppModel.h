@@ -4,6 +4,7 @@
 #include "app/TransientActivity.h"
 #include "bridge/BridgeServer.h"
 #include "media/NowPlayingTrack.h"
+#include "system/BatteryMonitor.h"
 #include "usage/UsageTracker.h"
 #include "widgets/CalendarItem.h"
 
@@ -75,6 +76,8 @@ public:
     // Greets a Bluetooth audio device that just connected; the audio output and the Bluetooth
     // monitor both report a connection, so a repeat within 6 s stays silent.
     void announce(const BluetoothAudioDevice& device);
+    // Power connected or removed, full, or low: a moment on the island and, for some, a cue.
+    void handle(const BatteryMonitor::Event& event);
 
     // What the calendar and the players report; nothing until those services feed them.
     const std::optional<CalendarItem>& liveEvent() const { return liveEvent_; }

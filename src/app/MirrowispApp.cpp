@@ -19,6 +19,8 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
+#include "system/BluetoothMonitor.h"
+#include "system/SoundEngine.h"
 #include "system/SystemControls.h"
 
 #include <QApplication>
@@ -200,6 +202,58 @@ std::unique_ptr<SystemControls> startSystemControls(AppModel& model) {
     return controls;
 }
 
+// The cues, the battery and the Bluetooth audio devices, reporting to the model.
+struct Monitors {
+    SoundEngine sounds{SoundEngine::pulseOutput()};
+    BatteryMonitor battery{QDBusConnection::systemBus()};
+    BluetoothMonitor bluetooth{QDBusConnection::systemBus()};
+};
+
+SoundEngine::Cue engineCue(SoundCue cue) {
+    switch (cue) {
+    case SoundCue::sessionStart:
+        return SoundEngine::Cue::sessionStart;
+    case SoundCue::attention:
+        return SoundEngine::Cue::attention;
+    case SoundCue::done:
+        return SoundEngine::Cue::done;
+    case SoundCue::lowBattery:
+        return SoundEngine::Cue::lowBattery;
+    case SoundCue::connected:
+        return SoundEngine::Cue::connected;
+    case SoundCue::charging:
+        return SoundEngine::Cue::charging;
+    }
+    return SoundEngine::Cue::done;
+}
+
+std::unique_ptr<Monitors> startMonitors(AppModel& model, SystemControls& controls) {
+    auto monitors = std::make_unique<Monitors>();
+    Preferences& prefs = model.prefs();
+    SoundEngine& sounds = monitors->sounds;
+    const auto follow = [&prefs, &sounds] {
+        sounds.setEnabled(prefs.soundsEnabled());
+        sounds.setVolume(prefs.soundVolume());
+    };
+    follow();
+    QObject::connect(&prefs, &Preferences::soundsEnabledChanged, &model, follow);
+    QObject::connect(&prefs, &Preferences::soundVolumeChanged, &model, follow);
+    model.setCuePlayer([&sounds](SoundCue cue) { sounds.play(engineCue(cue)); });
+
+    monitors->battery.onEvent = [&model](const BatteryMonitor::Event& event) { model.handle(event); };
+    monitors->battery.start();
+    BluetoothMonitor& bluetooth = monitors->bluetooth;
+    bluetooth.onConnect = [&model](const BluetoothAudioDevice& device) { model.announce(device); };
+    // The sound server and BlueZ both report a headset; the model greets it once.
+    controls.onBluetoothOutput = [&model, &bluetooth](const QString& address) {
+        if (const auto device = bluetooth.connectedDevice(address)) {
+            model.announce(*device);
+        }
+    };
+    bluetooth.start();
+    return monitors;
+}
+
 // A copy started with --replace takes the name, then binds its own socket at the path: either way
 // this copy has nothing left to serve.
 std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, AppModel& model) {
@@ -300,6 +354,7 @@ int runMirrowisp(int argc, char** argv) {
     const auto takeoverWatch = quitWhenTakenOver(control, model);
     const auto systemControls = startSystemControls(model);
     control.setHud(&systemControls->hud());
+    const auto monitors = startMonitors(model, *systemControls);
 
     if (gui) {
         island = std::make_unique<IslandShell>(

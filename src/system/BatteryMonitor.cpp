@@ -174,9 +174,9 @@ void BatteryMonitor::setLowPowerMode(bool low) {
     }
 }
 
-void BatteryMonitor::fire(Event::Kind kind, int level) {
+void BatteryMonitor::fire(Event::Kind kind, int level, bool charging) {
     if (onEvent) {
-        onEvent(Event{kind, level});
+        onEvent(Event{kind, level, charging});
     }
 }
 
@@ -195,22 +195,22 @@ void BatteryMonitor::update(const std::optional<PowerSource>& source, bool emit)
             reported && *reported > 0 ? std::optional(static_cast<int>(*reported)) : std::nullopt;
         if (s.acPower) {
             if (emit && !isPluggedIn_) {
-                fire(Event::Kind::pluggedIn);
+                fire(Event::Kind::pluggedIn, level, s.isCharging);
             }
             if (emit && level >= 100 && level_ <= 99) {
-                fire(Event::Kind::fullyCharged);
+                fire(Event::Kind::fullyCharged, level, s.isCharging);
             }
             warnedThresholds_.clear();
         } else {
             if (emit && isPluggedIn_) {
-                fire(Event::Kind::unplugged);
+                fire(Event::Kind::unplugged, level, s.isCharging);
             }
             for (const int threshold : thresholds) {
                 if (!emit || level > threshold) {
                     break;
                 }
                 if (warnedThresholds_.insert(threshold).second) {
-                    fire(Event::Kind::low, level);
+                    fire(Event::Kind::low, level, s.isCharging);
                     break;
                 }
             }

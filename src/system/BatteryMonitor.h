@@ -34,11 +34,12 @@ class BatteryMonitor : public QObject {
     Q_PROPERTY(bool isLowPowerMode READ isLowPowerMode NOTIFY changed)
 
 public:
+    // With the reading that caused it, which the monitor stores right after.
     struct Event {
         enum class Kind { low, pluggedIn, unplugged, fullyCharged };
         Kind kind = Kind::low;
         int level = 0;
-        bool operator==(const Event&) const = default;
+        bool charging = false;
     };
 
     explicit BatteryMonitor(QDBusConnection systemBus, QObject* parent = nullptr);
@@ -69,7 +70,7 @@ private Q_SLOTS:
 private:
     void read(bool emit);
     void readProfiles();
-    void fire(Event::Kind kind, int level = 0);
+    void fire(Event::Kind kind, int level, bool charging);
 
     QDBusConnection bus_;
     std::unique_ptr<QDBusServiceWatcher> watcher_;

@@ -149,6 +149,28 @@ TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
     EXPECT_FALSE(model.agents().lastSeen().contains(AgentKind::claude)) << "status lines are not hook events";
 }
 
+TEST_F(AppModelTest, ShowsBatteryMomentsWithTheirCuesWhileTheSettingIsOn) {
+    std::vector<SoundCue> cues;
+    model.setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });
+    using Kind = BatteryMonitor::Event::Kind;
+    model.handle(BatteryMonitor::Event{Kind::low, 9, false});
+    ASSERT_TRUE(model.transient().has_value());
+    EXPECT_EQ(model.transient()->kind, TransientActivity::Case::battery);
+    EXPECT_EQ(model.transient()->level, 9);
+    ASSERT_TRUE(model.transientCheckIn());
+    EXPECT_DOUBLE_EQ(*model.transientCheckIn(), 4.0);
+    model.handle(BatteryMonitor::Event{Kind::unplugged, 9, false});
+    model.handle(BatteryMonitor::Event{Kind::pluggedIn, 9, true});
+    EXPECT_TRUE(model.transient()->flag);
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::lowBattery, SoundCue::charging}));
+
+    prefs.setBatteryEnabled(false);
+    const qint64 id = model.transientID();
+    model.handle(BatteryMonitor::Event{Kind::low, 4, false});
+    EXPECT_EQ(model.transientID(), id);
+    EXPECT_EQ(cues.size(), 2U);
+}
+
 TEST_F(AppModelTest, GreetsABluetoothDeviceOnceForTwoReportsOfOneConnection) {
     std::vector<SoundCue> cues;
     model.setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });

@@ -10,7 +10,8 @@ namespace mirrowisp::test {
 namespace {
 
 using Kind = BatteryMonitor::Event::Kind;
-using Event = BatteryMonitor::Event;
+// The kind and the level of an event.
+using Event = std::pair<Kind, int>;
 
 struct Reading {
     double level;
@@ -28,7 +29,9 @@ class BatteryEvents : public testing::TestWithParam<BatteryCase> {};
 TEST_P(BatteryEvents, FireOnceEachAndOneLowWarningPerUpdate) {
     BatteryMonitor monitor{QDBusConnection(QString())};
     std::vector<Event> events;
-    monitor.onEvent = [&](const Event& event) { events.push_back(event); };
+    monitor.onEvent = [&](const BatteryMonitor::Event& event) {
+        events.emplace_back(event.kind, event.level);
+    };
     bool first = true;
     for (const Reading& reading : GetParam().readings) {
         PowerSource source{true, reading.level, 100.0, reading.ac, reading.ac && reading.level < 100, {}, {}};
@@ -40,10 +43,10 @@ TEST_P(BatteryEvents, FireOnceEachAndOneLowWarningPerUpdate) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, BatteryEvents,
-    testing::Values(BatteryCase{"PowerAtFull", {{100, false}, {100, true}}, {{Kind::pluggedIn}}},
+    testing::Values(BatteryCase{"PowerAtFull", {{100, false}, {100, true}}, {{Kind::pluggedIn, 100}}},
                     BatteryCase{"ReachingFullWhilePlugged",
                                 {{98, true}, {99, true}, {100, true}, {100, true}},
-                                {{Kind::fullyCharged}}},
+                                {{Kind::fullyCharged, 100}}},
                     BatteryCase{"DischargePastEachLevel",
                                 {{30, false}, {20, false}, {15, false}, {10, false}, {5, false}, {4, false}},
                                 {{Kind::low, 20}, {Kind::low, 10}, {Kind::low, 5}}},
@@ -53,9 +56,10 @@ INSTANTIATE_TEST_SUITE_P(
                     BatteryCase{"OneWarningPerUpdate",
                                 {{30, false}, {4, false}, {4, false}, {4, false}, {4, false}},
                                 {{Kind::low, 4}, {Kind::low, 4}, {Kind::low, 4}}},
-                    BatteryCase{"PowerRearms",
-                                {{30, false}, {19, false}, {19, true}, {19, false}},
-                                {{Kind::low, 19}, {Kind::pluggedIn}, {Kind::unplugged}, {Kind::low, 19}}},
+                    BatteryCase{
+                        "PowerRearms",
+                        {{30, false}, {19, false}, {19, true}, {19, false}},
+                        {{Kind::low, 19}, {Kind::pluggedIn, 19}, {Kind::unplugged, 19}, {Kind::low, 19}}},
                     BatteryCase{"LaunchAnnouncesNothing", {{3, false}}, {}}),
     [](const auto& param) { return param.param.name; });
 
@@ -93,8 +97,8 @@ TEST(BatteryMonitorUPower, FollowsTheDisplayDeviceAndThePowerProfile) {
         services.start(QStringLiteral("power_profiles_daemon"), QStringLiteral("net.hadess.PowerProfiles")));
     ASSERT_TRUE(setupDisplay(services, 2, 2, 50));
     BatteryMonitor monitor(services.connection());
-    std::vector<Event> events;
-    monitor.onEvent = [&](const Event& event) { events.push_back(event); };
+    std::vector<BatteryMonitor::Event> events;
+    monitor.onEvent = [&](const BatteryMonitor::Event& event) { events.push_back(event); };
     monitor.start();
     ASSERT_TRUE(waitUntil([&] { return monitor.hasBattery() && monitor.level() == 50; }));
     EXPECT_EQ(monitor.minutesRemaining(), 30);
@@ -103,7 +107,9 @@ TEST(BatteryMonitorUPower, FollowsTheDisplayDeviceAndThePowerProfile) {
     ASSERT_TRUE(setupDisplay(services, 2, 1, 51));
     ASSERT_TRUE(setOnBattery(services, false));
     ASSERT_TRUE(waitUntil([&] { return monitor.isPluggedIn() && monitor.isCharging(); }));
-    EXPECT_EQ(events, std::vector<Event>{{Kind::pluggedIn}});
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events.front().kind, Kind::pluggedIn);
+    EXPECT_TRUE(events.front().charging);
 
     ASSERT_TRUE(
         services.mock(QStringLiteral("net.hadess.PowerProfiles"), QStringLiteral("/net/hadess/PowerProfiles"),
@@ -118,7 +124,7 @@ TEST(BatteryMonitorUPower, NoBatteryNeverFires) {
     ASSERT_TRUE(services.start(QStringLiteral("upower"), upower));
     BatteryMonitor monitor(services.connection());
     int events = 0;
-    monitor.onEvent = [&](const Event&) { ++events; };
+    monitor.onEvent = [&](const BatteryMonitor::Event&) { ++events; };
     bool read = false;
     QObject::connect(&monitor, &BatteryMonitor::changed, [&] { read = true; });
     monitor.start();
