@@ -26,19 +26,18 @@ public:
 
     // Starts the template under its well-known name; false when it does not appear.
     bool start(const QString& templateName, const QString& busName, const QString& parameters = {}) {
-        auto process = std::make_unique<QProcess>();
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus_.address());
-        process->setProcessEnvironment(env);
         QStringList args{QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--session"),
                          QStringLiteral("--template"), templateName};
         if (!parameters.isEmpty()) {
             args << QStringLiteral("-p") << parameters;
         }
-        process->start(QStringLiteral("/usr/bin/python3"), args);
-        mocks_.push_back(std::move(process));
-        return waitUntil([&] { return connection_.interface()->isServiceRegistered(busName).value(); },
-                         10000);
+        return launch(args, busName);
+    }
+    // A plain mock of one object, for services without a template.
+    bool startObject(const QString& busName, const QString& path, const QString& interface) {
+        return launch({QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--session"), busName,
+                       path, interface},
+                      busName);
     }
     // Stops the last started service, as a daemon that goes away.
     void stopLast() { stop(*mocks_.back()); }
@@ -52,6 +51,16 @@ public:
     }
 
 private:
+    bool launch(const QStringList& args, const QString& busName) {
+        auto process = std::make_unique<QProcess>();
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus_.address());
+        process->setProcessEnvironment(env);
+        process->start(QStringLiteral("/usr/bin/python3"), args);
+        mocks_.push_back(std::move(process));
+        return waitUntil([&] { return connection_.interface()->isServiceRegistered(busName).value(); },
+                         10000);
+    }
     static void stop(QProcess& process) {
         if (process.state() != QProcess::NotRunning) {
             process.kill();
