@@ -133,7 +133,7 @@ void AppModel::handle(AgentSignal signal, AgentSession& session) {
         break;
     case AgentSignal::needsAttention:
         play(SoundCue::attention);
-        if (prefs_.autoOpenOnAttention() && notch_ != nullptr) {
+        if (prefs_.autoOpenOnAttention() && notch_ != nullptr && !isLocked_) {
             notch_->openAgentsAutomatically();
         }
         break;

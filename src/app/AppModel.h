@@ -98,6 +98,15 @@ public:
         }
     }
 
+    // The session is locked: the island neither opens by itself nor takes keys.
+    bool isLocked() const { return isLocked_; }
+    void setLocked(bool locked) {
+        if (locked != isLocked_) {
+            isLocked_ = locked;
+            Q_EMIT lockedChanged();
+        }
+    }
+
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
     NotchPresenter* notch() const { return notch_; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
@@ -127,6 +136,7 @@ Q_SIGNALS:
     void transientChanged();
     void liveEventChanged();
     void isEditingTextChanged();
+    void lockedChanged();
     void nowPlayingChanged();
 
 private:
@@ -157,6 +167,7 @@ private:
     std::optional<NowPlayingTrack> nowPlaying_;
     NowPlayingService* nowPlayingService_ = nullptr;
     bool isEditingText_ = false;
+    bool isLocked_ = false;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void(std::function<void()>)> connectionPass_;

@@ -20,6 +20,7 @@
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
 #include "system/BluetoothMonitor.h"
+#include "system/LockStateObserver.h"
 #include "system/SoundEngine.h"
 #include "system/SystemControls.h"
 
@@ -207,6 +208,7 @@ struct Monitors {
     SoundEngine sounds{SoundEngine::pulseOutput()};
     BatteryMonitor battery{QDBusConnection::systemBus()};
     BluetoothMonitor bluetooth{QDBusConnection::systemBus()};
+    LockStateObserver lockState{QDBusConnection::systemBus(), QDBusConnection::sessionBus()};
 };
 
 SoundEngine::Cue engineCue(SoundCue cue) {
@@ -251,6 +253,9 @@ std::unique_ptr<Monitors> startMonitors(AppModel& model, SystemControls& control
         }
     };
     bluetooth.start();
+    monitors->lockState.onChange = [&model](bool locked) { model.setLocked(locked); };
+    monitors->lockState.start();
+    LockStateObserver::attach(prefs.lockScreenEnabled());
     return monitors;
 }
 

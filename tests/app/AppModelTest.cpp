@@ -121,6 +121,10 @@ TEST_F(AppModelTest, ReactsToAgentSignalsWithSoundsTheIslandAndAFlash) {
 
     model.handle(AgentSignal::needsAttention, session);
     EXPECT_EQ(notch.openedAutomatically, 1);
+    model.setLocked(true);
+    model.handle(AgentSignal::needsAttention, session);
+    EXPECT_EQ(notch.openedAutomatically, 1) << "not over a locked screen";
+    model.setLocked(false);
     prefs.setAutoOpenOnAttention(false);
     model.handle(AgentSignal::needsAttention, session);
     EXPECT_EQ(notch.openedAutomatically, 1) << "only the sound";
