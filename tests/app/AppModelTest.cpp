@@ -141,8 +141,8 @@ TEST_F(AppModelTest, ReactsToAgentSignalsWithSoundsTheIslandAndAFlash) {
     EXPECT_TRUE(model.agents().hasUnseenFinish());
     ASSERT_TRUE(model.transient().has_value());
     EXPECT_EQ(*model.transient(), TransientActivity::agentDone(AgentKind::claude, QStringLiteral("shop")));
-    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::attention, SoundCue::attention, SoundCue::done,
-                                           SoundCue::done}));
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::attention, SoundCue::attention, SoundCue::attention,
+                                           SoundCue::done, SoundCue::done}));
 }
 
 TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
