@@ -20,6 +20,7 @@
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
 #include "system/BluetoothMonitor.h"
+#include "system/DevicesJson.h"
 #include "system/LockStateObserver.h"
 #include "system/SoundEngine.h"
 #include "system/SystemControls.h"
@@ -360,6 +361,19 @@ int runMirrowisp(int argc, char** argv) {
     const auto systemControls = startSystemControls(model);
     control.setHud(&systemControls->hud());
     const auto monitors = startMonitors(model, *systemControls);
+    control.setDevices(
+        {[&monitors] {
+             return QString::fromUtf8(
+                 QJsonDocument(devicesJson(monitors->battery, monitors->bluetooth, monitors->lockState))
+                     .toJson(QJsonDocument::Indented));
+         },
+         [&monitors](const QString& name) {
+             const auto cue = CueSynth::cueNamed(name);
+             if (cue) {
+                 monitors->sounds.play(*cue);
+             }
+             return cue.has_value();
+         }});
 
     if (gui) {
         island = std::make_unique<IslandShell>(

@@ -1,5 +1,6 @@
 #include "system/CueSynth.h"
 
+#include <QString>
 #include <algorithm>
 
 namespace mirrowisp {
@@ -49,6 +50,18 @@ double CueSynth::seconds(Cue cue) {
         total += note.seconds;
     }
     return total;
+}
+
+std::optional<CueSynth::Cue> CueSynth::cueNamed(const QString& name) {
+    static const std::pair<const char*, Cue> names[] = {
+        {"sessionStart", Cue::sessionStart}, {"attention", Cue::attention}, {"done", Cue::done},
+        {"lowBattery", Cue::lowBattery},     {"connected", Cue::connected}, {"charging", Cue::charging}};
+    for (const auto& [text, cue] : names) {
+        if (name == QLatin1StringView(text)) {
+            return cue;
+        }
+    }
+    return std::nullopt;
 }
 
 bool CueSynth::enqueue(Cue cue) {

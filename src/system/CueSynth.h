@@ -3,7 +3,10 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <optional>
 #include <span>
+
+class QString;
 
 namespace mirrowisp {
 
@@ -20,6 +23,8 @@ public:
     static std::span<const Note> notes(Cue cue);
     static double duty(Cue cue);
     static double seconds(Cue cue);
+    // By its name as the control interface spells it: "sessionStart", "attention", ...
+    static std::optional<Cue> cueNamed(const QString& name);
 
     // Queues the cue after whatever still plays; false (nothing queued) when the ring is full.
     bool enqueue(Cue cue);

@@ -23,6 +23,7 @@ public:
         QDBusConnection::disconnectFromBus(QStringLiteral("mock-services"));
     }
     QDBusConnection& connection() { return connection_; }
+    const QString& address() const { return bus_.address(); }
 
     // Starts the template under its well-known name; false when it does not appear.
     bool start(const QString& templateName, const QString& busName, const QString& parameters = {}) {
