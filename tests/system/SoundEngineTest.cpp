@@ -96,7 +96,7 @@ TEST(SoundEngine, OpensOnTheFirstCueAndPausesAfterTheLast) {
     EXPECT_DOUBLE_EQ(timer.interval, 0.25 + 1.5);
     std::vector<float> out(13000);
     output.render_(out.data(), out.size(), 48000);
-    EXPECT_NE(out[0], 0); // the cue dropped by the failed open was not kept
+    EXPECT_NE(out[0], 0);     // the cue dropped by the failed open was not kept
     EXPECT_EQ(out[12000], 0); // 0.25 s at 48 kHz
     FakeTimer::fire(timer, *pause);
     EXPECT_FALSE(output.playing);
