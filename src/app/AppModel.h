@@ -110,6 +110,12 @@ public:
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
     NotchPresenter* notch() const { return notch_; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
+    // Plays a cue as the app would, for the settings' preview buttons; an index out of range is ignored.
+    Q_INVOKABLE void previewCue(int cue) {
+        if (cue >= 0 && cue <= static_cast<int>(SoundCue::charging)) {
+            play(static_cast<SoundCue>(cue));
+        }
+    }
     // The hook connection pass, and how the agents' real locations are found before the first one;
     // the app wires both to the installer and the login-shell probe.
     // The pass may finish later, on the main thread, by calling the function it is given.
