@@ -6,7 +6,9 @@
 #include <QProcess>
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
+#include <optional>
 #include <vector>
 
 namespace mirrowisp::test {
@@ -102,38 +104,52 @@ TEST(SoundEngine, OpensOnTheFirstCueAndPausesAfterTheLast) {
     EXPECT_FALSE(output.playing);
 }
 
-// A cue through a real sound server, recorded back from the null sink's monitor.
-TEST(SoundEnginePulse, TheRecordingHoldsTheCuesNotes) {
-    PulseServer server;
-    ASSERT_TRUE(server.start());
+// One second of the null sink's monitor from the moment `act` runs, as mono samples at 48 kHz.
+std::vector<float> record(const std::function<void()>& act) {
     QProcess recorder;
     recorder.start(QStringLiteral("parec"),
                    {QStringLiteral("-d"), QStringLiteral("wired.monitor"),
                     QStringLiteral("--format=float32le"), QStringLiteral("--channels=1"),
                     QStringLiteral("--rate=48000"), QStringLiteral("--raw")});
     QByteArray recorded;
-    const auto take = [&] { recorded += recorder.readAllStandardOutput(); };
-    ASSERT_TRUE(waitUntil([&] { return recorder.waitForReadyRead(10), take(), !recorded.isEmpty(); }, 10000));
-    SoundEngine engine(SoundEngine::pulseOutput());
-    engine.play(Cue::connected);
-    const qsizetype wanted = recorded.size() + 48000 * 4; // one second more
-    ASSERT_TRUE(
-        waitUntil([&] { return recorder.waitForReadyRead(10), take(), recorded.size() >= wanted; }, 10000));
+    const auto take = [&] {
+        return recorder.waitForReadyRead(10), recorded += recorder.readAllStandardOutput();
+    };
+    if (!waitUntil([&] { return !take().isEmpty(); }, 10000)) {
+        return {};
+    }
+    act();
+    const qsizetype wanted = recorded.size() + 48000 * 4;
+    waitUntil([&] { return take().size() >= wanted; }, 10000);
     recorder.kill();
     recorder.waitForFinished();
-
     std::vector<float> samples(static_cast<std::size_t>(recorded.size()) / 4);
     std::memcpy(samples.data(), recorded.constData(), samples.size() * 4);
+    return samples;
+}
+
+// Where the cue begins in a recording; nothing when it is silent.
+std::optional<std::size_t> cueStart(const std::vector<float>& samples) {
     const auto first =
         std::find_if(samples.begin(), samples.end(), [](float s) { return std::abs(s) > 0.05F; });
-    ASSERT_NE(first, samples.end());
-    const auto start = static_cast<std::size_t>(first - samples.begin());
-    ASSERT_GT(samples.size(), start + 7200);
+    return first == samples.end() ? std::nullopt
+                                  : std::optional(static_cast<std::size_t>(first - samples.begin()));
+}
+
+// A cue through a real sound server, recorded back from the null sink's monitor.
+TEST(SoundEnginePulse, TheRecordingHoldsTheCuesNotes) {
+    PulseServer server;
+    ASSERT_TRUE(server.start());
+    SoundEngine engine(SoundEngine::pulseOutput());
+    const auto samples = record([&] { engine.play(Cue::connected); });
+    const auto start = cueStart(samples);
+    ASSERT_TRUE(start);
+    ASSERT_GT(samples.size(), *start + 7200);
     // Crossings of zero, two per period, within each note away from its edges.
     const auto frequency = [&](double from, double to) {
         int crossings = 0;
-        const auto a = start + static_cast<std::size_t>(from * 48000);
-        const auto b = start + static_cast<std::size_t>(to * 48000);
+        const auto a = *start + static_cast<std::size_t>(from * 48000);
+        const auto b = *start + static_cast<std::size_t>(to * 48000);
         for (std::size_t i = a + 1; i < b; ++i) {
             crossings += (samples[i - 1] < 0) != (samples[i] < 0);
         }
@@ -141,6 +157,21 @@ TEST(SoundEnginePulse, TheRecordingHoldsTheCuesNotes) {
     };
     EXPECT_NEAR(frequency(0.005, 0.045), 659.25, 659.25 * 0.05);
     EXPECT_NEAR(frequency(0.06, 0.14), 987.77, 987.77 * 0.05);
+}
+
+TEST(SoundEnginePulse, ASoundServerThatGoesAwayIsFoundAgainAtTheNextCue) {
+    LogCapture log;
+    SoundEngine engine(SoundEngine::pulseOutput());
+    {
+        PulseServer first;
+        ASSERT_TRUE(first.start());
+        engine.play(Cue::done);
+    }
+    ASSERT_TRUE(
+        waitUntil([] { return LogCapture::lines().join(u'\n').contains(text("sound engine failed")); }));
+    PulseServer second;
+    ASSERT_TRUE(second.start());
+    EXPECT_TRUE(cueStart(record([&] { engine.play(Cue::charging); })));
 }
 
 } // namespace
