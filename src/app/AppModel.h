@@ -41,6 +41,9 @@ class AppModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString bridgeError READ bridgeErrorText NOTIFY bridgeErrorChanged)
     Q_PROPERTY(qint64 transientID READ transientID NOTIFY transientChanged)
+    // The battery ("battery": level, "charging") and the connected audio devices ("bluetooth": a list
+    // of "name" and "battery"), for the home tab; empty until the monitors report.
+    Q_PROPERTY(QVariantMap devices READ devices NOTIFY devicesChanged)
     Q_PROPERTY(bool isEditingText READ isEditingText WRITE setIsEditingText NOTIFY isEditingTextChanged)
 
 public:
@@ -98,6 +101,14 @@ public:
         }
     }
 
+    const QVariantMap& devices() const { return devices_; }
+    void setDevices(const QVariantMap& devices) {
+        if (devices != devices_) {
+            devices_ = devices;
+            Q_EMIT devicesChanged();
+        }
+    }
+
     // The session is locked: the island neither opens by itself nor takes keys.
     bool isLocked() const { return isLocked_; }
     void setLocked(bool locked) {
@@ -143,6 +154,7 @@ Q_SIGNALS:
     void liveEventChanged();
     void isEditingTextChanged();
     void lockedChanged();
+    void devicesChanged();
     void nowPlayingChanged();
 
 private:
@@ -174,6 +186,7 @@ private:
     NowPlayingService* nowPlayingService_ = nullptr;
     bool isEditingText_ = false;
     bool isLocked_ = false;
+    QVariantMap devices_;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void(std::function<void()>)> connectionPass_;

@@ -254,6 +254,19 @@ std::unique_ptr<Monitors> startMonitors(AppModel& model, SystemControls& control
         }
     };
     bluetooth.start();
+    const auto report = [&model, raw = monitors.get()] {
+        const QJsonObject json = devicesJson(raw->battery, raw->bluetooth, raw->lockState);
+        const QJsonObject battery = json.value(QStringLiteral("battery")).toObject();
+        QVariantMap devices{
+            {QStringLiteral("bluetooth"), json.value(QStringLiteral("bluetooth")).toVariant()}};
+        if (battery.contains(QStringLiteral("level"))) {
+            devices.insert(QStringLiteral("battery"), battery.value(QStringLiteral("level")).toInt());
+            devices.insert(QStringLiteral("charging"), battery.value(QStringLiteral("charging")).toBool());
+        }
+        model.setDevices(devices);
+    };
+    QObject::connect(&monitors->battery, &BatteryMonitor::changed, &model, report);
+    QObject::connect(&bluetooth, &BluetoothMonitor::connectedChanged, &model, report);
     monitors->lockState.onChange = [&model](bool locked) { model.setLocked(locked); };
     monitors->lockState.start();
     LockStateObserver::attach(prefs.lockScreenEnabled());
