@@ -74,8 +74,8 @@ struct PulsePlayback::Loop {
         const uint32_t rate =
             info != nullptr && info->sample_spec.rate > 0 ? info->sample_spec.rate : fallbackRate;
         loop->rate = rate;
-        const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, rate, 1};
-        loop->stream = pa_stream_new(context, "Mirrowisp cues", &spec, nullptr);
+        const pa_sample_spec format{PA_SAMPLE_FLOAT32NE, rate, 1};
+        loop->stream = pa_stream_new(context, "Mirrowisp cues", &format, nullptr);
         if (loop->stream == nullptr) {
             loop->fail("stream");
             return;
@@ -84,7 +84,7 @@ struct PulsePlayback::Loop {
         pa_stream_set_write_callback(loop->stream, &Loop::write, self);
         pa_buffer_attr attr{};
         attr.maxlength = static_cast<uint32_t>(-1);
-        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(bufferUsec, &spec));
+        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(bufferUsec, &format));
         attr.prebuf = static_cast<uint32_t>(-1);
         attr.minreq = static_cast<uint32_t>(-1);
         attr.fragsize = static_cast<uint32_t>(-1);
