@@ -148,7 +148,7 @@ void AppModel::handle(AgentSignal signal, AgentSession& session) {
         break;
     case AgentSignal::needsAttention:
         play(SoundCue::attention);
-        if (prefs_.autoOpenOnAttention() && notch_ != nullptr) {
+        if (prefs_.autoOpenOnAttention() && notch_ != nullptr && !isLocked_) {
             notch_->openAgentsAutomatically();
         }
         break;
@@ -193,6 +193,32 @@ void AppModel::announce(const BluetoothAudioDevice& device) {
     lastAnnounced_ = Announced{device.address, now};
     flash(TransientActivity::bluetooth(device), 3.0);
     play(SoundCue::connected);
+}
+
+void AppModel::handle(const BatteryMonitor::Event& event) {
+    if (!prefs_.batteryEnabled()) {
+        return;
+    }
+    using Kind = BatteryMonitor::Event::Kind;
+    const auto show = [&](const char* message, double seconds) {
+        flash(TransientActivity::battery(event.level, event.charging, QString::fromLatin1(message)), seconds);
+    };
+    switch (event.kind) {
+    case Kind::low:
+        show("Low battery", 4.0);
+        play(SoundCue::lowBattery);
+        break;
+    case Kind::pluggedIn:
+        show("Charging", 2.5);
+        play(SoundCue::charging);
+        break;
+    case Kind::unplugged:
+        show("On battery", 2.0);
+        break;
+    case Kind::fullyCharged:
+        show("Fully charged", 2.5);
+        break;
+    }
 }
 
 void AppModel::setLiveEvent(const std::optional<CalendarItem>& event) {

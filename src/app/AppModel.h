@@ -5,6 +5,7 @@
 #include "bridge/BridgeServer.h"
 #include "media/NowPlayingTrack.h"
 #include "shelf/ShelfStore.h"
+#include "system/BatteryMonitor.h"
 #include "usage/UsageTracker.h"
 #include "widgets/CalendarItem.h"
 
@@ -43,6 +44,9 @@ class AppModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString bridgeError READ bridgeErrorText NOTIFY bridgeErrorChanged)
     Q_PROPERTY(qint64 transientID READ transientID NOTIFY transientChanged)
+    // The battery ("battery": level, "charging") and the connected audio devices ("bluetooth": a list
+    // of "name" and "battery"), for the home tab; empty until the monitors report.
+    Q_PROPERTY(QVariantMap devices READ devices NOTIFY devicesChanged)
     Q_PROPERTY(bool isEditingText READ isEditingText WRITE setIsEditingText NOTIFY isEditingTextChanged)
 
 public:
@@ -81,6 +85,8 @@ public:
     // Greets a Bluetooth audio device that just connected; the audio output and the Bluetooth
     // monitor both report a connection, so a repeat within 6 s stays silent.
     void announce(const BluetoothAudioDevice& device);
+    // Power connected or removed, full, or low: a moment on the island and, for some, a cue.
+    void handle(const BatteryMonitor::Event& event);
 
     // What the calendar and the players report; nothing until those services feed them.
     const std::optional<CalendarItem>& liveEvent() const { return liveEvent_; }
@@ -107,9 +113,32 @@ public:
         }
     }
 
+    const QVariantMap& devices() const { return devices_; }
+    void setDevices(const QVariantMap& devices) {
+        if (devices != devices_) {
+            devices_ = devices;
+            Q_EMIT devicesChanged();
+        }
+    }
+
+    // The session is locked: the island neither opens by itself nor takes keys.
+    bool isLocked() const { return isLocked_; }
+    void setLocked(bool locked) {
+        if (locked != isLocked_) {
+            isLocked_ = locked;
+            Q_EMIT lockedChanged();
+        }
+    }
+
     void setNotch(NotchPresenter* notch) { notch_ = notch; }
     NotchPresenter* notch() const { return notch_; }
     void setCuePlayer(std::function<void(SoundCue)> player) { playCue_ = std::move(player); }
+    // Plays a cue as the app would, for the settings' preview buttons; an index out of range is ignored.
+    Q_INVOKABLE void previewCue(int cue) {
+        if (cue >= 0 && cue <= static_cast<int>(SoundCue::charging)) {
+            play(static_cast<SoundCue>(cue));
+        }
+    }
     // The hook connection pass, and how the agents' real locations are found before the first one;
     // the app wires both to the installer and the login-shell probe.
     // The pass may finish later, on the main thread, by calling the function it is given.
@@ -136,6 +165,8 @@ Q_SIGNALS:
     void transientChanged();
     void liveEventChanged();
     void isEditingTextChanged();
+    void lockedChanged();
+    void devicesChanged();
     void nowPlayingChanged();
     // A hook connection pass run through runConnectionPass is done: a moment to look at the hooks.
     void connectionPassFinished();
@@ -171,6 +202,8 @@ private:
     CalendarService* calendarService_ = nullptr;
     PullRequestService* pullRequestService_ = nullptr;
     bool isEditingText_ = false;
+    bool isLocked_ = false;
+    QVariantMap devices_;
     NotchPresenter* notch_ = nullptr;
     std::function<void(SoundCue)> playCue_;
     std::function<void(std::function<void()>)> connectionPass_;

@@ -21,6 +21,10 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
+#include "system/BluetoothMonitor.h"
+#include "system/DevicesJson.h"
+#include "system/LockStateObserver.h"
+#include "system/SoundEngine.h"
 #include "system/SystemControls.h"
 #include "widgets/CalendarFiles.h"
 #include "widgets/CalendarService.h"
@@ -205,6 +209,75 @@ std::unique_ptr<SystemControls> startSystemControls(AppModel& model) {
     return controls;
 }
 
+// The cues, the battery and the Bluetooth audio devices, reporting to the model.
+struct Monitors {
+    SoundEngine sounds{SoundEngine::pulseOutput()};
+    BatteryMonitor battery{QDBusConnection::systemBus()};
+    BluetoothMonitor bluetooth{QDBusConnection::systemBus()};
+    LockStateObserver lockState{QDBusConnection::systemBus(), QDBusConnection::sessionBus()};
+};
+
+SoundEngine::Cue engineCue(SoundCue cue) {
+    switch (cue) {
+    case SoundCue::sessionStart:
+        return SoundEngine::Cue::sessionStart;
+    case SoundCue::attention:
+        return SoundEngine::Cue::attention;
+    case SoundCue::done:
+        return SoundEngine::Cue::done;
+    case SoundCue::lowBattery:
+        return SoundEngine::Cue::lowBattery;
+    case SoundCue::connected:
+        return SoundEngine::Cue::connected;
+    case SoundCue::charging:
+        return SoundEngine::Cue::charging;
+    }
+    return SoundEngine::Cue::done;
+}
+
+std::unique_ptr<Monitors> startMonitors(AppModel& model, SystemControls& controls) {
+    auto monitors = std::make_unique<Monitors>();
+    Preferences& prefs = model.prefs();
+    SoundEngine& sounds = monitors->sounds;
+    const auto follow = [&prefs, &sounds] {
+        sounds.setEnabled(prefs.soundsEnabled());
+        sounds.setVolume(prefs.soundVolume());
+    };
+    follow();
+    QObject::connect(&prefs, &Preferences::soundsEnabledChanged, &model, follow);
+    QObject::connect(&prefs, &Preferences::soundVolumeChanged, &model, follow);
+    model.setCuePlayer([&sounds](SoundCue cue) { sounds.play(engineCue(cue)); });
+
+    monitors->battery.onEvent = [&model](const BatteryMonitor::Event& event) { model.handle(event); };
+    monitors->battery.start();
+    BluetoothMonitor& bluetooth = monitors->bluetooth;
+    bluetooth.onConnect = [&model](const BluetoothAudioDevice& device) { model.announce(device); };
+    // The sound server and BlueZ both report a headset; the model greets it once.
+    controls.onBluetoothOutput = [&model, &bluetooth](const QString& address) {
+        if (const auto device = bluetooth.connectedDevice(address)) {
+            model.announce(*device);
+        }
+    };
+    bluetooth.start();
+    const auto report = [&model, raw = monitors.get()] {
+        const QJsonObject json = devicesJson(raw->battery, raw->bluetooth, raw->lockState);
+        const QJsonObject battery = json.value(QStringLiteral("battery")).toObject();
+        QVariantMap devices{
+            {QStringLiteral("bluetooth"), json.value(QStringLiteral("bluetooth")).toVariant()}};
+        if (battery.contains(QStringLiteral("level"))) {
+            devices.insert(QStringLiteral("battery"), battery.value(QStringLiteral("level")).toInt());
+            devices.insert(QStringLiteral("charging"), battery.value(QStringLiteral("charging")).toBool());
+        }
+        model.setDevices(devices);
+    };
+    QObject::connect(&monitors->battery, &BatteryMonitor::changed, &model, report);
+    QObject::connect(&bluetooth, &BluetoothMonitor::connectedChanged, &model, report);
+    monitors->lockState.onChange = [&model](bool locked) { model.setLocked(locked); };
+    monitors->lockState.start();
+    LockStateObserver::attach(prefs.lockScreenEnabled());
+    return monitors;
+}
+
 // A copy started with --replace takes the name, then binds its own socket at the path: either way
 // this copy has nothing left to serve.
 std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, AppModel& model) {
@@ -314,6 +387,20 @@ int runMirrowisp(int argc, char** argv) {
     const auto takeoverWatch = quitWhenTakenOver(control, model);
     const auto systemControls = startSystemControls(model);
     control.setHud(&systemControls->hud());
+    const auto monitors = startMonitors(model, *systemControls);
+    control.setDevices(
+        {[&monitors] {
+             return QString::fromUtf8(
+                 QJsonDocument(devicesJson(monitors->battery, monitors->bluetooth, monitors->lockState))
+                     .toJson(QJsonDocument::Indented));
+         },
+         [&monitors](const QString& name) {
+             const auto cue = CueSynth::cueNamed(name);
+             if (cue) {
+                 monitors->sounds.play(*cue);
+             }
+             return cue.has_value();
+         }});
 
     if (gui) {
         HudLevelsModel::setShared(&systemControls->hud());

@@ -46,6 +46,14 @@ struct TransientActivity {
         activity.device = std::move(device);
         return activity;
     }
+    static TransientActivity battery(int level, bool charging, QString message) {
+        TransientActivity activity;
+        activity.kind = Case::battery;
+        activity.level = level;
+        activity.flag = charging;
+        activity.text = std::move(message);
+        return activity;
+    }
     static TransientActivity levelChange(Case kind, double level, bool muted = false) {
         TransientActivity activity;
         activity.kind = kind;

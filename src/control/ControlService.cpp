@@ -272,6 +272,30 @@ void ControlService::SetHud(const QString& control, double value) {
     }
 }
 
+QString ControlService::Devices() {
+    if (!callerIsThisUser()) {
+        return {};
+    }
+    if (!devices_.devicesJson) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("no device monitors"));
+        return {};
+    }
+    return devices_.devicesJson();
+}
+
+void ControlService::Sound(const QString& cue) {
+    if (!callerIsThisUser()) {
+        return;
+    }
+    if (!devices_.playCue) {
+        sendErrorReply(QDBusError::NotSupported, QStringLiteral("no sound engine"));
+    } else if (!devices_.playCue(cue)) {
+        sendErrorReply(
+            errorPrefix + QStringLiteral("BadArgument"),
+            QStringLiteral("expected sessionStart, attention, done, lowBattery, connected or charging"));
+    }
+}
+
 QString ControlService::Jump(const QString& sessionID) {
     if (!callerIsThisUser()) {
         return {};

@@ -47,6 +47,13 @@ public:
     static bool askRunningCopyToShow(QDBusConnection bus);
     // The volume, brightness and keyboard light for Hud and SetHud; none: both answer NotSupported.
     void setHud(SystemHud* hud) { hud_ = hud; }
+    // The battery, Bluetooth and lock state for Devices, and the cues for Sound; none: NotSupported.
+    struct DeviceActions {
+        std::function<QString()> devicesJson;
+        // False for a name that is no cue.
+        std::function<bool(const QString& cue)> playCue;
+    };
+    void setDevices(DeviceActions devices) { devices_ = std::move(devices); }
 
 Q_SIGNALS:
     void nameLost();
@@ -83,6 +90,9 @@ public Q_SLOTS:
     QString PullRequests(bool refresh);
     // Sets "volume", "brightness" or "keyboard" to a level from 0 to 1.
     void SetHud(const QString& control, double value);
+    QString Devices();
+    // Plays a cue by name, as the app would (silent while sounds are off).
+    void Sound(const QString& cue);
     // The hook doctor's report as JSON; files are read off the main thread.
     QString Doctor();
     // The diff `Connect` would apply to the agent's file, changing nothing.
@@ -112,6 +122,7 @@ private:
     AppModel& model_;
     AgentActions agentActions_;
     SystemHud* hud_ = nullptr;
+    DeviceActions devices_;
 };
 
 } // namespace mirrowisp

@@ -42,6 +42,8 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   hud volume|brightness|keyboard VALUE  set one: 0 to 1, or a percent such as 40%
   calendar                              the next events and the live one, as JSON
   prs [--refresh]                       your pull requests and review requests as JSON
+  devices                               battery, connected Bluetooth audio devices and lock state as JSON
+  sound CUE                             play a cue: sessionStart, attention, done, lowBattery, connected, charging
   agents                                each agent's setup state
   connect KIND | disconnect KIND        install or remove the hooks of an agent
   connect KIND --dry-run                print the change connect would make, changing nothing
@@ -190,6 +192,10 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("Calendar"), {}, true};
     } else if (command == QLatin1StringView("prs") && args.isEmpty()) {
         call = Call{QStringLiteral("PullRequests"), {refresh}, true};
+    } else if (command == QLatin1StringView("devices") && args.isEmpty()) {
+        call = Call{QStringLiteral("Devices"), {}, true};
+    } else if (command == QLatin1StringView("sound") && oneSubject) {
+        call = Call{QStringLiteral("Sound"), {subject}};
     } else if (command == QLatin1StringView("agents") && args.isEmpty()) {
         call = Call{QStringLiteral("Agents"), {}, true};
     } else if (command == QLatin1StringView("allow") && oneSubject) {

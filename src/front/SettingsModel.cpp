@@ -96,4 +96,8 @@ void SettingsModel::openChangelog() {
     DesktopActions::openChangelog(BuildInfo::version());
 }
 
+void SettingsModel::previewCue(int cue) {
+    services_.model.previewCue(cue);
+}
+
 } // namespace mirrowisp

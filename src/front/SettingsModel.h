@@ -57,6 +57,8 @@ public:
 
     Q_INVOKABLE void sendFeedback();
     Q_INVOKABLE void openChangelog();
+    // In the order of the app's cues: session start, attention, done, low battery, connected, charging.
+    Q_INVOKABLE void previewCue(int cue);
 
 Q_SIGNALS:
     void usageRowsChanged();

@@ -173,6 +173,7 @@ void IslandShell::start() {
     });
     connect(&app_, &AppModel::nowPlayingChanged, this, &IslandShell::updateSpaceGrab);
     connect(&app_, &AppModel::isEditingTextChanged, this, &IslandShell::updateSpaceGrab);
+    connect(&app_, &AppModel::lockedChanged, this, &IslandShell::updateKeyGrab);
     connect(agents_.get(), &QAbstractItemModel::modelReset, this, &IslandShell::updateKeyGrab);
     connect(agents_.get(), &QAbstractItemModel::dataChanged, this, &IslandShell::updateKeyGrab);
 
@@ -266,7 +267,8 @@ void IslandShell::updateKeyGrab() {
         wanted =
             wanted || (model.isOpen() && model.tab() == NotchTab::agents && controller->isPointerOver(12));
     }
-    keys_->setGrabbed(wanted && !firstPermissionID().isEmpty());
+    // While the session is locked the keys belong to the locker.
+    keys_->setGrabbed(wanted && !firstPermissionID().isEmpty() && !app_.isLocked());
     updateSpaceGrab();
 }
 
@@ -278,8 +280,8 @@ void IslandShell::updateSpaceGrab() {
     for (NotchWindowController* controller : manager_->controllers()) {
         overOpenIsland = overOpenIsland || (controller->model().isOpen() && controller->isPointerOver(0));
     }
-    space_->setGrabbed(!app_.isEditingText() && !manager_->isTyping() && app_.nowPlaying().has_value() &&
-                       overOpenIsland);
+    space_->setGrabbed(!app_.isLocked() && !app_.isEditingText() && !manager_->isTyping() &&
+                       app_.nowPlaying().has_value() && overOpenIsland);
 }
 
 void IslandShell::permissionKey(const QString& key) {

@@ -28,6 +28,7 @@ NotchRootModel::NotchRootModel(AppModel& app, NotchViewModel& model, const Clock
     connect(&app_, &AppModel::transientChanged, this, &NotchRootModel::scheduleRefresh);
     connect(&app_, &AppModel::liveEventChanged, this, &NotchRootModel::scheduleRefresh);
     connect(&app_, &AppModel::nowPlayingChanged, this, &NotchRootModel::scheduleRefresh);
+    connect(&app_, &AppModel::devicesChanged, this, &NotchRootModel::devicesChanged);
     AgentStore& store = app_.agents();
     connect(&store, &AgentStore::sessionsChanged, this, [this] {
         watchSessions();
@@ -198,6 +199,10 @@ void NotchRootModel::setShelfCount(int count) {
         shelfCount_ = count;
         updateTabsAndBadges();
     }
+}
+
+QVariantMap NotchRootModel::devices() const {
+    return app_.devices();
 }
 
 } // namespace mirrowisp

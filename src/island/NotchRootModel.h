@@ -44,6 +44,8 @@ class NotchRootModel : public QObject {
     Q_PROPERTY(double outerInset READ outerInset NOTIFY layoutChanged)
     // Items on the shelf, for its badge; the shelf feeds it once it exists.
     Q_PROPERTY(int shelfCount READ shelfCount WRITE setShelfCount NOTIFY badgesChanged)
+    // The battery and the connected audio devices for the home tab (see AppModel::devices).
+    Q_PROPERTY(QVariantMap devices READ devices NOTIFY devicesChanged)
 
 public:
     // Evaluates at once, as the island's first appearance.
@@ -63,6 +65,7 @@ public:
     double spacerWidth() const;
     double outerInset() const;
     int shelfCount() const { return shelfCount_; }
+    QVariantMap devices() const;
     void setShelfCount(int count);
 
     // Re-evaluates now instead of at the next turn of the event loop.
@@ -77,6 +80,7 @@ Q_SIGNALS:
     void badgesChanged();
     void bubblesChanged();
     void layoutChanged();
+    void devicesChanged();
 
 private:
     void scheduleRefresh();

@@ -122,6 +122,10 @@ TEST_F(AppModelTest, ReactsToAgentSignalsWithSoundsTheIslandAndAFlash) {
 
     model.handle(AgentSignal::needsAttention, session);
     EXPECT_EQ(notch.openedAutomatically, 1);
+    model.setLocked(true);
+    model.handle(AgentSignal::needsAttention, session);
+    EXPECT_EQ(notch.openedAutomatically, 1) << "not over a locked screen";
+    model.setLocked(false);
     prefs.setAutoOpenOnAttention(false);
     model.handle(AgentSignal::needsAttention, session);
     EXPECT_EQ(notch.openedAutomatically, 1) << "only the sound";
@@ -138,8 +142,8 @@ TEST_F(AppModelTest, ReactsToAgentSignalsWithSoundsTheIslandAndAFlash) {
     EXPECT_TRUE(model.agents().hasUnseenFinish());
     ASSERT_TRUE(model.transient().has_value());
     EXPECT_EQ(*model.transient(), TransientActivity::agentDone(AgentKind::claude, QStringLiteral("shop")));
-    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::attention, SoundCue::attention, SoundCue::done,
-                                           SoundCue::done}));
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::attention, SoundCue::attention, SoundCue::attention,
+                                           SoundCue::done, SoundCue::done}));
 }
 
 TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
@@ -148,6 +152,28 @@ TEST_F(AppModelTest, StatusLinesOfATurnedOffAgentStillReachTheUsageSide) {
         R"({"hook_event_name":"StatusLine","session_id":"s","rate_limits":{"limits":[{"kind":"session","percent":7}]}})");
     ASSERT_EQ(model.usage().claude().size(), 1);
     EXPECT_FALSE(model.agents().lastSeen().contains(AgentKind::claude)) << "status lines are not hook events";
+}
+
+TEST_F(AppModelTest, ShowsBatteryMomentsWithTheirCuesWhileTheSettingIsOn) {
+    std::vector<SoundCue> cues;
+    model.setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });
+    using Kind = BatteryMonitor::Event::Kind;
+    model.handle(BatteryMonitor::Event{Kind::low, 9, false});
+    ASSERT_TRUE(model.transient().has_value());
+    EXPECT_EQ(model.transient()->kind, TransientActivity::Case::battery);
+    EXPECT_EQ(model.transient()->level, 9);
+    ASSERT_TRUE(model.transientCheckIn());
+    EXPECT_DOUBLE_EQ(*model.transientCheckIn(), 4.0);
+    model.handle(BatteryMonitor::Event{Kind::unplugged, 9, false});
+    model.handle(BatteryMonitor::Event{Kind::pluggedIn, 9, true});
+    EXPECT_TRUE(model.transient()->flag);
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::lowBattery, SoundCue::charging}));
+
+    prefs.setBatteryEnabled(false);
+    const qint64 id = model.transientID();
+    model.handle(BatteryMonitor::Event{Kind::low, 4, false});
+    EXPECT_EQ(model.transientID(), id);
+    EXPECT_EQ(cues.size(), 2U);
 }
 
 TEST_F(AppModelTest, GreetsABluetoothDeviceOnceForTwoReportsOfOneConnection) {

@@ -112,6 +112,8 @@ const ControlCase controlCases[] = {
     {"soundVolume", Act::setValue, 0.8, "soundVolume", 0.8},
 };
 
+class SettingsPreview : public testing::Test, public test::FrontFixture {};
+
 } // namespace
 
 TEST_P(SettingsControls, AChangeReachesTheFileAndSurvivesARestart) {
@@ -197,4 +199,19 @@ TEST_F(SettingsWindowTest, AFreshInstallGetsNoDefaultsFileFromShowingEveryPage) 
     test::drainMainQueue();
     defaults->flush();
     EXPECT_FALSE(QFileInfo::exists(path));
+}
+
+TEST_F(SettingsPreview, EachButtonPlaysItsCue) {
+    start();
+    std::vector<SoundCue> cues;
+    model->setCuePlayer([&](SoundCue cue) { cues.push_back(cue); });
+    SettingsWindow settings(services(), engine);
+    settings.show(text("island"));
+    ASSERT_NE(settings.window(), nullptr);
+    for (const char* button : {"previewCue.1", "previewCue.5"}) {
+        QObject* control = this->control(*settings.window(), text(button));
+        ASSERT_NE(control, nullptr) << button;
+        operate(control, Act::click, {});
+    }
+    EXPECT_EQ(cues, (std::vector<SoundCue>{SoundCue::attention, SoundCue::charging}));
 }

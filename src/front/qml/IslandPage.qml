@@ -5,6 +5,8 @@ import QtQuick.Layouts
 SettingsPage {
     id: page
     required property var prefs
+    // For the sound previews; none: no buttons.
+    property var settings: null
 
     readonly property var widgetTitles: ({
             "calendar": qsTr("Calendar"),
@@ -131,6 +133,27 @@ SettingsPage {
             onMoved: {
                 page.prefs.soundVolume = value;
                 value = Qt.binding(() => page.prefs.soundVolume);
+            }
+        }
+    }
+    SettingRow {
+        title: qsTr("Preview")
+        visible: page.settings !== null
+        Grid {
+            columns: 3
+            spacing: 4
+            Repeater {
+                model: [qsTr("Start"), qsTr("Attention"), qsTr("Done"), qsTr("Low battery"), qsTr("Connected"), qsTr("Charging")]
+                Button {
+                    required property string modelData
+                    required property int index
+                    objectName: "previewCue." + index
+                    text: modelData
+                    // qmllint disable unqualified
+                    enabled: page.prefs.soundsEnabled
+                    onClicked: page.settings.previewCue(index)
+                    // qmllint enable unqualified
+                }
             }
         }
     }

@@ -68,6 +68,7 @@ ApplicationWindow {
             }
             IslandPage {
                 prefs: window.settings.prefs
+                settings: window.settings
             }
             AboutPage {
                 settings: window.settings

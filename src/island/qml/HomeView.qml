@@ -5,6 +5,7 @@ import Mirrowisp
 Item {
     id: home
     required property NotchViewModel island
+    required property NotchRootModel content
     required property AgentsViewModel agents
     required property IslandUsageModel usage
     readonly property bool hasLevels: HudLevels.hasVolume || HudLevels.hasBrightness
@@ -43,6 +44,27 @@ Item {
             text: Qt.formatTime(home.now, "hh:mm")
             color: Qt.rgba(1, 1, 1, 0.7)
             font.pixelSize: 13
+        }
+        // The battery, then each connected audio device with its own.
+        Repeater {
+            objectName: "homeDevices"
+            model: {
+                const devices = home.content.devices;
+                const rows = [];
+                if (devices.battery !== undefined)
+                    rows.push((devices.charging ? "\u26a1 " : "") + qsTr("Battery %1%").arg(devices.battery));
+                for (const device of (devices.bluetooth || []))
+                    rows.push(device.battery !== undefined ? "%1 %2%".arg(device.name).arg(device.battery) : device.name);
+                return rows.slice(0, 3);
+            }
+            Text {
+                required property string modelData
+                text: modelData
+                width: 120
+                elide: Text.ElideRight
+                color: Qt.rgba(1, 1, 1, 0.55)
+                font.pixelSize: 11
+            }
         }
     }
 

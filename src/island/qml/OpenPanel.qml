@@ -74,7 +74,7 @@ Item {
     // qmllint disable unqualified
     Component {
         id: homeTab
-        HomeView { width: tabBody.width; island: panel.island; agents: panel.agents; usage: panel.usage }
+        HomeView { width: tabBody.width; island: panel.island; content: panel.content; agents: panel.agents; usage: panel.usage }
     }
     Component {
         id: agentsTab

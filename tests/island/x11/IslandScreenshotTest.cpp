@@ -161,3 +161,27 @@ TEST_F(IslandScreenshots, CardsForAPermissionTwoQuestionsAndAPlan) {
     const QImage planned = settle("card-plan");
     EXPECT_GT(drawnHeight(planned), 200);
 }
+
+TEST_F(IslandScreenshots, BatteryAndHeadsetMomentsAndTheHomeTabsDevices) {
+    model.flash(TransientActivity::battery(64, true, text("Charging")), 60);
+    const double notch = controller->model().notchSize().width();
+    ASSERT_TRUE(test::waitUntil([&] { return controller->model().closedSize().width() > notch; }, 5000))
+        << "the battery moment did not widen the island";
+    settle("transient-battery");
+
+    BluetoothAudioDevice buds;
+    buds.name = text("Buds");
+    buds.address = text("AA:BB:CC:DD:EE:FF");
+    buds.batterySingle = 80;
+    model.flash(TransientActivity::bluetooth(buds), 60);
+    settle("transient-bluetooth");
+
+    model.setDevices({{text("battery"), 64},
+                      {text("charging"), true},
+                      {text("bluetooth"),
+                       QVariantList{QVariantMap{{text("name"), text("Buds")}, {text("battery"), 80}}}}});
+    controller->open(NotchTab::home, true);
+    ASSERT_TRUE(test::waitUntil([&] { return controller->model().isOpen(); }, 3000));
+    const QImage opened = settle("home-devices");
+    EXPECT_GT(drawnHeight(opened), 100) << "the home tab did not open";
+}
