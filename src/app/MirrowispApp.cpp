@@ -33,10 +33,13 @@
 #include <QApplication>
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDeadlineTimer>
+#include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QGuiApplication>
 #include <QJsonDocument>
 #include <QSocketNotifier>
+#include <QThread>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -278,6 +281,17 @@ std::unique_ptr<Monitors> startMonitors(AppModel& model, SystemControls& control
     return monitors;
 }
 
+// The copy this one replaces quits once it lost the name and removes its socket on the way out.
+// Binding first would race that removal (it checks the file is its own, then removes it), so the
+// new socket waits for the old one to go; a file a crash left behind is taken over after a while.
+void waitForTheReplacedCopy() {
+    const QString path = BridgeProtocol::socketPath();
+    QDeadlineTimer deadline(2000);
+    while (QFileInfo::exists(path) && !deadline.hasExpired()) {
+        QThread::msleep(20);
+    }
+}
+
 // A copy started with --replace takes the name, then binds its own socket at the path: either way
 // this copy has nothing left to serve.
 std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, AppModel& model) {
@@ -353,6 +367,9 @@ int runMirrowisp(int argc, char** argv) {
     // Calls on the bus are served from the event loop, so by the first one the socket is open.
     if (const auto status = claimTheBusName(control, options.replace)) {
         return *status;
+    }
+    if (options.replace) {
+        waitForTheReplacedCopy();
     }
 
     // The hook command points at a stable link in the support directory, kept on this build's tool.

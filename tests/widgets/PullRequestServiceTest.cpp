@@ -1,6 +1,5 @@
 #include "widgets/PullRequestService.h"
 
-#include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
 
 #include <QFile>
@@ -130,22 +129,6 @@ TEST_F(PullRequestServiceTest, GatesRefreshesByTimeAndByTheRunningFetch) {
     clock.advance(60);
     refreshAndWait(false);
     EXPECT_EQ(runs(), 3);
-}
-
-TEST_F(PullRequestServiceTest, RealGhSignedOut) {
-    if (!QFile::exists(QStringLiteral("/usr/bin/gh"))) {
-        GTEST_SKIP() << "gh is not installed";
-    }
-    test::TemporaryHome home;
-    test::ScopedEnvironment env;
-    env.unset("GH_TOKEN");
-    env.unset("GITHUB_TOKEN");
-    env.set("GH_CONFIG_DIR", home.path().toUtf8() + "/gh");
-    PullRequestService::Options options;
-    options.fallbacks = {QStringLiteral("/usr/bin/gh")};
-    service = std::make_unique<PullRequestService>(clock, options);
-    refreshAndWait();
-    EXPECT_EQ(service->state(), State::signedOut);
 }
 
 } // namespace
