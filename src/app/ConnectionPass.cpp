@@ -28,6 +28,7 @@ struct ConnectionPass::State {
     bool again = false;
     std::optional<HookInstaller::CodexTrustReading> codex;
     bool readingCodex = false;
+    bool readCodexAgain = false; // asked for while a reading ran, which may predate the change
     std::function<void()> codexChanged;
 };
 
@@ -175,7 +176,9 @@ void ConnectionPass::setConnectedInBackground(const QString& agent, bool connect
 
 CodexHookStatus ConnectionPass::codexHookStatus() {
     State& state = *state_;
-    if (!state.readingCodex) {
+    if (state.readingCodex) {
+        state.readCodexAgain = true;
+    } else {
         state.readingCodex = true;
         queue_->async([weak = std::weak_ptr<State>(state_)] {
             HookInstaller::CodexTrustReading reading = HookInstaller::readCodexTrust();
@@ -190,6 +193,10 @@ CodexHookStatus ConnectionPass::codexHookStatus() {
                     if (alive->codexChanged) {
                         alive->codexChanged();
                     }
+                }
+                if (alive->readCodexAgain && alive->owner != nullptr) {
+                    alive->readCodexAgain = false;
+                    alive->owner->codexHookStatus();
                 }
             });
         });
