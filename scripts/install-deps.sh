@@ -35,6 +35,12 @@ packages=(
   libudev-dev umockdev libumockdev-dev
   # the calendar: iCalendar files through libical; pull requests through the GitHub CLI
   libical-dev gh
+  # calendars and task lists of the desktop through Evolution Data Server, and its daemons for tests
+  libecal2.0-dev evolution-data-server
+  # the shelf's conversions: HEIC images, a PDF's pages when combining, videos through ffmpeg
+  libheif-dev libpoppler-qt6-dev ffmpeg
+  # remote hosts: the OpenSSH client, and a throw-away server on loopback for their tests
+  openssh-client openssh-server
 )
 
 missing=()
