@@ -1,46 +1,25 @@
 #include "island/x11/X11KeyGrab.h"
 
-#include <QFile>
+#include "system/x11/X11Keyboard.h"
+
 #include <QSocketNotifier>
 #include <cstdlib>
 #include <xcb/xcb.h>
 
 namespace mirrowisp {
 
-namespace {
-
-// The lock modifiers (Caps Lock, Num Lock as Mod2) must not stop the keys from working.
-constexpr uint16_t lockCombinations[] = {0, XCB_MOD_MASK_LOCK, XCB_MOD_MASK_2,
-                                         XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2};
-
-} // namespace
-
 X11KeyGrab::X11KeyGrab(const QString& keys, const QString& display, QObject* parent) : QObject(parent) {
-    const QByteArray name = QFile::encodeName(display);
-    xcb_connection_t* connection = xcb_connect(display.isEmpty() ? nullptr : name.constData(), nullptr);
-    if (xcb_connection_has_error(connection) != 0) {
-        xcb_disconnect(connection);
+    xcb_connection_t* connection = X11Keyboard::connect(display);
+    if (connection == nullptr) {
         return;
     }
-    const xcb_setup_t* setup = xcb_get_setup(connection);
-    root_ = xcb_setup_roots_iterator(setup).data->root;
-    // The key codes that carry the characters in the current layout, from the server's mapping (the
-    // Latin-1 characters are their own key symbols).
-    const uint8_t first = setup->min_keycode;
-    const uint8_t count = static_cast<uint8_t>(setup->max_keycode - setup->min_keycode + 1);
-    xcb_get_keyboard_mapping_reply_t* mapping = xcb_get_keyboard_mapping_reply(
-        connection, xcb_get_keyboard_mapping(connection, first, count), nullptr);
-    if (mapping != nullptr) {
-        const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(mapping);
-        const int perCode = mapping->keysyms_per_keycode;
-        for (int code = 0; code < count; ++code) {
-            const xcb_keysym_t sym = perCode > 0 ? syms[code * perCode] : 0;
-            if (sym > 0 && sym < 0x100 && keys.contains(QChar(static_cast<char16_t>(sym)))) {
-                keys_.push_back(
-                    {static_cast<uint8_t>(first + code), QString(QChar(static_cast<char16_t>(sym)))});
-            }
+    root_ = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+    // The key codes that carry the characters in the current layout (the Latin-1 characters are their
+    // own key symbols).
+    for (const X11Keyboard::KeyCode& key : X11Keyboard::keyCodes(connection)) {
+        if (key.sym < 0x100 && keys.contains(QChar(static_cast<char16_t>(key.sym)))) {
+            keys_.push_back({key.code, QString(QChar(static_cast<char16_t>(key.sym)))});
         }
-        free(mapping);
     }
     connection_ = connection;
     notifier_ =
@@ -62,7 +41,7 @@ bool X11KeyGrab::setGrabbed(bool grabbed) {
     }
     bool ok = true;
     for (const Key& key : keys_) {
-        for (uint16_t modifiers : lockCombinations) {
+        for (uint16_t modifiers : X11Keyboard::lockCombinations) {
             if (grabbed) {
                 xcb_generic_error_t* error = xcb_request_check(
                     connection_, xcb_grab_key_checked(connection_, 1, root_, modifiers, key.code,

@@ -1,6 +1,7 @@
 #include "system/x11/X11MediaKeyGrab.h"
 
-#include <QFile>
+#include "system/x11/X11Keyboard.h"
+
 #include <QSocketNotifier>
 #include <algorithm>
 #include <cstdlib>
@@ -22,37 +23,24 @@ constexpr KeySym keySyms[] = {
     {0x1008FF06, Key::keyboardDown},
 };
 
-// Caps Lock and Num Lock (Mod2) must not stop the keys; Shift+Alt asks for the fine steps.
-constexpr uint16_t lockCombinations[] = {0, XCB_MOD_MASK_LOCK, XCB_MOD_MASK_2,
-                                         XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2};
+using X11Keyboard::lockCombinations;
+// Shift+Alt asks for the fine steps.
 constexpr uint16_t fineModifiers = XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_1;
 
 } // namespace
 
 X11MediaKeyGrab::X11MediaKeyGrab(const QString& display, QObject* parent) : QObject(parent) {
-    const QByteArray name = QFile::encodeName(display);
-    xcb_connection_t* connection = xcb_connect(display.isEmpty() ? nullptr : name.constData(), nullptr);
-    if (xcb_connection_has_error(connection) != 0) {
-        xcb_disconnect(connection);
+    xcb_connection_t* connection = X11Keyboard::connect(display);
+    if (connection == nullptr) {
         return;
     }
-    const xcb_setup_t* setup = xcb_get_setup(connection);
-    root_ = xcb_setup_roots_iterator(setup).data->root;
-    const uint8_t first = setup->min_keycode;
-    const uint8_t count = static_cast<uint8_t>(setup->max_keycode - setup->min_keycode + 1);
-    xcb_get_keyboard_mapping_reply_t* mapping = xcb_get_keyboard_mapping_reply(
-        connection, xcb_get_keyboard_mapping(connection, first, count), nullptr);
-    if (mapping != nullptr) {
-        const xcb_keysym_t* syms = xcb_get_keyboard_mapping_keysyms(mapping);
-        const int perCode = mapping->keysyms_per_keycode;
-        for (int code = 0; code < count && perCode > 0; ++code) {
-            for (const KeySym& entry : keySyms) {
-                if (syms[code * perCode] == entry.sym) {
-                    codes_.push_back({static_cast<uint8_t>(first + code), entry.key});
-                }
+    root_ = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+    for (const X11Keyboard::KeyCode& code : X11Keyboard::keyCodes(connection)) {
+        for (const KeySym& entry : keySyms) {
+            if (code.sym == entry.sym) {
+                codes_.push_back({code.code, entry.key});
             }
         }
-        free(mapping);
     }
     connection_ = connection;
     notifier_ =
