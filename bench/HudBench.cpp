@@ -3,6 +3,7 @@
 // then the app's idle cost with the sound server and a backlight present, and how often the backlight
 // is read. Target: under 50 ms; idle under 0.5 % of a core and at most one backlight read a second.
 // Usage: bench_hud [--rounds N] (default 10).
+#include "BenchApp.h"
 #include "support/XvfbServer.h"
 
 #include <QCoreApplication>
@@ -144,12 +145,7 @@ int main(int argc, char** argv) {
         {QStringLiteral("set-sink-volume"), QStringLiteral("wired"), QStringLiteral("50%")});
 
     QProcess mirrowisp;
-    mirrowisp.setProcessEnvironment(env);
-    mirrowisp.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    mirrowisp.setStandardOutputFile(QProcess::nullDevice());
-    mirrowisp.start(QStringLiteral(MIRROWISP_APP_PATH), {});
-    if (!mirrowisp.waitForStarted(5000)) {
-        std::fprintf(stderr, "bench_hud: the app did not start\n");
+    if (!mirrowisp::bench::startApp(mirrowisp, env, "bench_hud")) {
         return 1;
     }
     QThread::sleep(4); // start-up settles: the island's first frames, the first readings

@@ -2,6 +2,7 @@
 // running), one island shown and nothing happening. CPU seconds over the window and wake-ups per
 // second (context switches of all its threads), beside the window manager idling on the same
 // server and the targets. Usage: bench_island_idle [--seconds N] (default 60).
+#include "BenchApp.h"
 #include "support/XvfbServer.h"
 
 #include <QCoreApplication>
@@ -66,11 +67,7 @@ qint64 pidOf(const QString& name) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    int seconds = 60;
-    const QStringList args = QCoreApplication::arguments();
-    if (const qsizetype at = args.indexOf(QStringLiteral("--seconds")); at >= 0 && at + 1 < args.size()) {
-        seconds = std::max(5, args[at + 1].toInt());
-    }
+    const int seconds = mirrowisp::bench::secondsOption(60, 5);
     mirrowisp::test::XvfbServer server;
     if (!server.start(true, true)) {
         std::fprintf(stderr, "bench_island_idle: %s\n", qPrintable(server.error()));
@@ -84,12 +81,7 @@ int main(int argc, char** argv) {
     env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
     env.remove(QStringLiteral("WAYLAND_DISPLAY"));
     QProcess mirrowisp;
-    mirrowisp.setProcessEnvironment(env);
-    mirrowisp.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    mirrowisp.setStandardOutputFile(QProcess::nullDevice());
-    mirrowisp.start(QStringLiteral(MIRROWISP_APP_PATH), {});
-    if (!mirrowisp.waitForStarted(5000)) {
-        std::fprintf(stderr, "bench_island_idle: the app did not start\n");
+    if (!mirrowisp::bench::startApp(mirrowisp, env, "bench_island_idle")) {
         return 1;
     }
     // Let start-up settle: hook setup, the first usage reads and the island's first frames.

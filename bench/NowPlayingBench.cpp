@@ -3,6 +3,7 @@
 // then paused. CPU and wake-ups of the app, and how often it asks the player for its properties,
 // beside the island idling with no player and the targets. Usage: bench_now_playing [--seconds N]
 // (default 60).
+#include "BenchApp.h"
 #include "support/XvfbServer.h"
 
 #include <QCoreApplication>
@@ -133,11 +134,7 @@ Run measure(const mirrowisp::test::XvfbServer& server, const QString& status, in
 
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
-    int seconds = 60;
-    const QStringList args = QCoreApplication::arguments();
-    if (const qsizetype at = args.indexOf(QStringLiteral("--seconds")); at >= 0 && at + 1 < args.size()) {
-        seconds = std::max(10, args[at + 1].toInt());
-    }
+    const int seconds = mirrowisp::bench::secondsOption(60, 10);
     mirrowisp::test::XvfbServer server;
     if (!server.start(true, true)) {
         std::fprintf(stderr, "bench_now_playing: %s\n", qPrintable(server.error()));
