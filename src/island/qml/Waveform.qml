@@ -19,10 +19,10 @@ Item {
     implicitHeight: 14
 
     // A cycle of 6 s, long enough that the incommensurate speeds below never look like a loop, in
-    // steps of 10 a second: the bars swing at a hertz or two, and the island does not redraw at the
+    // steps of about 7 a second: the bars swing at a hertz or two, and the island does not redraw at the
     // screen's full rate for as long as music plays.
     Timer {
-        interval: 100
+        interval: 150
         repeat: true
         running: root.animating
         onTriggered: root.phase = (root.phase + interval / 6000) % 1
