@@ -7,13 +7,14 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QImage>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <poppler-qt6.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace mirrowisp {
 namespace {
@@ -21,7 +22,7 @@ namespace {
 namespace SC = ShelfConverter;
 
 class ShelfBadInputTest : public ::testing::Test {
-public:
+protected:
     QTemporaryDir dir;
     test::ManualClock clock;
     QString support = dir.filePath(QStringLiteral("support"));
@@ -29,47 +30,53 @@ public:
     ShelfBadInputTest() { QDir().mkpath(path({})); }
 
     QString path(const QString& name) const { return dir.filePath(QStringLiteral("files/") + name); }
-    QString picture(const QString& name) {
-        test::writeFile(path(name), {});
-        EXPECT_TRUE(QImage(QSize(30, 20), QImage::Format_RGB32).save(path(name), "png"));
-        return path(name);
-    }
     QStringList files() const { return QDir(path({})).entryList(QDir::Files | QDir::System, QDir::Name); }
+
+    // Makes a file of the kind its name says: "pipe…" a FIFO, "zero…" a link to a device, "big…" 2 GB
+    // of sparse nothing, "gone…" nothing at all, "….png" a small picture, else a few bytes.
+    QString make(const QString& name) const {
+        const QString file = path(name);
+        const QByteArray encoded = QFile::encodeName(file);
+        if (name.startsWith(QLatin1StringView("pipe"))) {
+            EXPECT_EQ(::mkfifo(encoded.constData(), 0600), 0);
+        } else if (name.startsWith(QLatin1StringView("zero"))) {
+            EXPECT_EQ(::symlink("/dev/zero", encoded.constData()), 0);
+        } else if (name.startsWith(QLatin1StringView("big"))) {
+            test::writeFile(file, {});
+            EXPECT_EQ(::truncate(encoded.constData(), 2LL << 30), 0);
+        } else if (name.startsWith(QLatin1StringView("gone"))) {
+            return file;
+        } else if (name.endsWith(QLatin1StringView(".png"))) {
+            EXPECT_TRUE(QImage(QSize(30, 20), QImage::Format_RGB32).save(file, "png"));
+        } else {
+            test::writeFile(file, "x");
+        }
+        return file;
+    }
 };
-
-// Makes the thing dropped in `folder` (which exists) and answers the URLs of the drop.
-using Maker = std::function<QList<QUrl>(const QString& folder)>;
-
-QUrl made(const QString& path, const QByteArray& content = "x") {
-    test::writeFile(path, content);
-    return QUrl::fromLocalFile(path);
-}
-
-QUrl fifo(const QString& path) {
-    EXPECT_EQ(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
-    return QUrl::fromLocalFile(path);
-}
-
-QUrl sparse(const QString& path) {
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.resize(2LL * 1024 * 1024 * 1024));
-    return QUrl::fromLocalFile(path);
-}
 
 struct DropCase {
     const char* label;
-    Maker drop;
+    const char* name;
+    int count; // files of that name with a number
+    const char* host;
     int added;
 };
 
 class ShelfBadDropTest : public ShelfBadInputTest, public ::testing::WithParamInterface<DropCase> {};
 
 TEST_P(ShelfBadDropTest, KeepsWhatItCanWithoutReadingItAndLosesNothing) {
-    const QString kept = made(path(QStringLiteral("kept.txt"))).toLocalFile();
+    const DropCase& c = GetParam();
+    const QString kept = make(QStringLiteral("kept.txt"));
     auto store = std::make_unique<ShelfStore>(support, clock);
     store->add({QUrl::fromLocalFile(kept)}, false);
-    const QList<QUrl> drop = GetParam().drop(path({}));
-    EXPECT_EQ(store->add(drop, true), GetParam().added);
+    QList<QUrl> drop;
+    for (int i = 0; i < c.count; ++i) {
+        drop.append(
+            QUrl::fromLocalFile(make(test::text(c.name) + (c.count > 1 ? QString::number(i) : QString()))));
+        drop.back().setHost(QString::fromLatin1(c.host));
+    }
+    EXPECT_EQ(store->add(drop, true), c.added);
     EXPECT_EQ(store->add(drop, false), 0);
     const QList<ShelfItem> before = store->items();
     store.reset();
@@ -78,39 +85,18 @@ TEST_P(ShelfBadDropTest, KeepsWhatItCanWithoutReadingItAndLosesNothing) {
     EXPECT_EQ(ShelfStore::resolve(reopened.items().back()), kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Drops, ShelfBadDropTest,
-    ::testing::Values(
-        DropCase{"TenThousandFiles",
-                 [](const QString& folder) {
-                     QList<QUrl> urls;
-                     for (int i = 0; i < 10'000; ++i) {
-                         urls.append(made(folder + QStringLiteral("/many/%1").arg(i)));
-                     }
-                     return urls;
-                 },
-                 10'000},
-        DropCase{"Fifo", [](const QString& folder) { return QList{fifo(folder + QStringLiteral("/pipe"))}; },
-                 1},
-        DropCase{"DeviceNode",
-                 [](const QString&) { return QList{QUrl::fromLocalFile(QStringLiteral("/dev/zero"))}; }, 1},
-        DropCase{
-            "NewlineInName",
-            [](const QString& folder) { return QList{made(folder + QStringLiteral("/two\nlines.txt"))}; }, 1},
-        DropCase{"OtherHost",
-                 [](const QString& folder) {
-                     QUrl url = made(folder + QStringLiteral("/remote.txt"));
-                     url.setHost(QStringLiteral("elsewhere.example"));
-                     return QList{url};
-                 },
-                 0},
-        DropCase{"TwoGigabytes",
-                 [](const QString& folder) { return QList{sparse(folder + QStringLiteral("/big"))}; }, 1}),
-    [](const auto& param) { return std::string(param.param.label); });
+INSTANTIATE_TEST_SUITE_P(Drops, ShelfBadDropTest,
+                         ::testing::Values(DropCase{"TenThousandFiles", "n", 10'000, "", 10'000},
+                                           DropCase{"Fifo", "pipe", 1, "", 1},
+                                           DropCase{"DeviceNode", "zero", 1, "", 1},
+                                           DropCase{"NewlineInName", "two\nlines.txt", 1, "", 1},
+                                           DropCase{"OtherHost", "remote.txt", 1, "elsewhere.example", 0},
+                                           DropCase{"TwoGigabytes", "big", 1, "", 1}),
+                         [](const auto& param) { return std::string(param.param.label); });
 
 struct SourceCase {
     const char* label;
-    std::function<QString(ShelfBadInputTest&)> source;
+    const char* name;
     const char* key;
     const char* result; // the new file's name, or the start of why there is none
     bool made;
@@ -120,7 +106,7 @@ class ShelfBadSourceTest : public ShelfBadInputTest, public ::testing::WithParam
 
 TEST_P(ShelfBadSourceTest, ConvertsOnlyWhatItCanRead) {
     const SourceCase& c = GetParam();
-    const QString source = c.source(*this);
+    const QString source = make(test::text(c.name));
     const QStringList before = files();
     const SC::Report report = SC::convert(*SC::Conversion::fromKey(QString::fromLatin1(c.key)), {source});
     const QString result = test::text(c.result);
@@ -138,29 +124,12 @@ TEST_P(ShelfBadSourceTest, ConvertsOnlyWhatItCanRead) {
 
 INSTANTIATE_TEST_SUITE_P(
     Sources, ShelfBadSourceTest,
-    ::testing::Values(
-        SourceCase{"Fifo",
-                   [](auto& fixture) { return fifo(fixture.path(QStringLiteral("pipe.png"))).toLocalFile(); },
-                   "jpeg", "pipe.png: not a regular file", false},
-        SourceCase{"FifoZipped",
-                   [](auto& fixture) { return fifo(fixture.path(QStringLiteral("pipe.png"))).toLocalFile(); },
-                   "zip", "nothing in the files", false},
-        SourceCase{"DeviceNode",
-                   [](auto& fixture) {
-                       fixture.picture(QStringLiteral("x.png"));
-                       QFile::link(QStringLiteral("/dev/zero"), fixture.path(QStringLiteral("zero.png")));
-                       return fixture.path(QStringLiteral("zero.png"));
-                   },
-                   "smaller", "zero.png: not a regular file", false},
-        SourceCase{"Gone", [](auto& fixture) { return fixture.path(QStringLiteral("gone.png")); }, "png",
-                   "gone.png: the file is gone", false},
-        SourceCase{
-            "TwoGigabytes",
-            [](auto& fixture) { return sparse(fixture.path(QStringLiteral("big.png"))).toLocalFile(); },
-            "jpeg", "big.png: not an image", false},
-        SourceCase{"NewlineInName",
-                   [](auto& fixture) { return fixture.picture(QStringLiteral("two\nlines.png")); }, "jpeg",
-                   "two\nlines.jpg", true}),
+    ::testing::Values(SourceCase{"Fifo", "pipe.png", "jpeg", "pipe.png: not a regular file", false},
+                      SourceCase{"FifoZipped", "pipe.png", "zip", "nothing in the files", false},
+                      SourceCase{"DeviceNode", "zero.png", "smaller", "zero.png: not a regular file", false},
+                      SourceCase{"Gone", "gone.png", "png", "gone.png: the file is gone", false},
+                      SourceCase{"TwoGigabytes", "big.png", "jpeg", "big.png: not an image", false},
+                      SourceCase{"NewlineInName", "two\nlines.png", "jpeg", "two\nlines.jpg", true}),
     [](const auto& param) { return std::string(param.param.label); });
 
 // The second source goes away once the first is done: only what was read before counts.
@@ -175,7 +144,7 @@ struct DeletedCase {
 class ShelfDeletedSourceTest : public ShelfBadInputTest, public ::testing::WithParamInterface<DeletedCase> {};
 
 TEST_P(ShelfDeletedSourceTest, GoesOnWithoutIt) {
-    const QStringList sources{picture(QStringLiteral("a.png")), picture(QStringLiteral("b.png"))};
+    const QStringList sources{make(QStringLiteral("a.png")), make(QStringLiteral("b.png"))};
     const SC::Control control{[&](int source, double fraction) {
                                   if (source == 0 && fraction == 1.0) {
                                       QFile::remove(sources[1]);
@@ -203,18 +172,14 @@ INSTANTIATE_TEST_SUITE_P(Conversions, ShelfDeletedSourceTest,
 TEST_F(ShelfBadInputTest, FullDiskLosesNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto check = [&] {
+        // Noise: no format makes it small enough to fit.
         QImage noise(QSize(100, 100), QImage::Format_RGB32);
-        for (int y = 0; y < noise.height(); ++y) {
-            for (int x = 0; x < noise.width(); ++x) {
-                noise.setPixel(x, y, static_cast<QRgb>(x * 7919 + y * 104729));
-            }
-        }
+        QRandomGenerator::global()->fillRange(reinterpret_cast<quint32*>(noise.bits()), 100 * 100);
         const QString kept = path(QStringLiteral("kept.png"));
-        test::writeFile(kept, {});
         noise.save(kept, "png");
         QList<QUrl> many;
         for (int i = 0; i < 20; ++i) {
-            many.append(made(path(QStringLiteral("n%1").arg(i)), {}));
+            many.append(QUrl::fromLocalFile(make(QStringLiteral("n%1").arg(i))));
         }
         ShelfStore store(support, clock);
         store.add({QUrl::fromLocalFile(kept)}, false);

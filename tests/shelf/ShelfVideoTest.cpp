@@ -31,13 +31,10 @@ protected:
     static void SetUpTestSuite() {
         clipFolder = new QTemporaryDir;
         runTool(QStringLiteral("ffmpeg"),
-                {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-f"), QStringLiteral("lavfi"),
-                 QStringLiteral("-i"), QStringLiteral("testsrc2=size=1920x1080:rate=25:duration=2"),
-                 QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                 QStringLiteral("sine=frequency=440:duration=2"), QStringLiteral("-c:v"),
-                 QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"),
-                 QStringLiteral("-c:a"), QStringLiteral("aac"),
-                 clipFolder->filePath(QStringLiteral("clip.mkv"))});
+                QStringLiteral("-v error -f lavfi -i testsrc2=size=1920x1080:rate=25:duration=2 -f lavfi -i "
+                               "sine=frequency=440:duration=2 -c:v libx264 -preset ultrafast -c:a aac")
+                        .split(u' ')
+                    << clipFolder->filePath(QStringLiteral("clip.mkv")));
     }
     static void TearDownTestSuite() { delete clipFolder; }
 
@@ -70,9 +67,8 @@ TEST_F(ShelfVideoTest, MakesA720pMp4WithRisingProgress) {
 
     const QByteArray streams =
         runTool(QStringLiteral("ffprobe"),
-                {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                 QStringLiteral("stream=codec_name,height"), QStringLiteral("-of"), QStringLiteral("csv=p=0"),
-                 report.files.front()});
+                QStringLiteral("-v error -show_entries stream=codec_name,height -of csv=p=0").split(u' ')
+                    << report.files.front());
     EXPECT_EQ(streams.trimmed().split('\n'), (QList<QByteArray>{"h264,720", "aac"}));
     // The index comes before the media, so a browser plays it while it loads.
     const QByteArray bytes = test::readFile(report.files.front());
