@@ -1,6 +1,5 @@
 #include "shelf/ShelfConverter.h"
 
-#include "base/MainQueue.h"
 #include "shelf/ShelfConversionJob.h"
 #include "shelf/ShelfHeif.h"
 #include "shelf/ShelfPdfBuilder.h"
@@ -13,7 +12,6 @@
 #include <QImageReader>
 #include <QImageWriter>
 #include <QMimeDatabase>
-#include <QProcess>
 #include <QStandardPaths>
 #include <algorithm>
 #include <sys/stat.h>
