@@ -63,9 +63,16 @@ bool ShelfPdfBuilder::addImage(const QImage& image) {
 }
 
 std::optional<QString> ShelfPdfBuilder::addPDF(const QString& path, const std::function<bool()>& cancelled) {
+    // Poppler rebuilds a damaged file's index by reading all of it; what doesn't even begin as a PDF
+    // (a 2 GB file of anything named .pdf) is refused before that.
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || !file.read(1024).contains("%PDF-")) {
+        return QStringLiteral("not a PDF");
+    }
+    file.close();
     const std::unique_ptr<Poppler::Document> document = Poppler::Document::load(path);
     if (!document) {
-        return QStringLiteral("not a PDF Poppler can read");
+        return QStringLiteral("a PDF Poppler cannot read");
     }
     if (document->isLocked()) {
         return QStringLiteral("the PDF is protected by a password");

@@ -129,6 +129,8 @@ INSTANTIATE_TEST_SUITE_P(
                       SourceCase{"DeviceNode", "zero.png", "smaller", "zero.png: not a regular file", false},
                       SourceCase{"Gone", "gone.png", "png", "gone.png: the file is gone", false},
                       SourceCase{"TwoGigabytes", "big.png", "jpeg", "big.png: not an image", false},
+                      SourceCase{"TwoGigabyteHeic", "big.heic", "png", "big.heic: not a HEIC image", false},
+                      SourceCase{"TwoGigabytePdf", "big.pdf", "combine-pdf", "big.pdf: not a PDF", false},
                       SourceCase{"NewlineInName", "two\nlines.png", "jpeg", "two\nlines.jpg", true}),
     [](const auto& param) { return std::string(param.param.label); });
 
