@@ -118,8 +118,8 @@ struct Picture {
     QString error;
 };
 
-// The image with the camera's orientation applied, scaled to `maxSide` when given (while decoding,
-// where the format allows it, so a large JPEG is never decoded whole to be halved).
+// The image with the camera's orientation applied; with `halve`, its longer side halved (while
+// decoding where the format allows it, so a large JPEG is never decoded whole to be halved).
 Picture readImage(const QString& path, bool halve = false) {
     if (const auto why = unusable(path)) {
         return {{}, {}, *why};
@@ -478,7 +478,9 @@ Report convert(const Conversion& conversion, const QStringList& paths, const Con
             const Result result = make(paths[i], watch);
             report.cancelled = control.isCancelled();
             keep(result, paths[i]);
-            control.report(i, 1.0);
+            if (!report.cancelled) {
+                control.report(i, 1.0);
+            }
         }
     };
     switch (conversion.kind) {
