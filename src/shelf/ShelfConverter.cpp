@@ -1,7 +1,10 @@
 #include "shelf/ShelfConverter.h"
 
-#include "base/MainQueue.h"
+#include "shelf/ShelfConversionJob.h"
+#include "shelf/ShelfHeif.h"
+#include "shelf/ShelfPdfBuilder.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -9,12 +12,9 @@
 #include <QImageReader>
 #include <QImageWriter>
 #include <QMimeDatabase>
-#include <QPainter>
-#include <QPdfWriter>
-#include <QProcess>
 #include <QStandardPaths>
-#include <QThreadPool>
 #include <algorithm>
+#include <sys/stat.h>
 #include <zip.h>
 
 namespace mirrowisp::ShelfConverter {
@@ -29,15 +29,19 @@ struct ImageFormat {
     const char* key;
     const char* mimeType;
     const char* extension;
-    const char* writerFormat;
+    const char* writerFormat; // Qt's name; "heif" goes through libheif, none is PDF
 };
 
-// In the menu's order; HEIC and WebP only where this machine's Qt has a writer for them.
+// In the menu's order; HEIC and WebP only where this machine has a writer for them.
 constexpr ImageFormat imageFormats[] = {
     {"jpeg", "image/jpeg", "jpg", "jpeg"},      {"heic", "image/heif", "heic", "heif"},
     {"webp", "image/webp", "webp", "webp"},     {"png", "image/png", "png", "png"},
     {"pdf", "application/pdf", "pdf", nullptr},
 };
+
+bool isHeifFormat(const QByteArray& writerFormat) {
+    return writerFormat == "heif";
+}
 
 const ImageFormat* formatFor(const QString& mimeType) {
     for (const ImageFormat& format : imageFormats) {
@@ -48,12 +52,17 @@ const ImageFormat* formatFor(const QString& mimeType) {
     return nullptr;
 }
 
-bool canWrite(const ImageFormat& format) {
-    return format.writerFormat == nullptr ||
-           QImageWriter::supportedImageFormats().contains(format.writerFormat);
+bool canWrite(const QByteArray& writerFormat) {
+    return isHeifFormat(writerFormat) ? ShelfHeif::canWrite()
+                                      : QImageWriter::supportedImageFormats().contains(writerFormat);
 }
 
-// The file's type by content and name; nothing when neither tells.
+bool canWrite(const ImageFormat& format) {
+    return format.writerFormat == nullptr || canWrite(QByteArray(format.writerFormat));
+}
+
+// The file's type by content and name; nothing when neither tells. Not a regular file (a FIFO, a
+// device) is typed as such by its mode, so nothing here ever blocks reading one.
 std::optional<QMimeType> typeOf(const QString& path) {
     const QMimeType type = QMimeDatabase().mimeTypeForFile(path);
     if (!type.isValid() || type.isDefault()) {
@@ -62,7 +71,14 @@ std::optional<QMimeType> typeOf(const QString& path) {
     return type;
 }
 
+bool isHeif(const QMimeType& type) {
+    return type.inherits(QStringLiteral("image/heif"));
+}
+
 bool isImage(const QMimeType& type) {
+    if (isHeif(type)) {
+        return ShelfHeif::canRead();
+    }
     return type.name().startsWith(QLatin1StringView("image/")) &&
            QImageReader::supportedMimeTypes().contains(type.name().toLatin1());
 }
@@ -79,83 +95,130 @@ QString stem(const QString& path) {
     return QFileInfo(path).completeBaseName();
 }
 
-std::optional<QImage> readImage(const QString& path, std::optional<int> maxSide = std::nullopt) {
+QString named(const QString& path, const QString& why) {
+    return QFileInfo(path).fileName() + QStringLiteral(": ") + why;
+}
+
+// Why a source can't be opened for reading, if it can't: only regular files are, so that a FIFO or
+// a device on the shelf never blocks a conversion.
+std::optional<QString> unusable(const QString& path) {
+    struct stat info {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+        return QStringLiteral("the file is gone");
+    }
+    if (!S_ISREG(info.st_mode)) {
+        return QStringLiteral("not a regular file");
+    }
+    return std::nullopt;
+}
+
+struct Picture {
+    QImage image;
+    QByteArray format; // Qt's name of the source's format; "heif" for libheif's
+    QString error;
+};
+
+// The image with the camera's orientation applied; with `halve`, its longer side halved (while
+// decoding where the format allows it, so a large JPEG is never decoded whole to be halved).
+Picture readImage(const QString& path, bool halve = false) {
+    if (const auto why = unusable(path)) {
+        return {{}, {}, *why};
+    }
+    if (const auto type = typeOf(path); type && isHeif(*type)) {
+        ShelfHeif::Decoded decoded = ShelfHeif::read(path);
+        if (!decoded.image.isNull() && halve) {
+            const int side = std::max(1, std::max(decoded.image.width(), decoded.image.height()) / 2);
+            decoded.image = decoded.image.scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        }
+        return {decoded.image, QByteArrayLiteral("heif"), decoded.error};
+    }
     QImageReader reader(path);
-    reader.setAutoTransform(true); // the camera's EXIF orientation, applied
-    if (maxSide) {
+    reader.setAutoTransform(true);
+    const QByteArray format = reader.format();
+    if (halve) {
         const QSize size = reader.size();
         if (size.isValid() && size.width() > 0 && size.height() > 0) {
-            const double scale = static_cast<double>(*maxSide) / std::max(size.width(), size.height());
+            const int maxSide = std::max(1, std::max(size.width(), size.height()) / 2);
+            const double scale = static_cast<double>(maxSide) / std::max(size.width(), size.height());
             reader.setScaledSize(
                 QSize(std::max(1, qRound(size.width() * scale)), std::max(1, qRound(size.height() * scale))));
         }
     }
-    QImage image = reader.read();
+    const QImage image = reader.read();
     if (image.isNull()) {
-        return std::nullopt;
+        return {{}, {}, QStringLiteral("not an image that can be read (") + reader.errorString() + u')'};
     }
-    return image;
+    return {image, format, {}};
 }
 
-// One page per image, each page the image's size at 72 dpi.
-bool writePDF(const QString& target, const QList<QImage>& images) {
-    QPdfWriter writer(target);
-    writer.setResolution(72);
-    writer.setPageMargins(QMarginsF(0, 0, 0, 0));
-    writer.setPageSize(QPageSize(images.front().size(), QPageSize::Point));
-    QPainter painter;
-    if (!painter.begin(&writer)) {
-        return false;
-    }
-    for (qsizetype i = 0; i < images.size(); ++i) {
-        if (i > 0) {
-            writer.setPageSize(QPageSize(images[i].size(), QPageSize::Point));
-            writer.newPage();
+Result writeImage(const QImage& image, const QString& target, const QByteArray& format) {
+    if (isHeifFormat(format)) {
+        if (const auto error = ShelfHeif::write(image, target, quality)) {
+            return Result::failed(*error);
         }
-        painter.drawImage(QRectF(QPointF(0, 0), QSizeF(images[i].size())), images[i]);
+        return Result::made(target);
     }
-    return painter.end();
-}
-
-std::optional<QString> writeImage(const QImage& image, const QString& target, const QByteArray& format) {
-    QImageWriter writer(target, format);
+    // Through a file of our own: the writers don't all tell of a full disk, the file does once closed.
+    QFile file(target);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+        return Result::failed(QStringLiteral("could not write ") + QFileInfo(target).fileName() +
+                              QStringLiteral(" (") + file.errorString() + u')');
+    }
+    QImageWriter writer(&file, format);
     if (format != "png") {
         writer.setQuality(quality);
     }
-    if (!writer.write(image)) {
-        QFile::remove(target);
-        return std::nullopt;
+    const bool written = writer.write(image);
+    file.close();
+    if (!written || file.error() != QFileDevice::NoError) {
+        const QString why = written ? file.errorString() : writer.errorString();
+        file.remove();
+        return Result::failed(QStringLiteral("could not write ") + QFileInfo(target).fileName() +
+                              QStringLiteral(" (") + why + u')');
     }
-    return target;
+    return Result::made(target);
 }
 
-bool addToZip(zip_t* archive, const QString& path, const QString& nameInZip) {
+Result writePDF(const QImage& image, const QString& target) {
+    ShelfPdfBuilder builder(target);
+    if (!builder.addImage(image) || !builder.finish()) {
+        return Result::failed(QStringLiteral("could not write ") + QFileInfo(target).fileName());
+    }
+    return Result::made(target);
+}
+
+// Adds `path` under `nameInZip`, a folder with everything in it; the error, or nothing.
+std::optional<QString> addToZip(zip_t* archive, const QString& path, const QString& nameInZip) {
     const QFileInfo info(path);
     if (info.isDir() && !info.isSymLink()) {
         if (zip_dir_add(archive, nameInZip.toUtf8().constData(), ZIP_FL_ENC_UTF_8) < 0) {
-            return false;
+            return QString::fromUtf8(zip_strerror(archive));
         }
         QDirIterator children(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
         while (children.hasNext()) {
             const QString child = children.next();
-            if (!addToZip(archive, child, nameInZip + QLatin1Char('/') + QFileInfo(child).fileName())) {
-                return false;
+            if (auto error =
+                    addToZip(archive, child, nameInZip + QLatin1Char('/') + QFileInfo(child).fileName())) {
+                return error;
             }
         }
-        return true;
+        return std::nullopt;
+    }
+    if (!info.exists()) {
+        return QStringLiteral("the file is gone");
     }
     if (!info.isFile()) {
-        return true; // a FIFO, socket or device has no content to keep
+        return std::nullopt; // a FIFO, socket or device has no content to keep
     }
     zip_source_t* source = zip_source_file(archive, QFile::encodeName(path).constData(), 0, -1);
     if (source == nullptr) {
-        return false;
+        return QString::fromUtf8(zip_strerror(archive));
     }
     if (zip_file_add(archive, nameInZip.toUtf8().constData(), source, ZIP_FL_ENC_UTF_8) < 0) {
         zip_source_free(source);
-        return false;
+        return QString::fromUtf8(zip_strerror(archive));
     }
-    return true;
+    return std::nullopt;
 }
 
 } // namespace
@@ -240,7 +303,7 @@ QList<Conversion> formats(const QStringList& paths) {
             }
         }
         list.append(Conversion{Kind::smallerImage, {}});
-    } else if (all(isMovie)) {
+    } else if (all(isMovie) && !QStandardPaths::findExecutable(QStringLiteral("ffmpeg")).isEmpty()) {
         if (!all([](const QMimeType& type) { return type.inherits(QStringLiteral("video/mp4")); })) {
             list.append(Conversion{Kind::video, {}});
         }
@@ -273,178 +336,185 @@ std::optional<QString> destination(const QString& source, const QString& name, c
     return candidate;
 }
 
-std::optional<QString> convertImage(const QString& path, const QString& mimeType) {
+Result convertImage(const QString& path, const QString& mimeType) {
     const ImageFormat* format = formatFor(mimeType);
     if (format == nullptr || !canWrite(*format)) {
-        return std::nullopt;
+        return Result::failed(QStringLiteral("this machine cannot write ") + mimeType);
     }
-    const auto image = readImage(path);
-    if (!image) {
-        return std::nullopt;
+    const Picture picture = readImage(path);
+    if (picture.image.isNull()) {
+        return Result::failed(picture.error);
     }
     const auto target = destination(path, stem(path), QString::fromLatin1(format->extension));
     if (!target) {
-        return std::nullopt;
+        return Result::failed(QStringLiteral("no folder to write into"));
     }
     if (format->writerFormat == nullptr) {
-        if (!writePDF(*target, {*image})) {
-            QFile::remove(*target);
-            return std::nullopt;
-        }
-        return target;
+        return writePDF(picture.image, *target);
     }
-    return writeImage(*image, *target, format->writerFormat);
+    return writeImage(picture.image, *target, format->writerFormat);
 }
 
-std::optional<QString> smallerImage(const QString& path) {
-    QImageReader probe(path);
-    const QSize size = probe.size();
-    const QByteArray format = probe.format();
-    if (!size.isValid() || format.isEmpty() || !QImageWriter::supportedImageFormats().contains(format)) {
-        return std::nullopt;
+Result smallerImage(const QString& path) {
+    const Picture picture = readImage(path, true);
+    if (picture.image.isNull()) {
+        return Result::failed(picture.error);
     }
-    const int maxSide = std::max(1, std::max(size.width(), size.height()) / 2);
-    const auto image = readImage(path, maxSide);
-    if (!image) {
-        return std::nullopt;
+    if (!canWrite(picture.format)) {
+        return Result::failed(QStringLiteral("this machine cannot write ") +
+                              QString::fromLatin1(picture.format));
     }
     const auto target =
         destination(path, stem(path) + QStringLiteral(" (smaller)"), QFileInfo(path).suffix());
     if (!target) {
-        return std::nullopt;
+        return Result::failed(QStringLiteral("no folder to write into"));
     }
-    return writeImage(*image, *target, format);
+    return writeImage(picture.image, *target, picture.format);
 }
 
-std::optional<QString> exportVideo(const QString& path, bool smaller) {
-    const QString ffmpeg = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
-    if (ffmpeg.isEmpty() || !QFileInfo(path).isFile()) {
-        return std::nullopt;
-    }
-    const auto target = destination(path, stem(path) + (smaller ? QStringLiteral(" (smaller)") : QString()),
-                                    QStringLiteral("mp4"));
-    if (!target) {
-        return std::nullopt;
-    }
-    QStringList arguments{QStringLiteral("-nostdin"), QStringLiteral("-v"), QStringLiteral("error"),
-                          QStringLiteral("-i"), path};
-    if (smaller) {
-        // Fits 1280 by 720 with its own proportions, never enlarged, sides kept even for H.264.
-        arguments << QStringLiteral("-vf")
-                  << QStringLiteral("scale='min(1280,iw)':'min(720,ih)':force_original_aspect_ratio=decrease:"
-                                    "force_divisible_by=2");
-    }
-    arguments << QStringLiteral("-c:v") << QStringLiteral("libx264") << QStringLiteral("-crf")
-              << QStringLiteral("20") << QStringLiteral("-pix_fmt") << QStringLiteral("yuv420p")
-              << QStringLiteral("-c:a") << QStringLiteral("aac") << QStringLiteral("-movflags")
-              << QStringLiteral("+faststart") << QStringLiteral("-n") << *target;
-    QProcess process;
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(ffmpeg, arguments);
-    const bool finished = process.waitForFinished(-1);
-    if (!finished || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        QFile::remove(*target);
-        return std::nullopt;
-    }
-    return target;
-}
-
-std::optional<QString> zip(const QStringList& paths) {
+Result zip(const QStringList& paths, const Control& control) {
     if (paths.isEmpty()) {
-        return std::nullopt;
+        return Result::failed(QStringLiteral("nothing to compress"));
     }
     const QFileInfo first(paths.front());
     const QString name = paths.size() == 1 ? (first.isDir() ? first.fileName() : stem(paths.front()))
                                            : QStringLiteral("Archive");
     const auto target = destination(paths.front(), name, QStringLiteral("zip"));
     if (!target) {
-        return std::nullopt;
+        return Result::failed(QStringLiteral("no folder to write into"));
     }
     int error = 0;
     zip_t* archive = zip_open(QFile::encodeName(*target).constData(), ZIP_CREATE | ZIP_EXCL, &error);
     if (archive == nullptr) {
-        return std::nullopt;
+        zip_error_t reason;
+        zip_error_init_with_code(&reason, error);
+        const QString why = QString::fromUtf8(zip_error_strerror(&reason));
+        zip_error_fini(&reason);
+        return Result::failed(why);
     }
     // Several files travel inside a folder "Archive", one file or folder under its own name.
-    bool ok = true;
-    for (const QString& path : paths) {
-        const QString inside = QFileInfo(path).fileName();
-        ok = ok && addToZip(archive, path, paths.size() == 1 ? inside : QStringLiteral("Archive/") + inside);
+    std::optional<QString> failure;
+    for (int i = 0; i < paths.size() && !failure; ++i) {
+        const QString inside = QFileInfo(paths[i]).fileName();
+        if (auto why = addToZip(archive, paths[i],
+                                paths.size() == 1 ? inside : QStringLiteral("Archive/") + inside)) {
+            failure = named(paths[i], *why);
+        } else if (control.isCancelled()) {
+            failure = QStringLiteral("cancelled");
+        }
+        control.report(i, 1.0);
     }
-    if (!ok || zip_get_num_entries(archive, 0) == 0) {
+    if (!failure && zip_get_num_entries(archive, 0) == 0) {
+        failure = QStringLiteral("nothing in the files to compress");
+    }
+    // The files are read now; one that went away meanwhile fails the whole archive, which libzip
+    // writes beside its name first and so leaves nothing behind.
+    if (!failure && zip_close(archive) != 0) {
+        failure = QString::fromUtf8(zip_strerror(archive));
+    }
+    if (failure) {
         zip_discard(archive);
-        QFile::remove(*target);
-        return std::nullopt;
+        return Result::failed(*failure);
     }
-    // The files are read now; one that went away meanwhile fails the whole archive.
-    if (zip_close(archive) != 0) {
-        zip_discard(archive);
-        QFile::remove(*target);
-        return std::nullopt;
-    }
-    return target;
+    return Result::made(*target);
 }
 
-std::optional<QString> combinePDF(const QStringList& paths) {
-    QList<QImage> pages;
-    for (const QString& path : paths) {
-        if (auto image = readImage(path)) {
-            pages.append(std::move(*image));
-        }
-    }
-    if (pages.isEmpty()) {
-        return std::nullopt;
+Result combinePDF(const QStringList& paths, const Control& control) {
+    if (paths.isEmpty()) {
+        return Result::failed(QStringLiteral("nothing to combine"));
     }
     const auto target = destination(paths.front(), QStringLiteral("Combined"), QStringLiteral("pdf"));
     if (!target) {
-        return std::nullopt;
+        return Result::failed(QStringLiteral("no folder to write into"));
     }
-    if (!writePDF(*target, pages)) {
-        QFile::remove(*target);
-        return std::nullopt;
+    ShelfPdfBuilder builder(*target);
+    QString lastFailure;
+    // A file that can't be read is left out; the others still make the document.
+    for (int i = 0; i < paths.size() && !control.isCancelled(); ++i) {
+        const auto type = typeOf(paths[i]);
+        std::optional<QString> why = unusable(paths[i]);
+        if (!why && type && isPDF(*type)) {
+            why = builder.addPDF(paths[i], control.cancelled);
+        } else if (!why) {
+            const Picture picture = readImage(paths[i]);
+            why = picture.image.isNull() ? std::optional(picture.error) : std::nullopt;
+            if (!why && !builder.addImage(picture.image)) {
+                why = QStringLiteral("could not be written into the PDF");
+            }
+        }
+        if (why) {
+            lastFailure = named(paths[i], *why);
+        }
+        control.report(i, 1.0);
     }
-    return target;
+    if (control.isCancelled()) {
+        return Result::failed(QStringLiteral("cancelled"));
+    }
+    if (builder.pageCount() == 0) {
+        return Result::failed(lastFailure);
+    }
+    if (!builder.finish()) {
+        return Result::failed(QStringLiteral("could not write ") + QFileInfo(*target).fileName());
+    }
+    return Result::made(*target);
 }
 
-QStringList convert(const Conversion& conversion, const QStringList& paths) {
-    QStringList results;
-    const auto keep = [&](const std::optional<QString>& result) {
+Report convert(const Conversion& conversion, const QStringList& paths, const Control& control) {
+    Report report;
+    const auto keep = [&](const Result& result, const QString& source) {
         if (result) {
-            results.append(*result);
+            report.files.append(*result);
+        } else if (!report.cancelled) {
+            report.failures.append(source.isEmpty() ? result.error() : named(source, result.error()));
+        }
+    };
+    const auto each = [&](const std::function<Result(const QString&, const Watch&)>& make) {
+        for (int i = 0; i < paths.size(); ++i) {
+            if (control.isCancelled()) {
+                report.cancelled = true;
+                break;
+            }
+            const Watch watch{[&](double fraction) { control.report(i, fraction); }, control.cancelled};
+            const Result result = make(paths[i], watch);
+            report.cancelled = control.isCancelled();
+            keep(result, paths[i]);
+            if (!report.cancelled) {
+                control.report(i, 1.0);
+            }
         }
     };
     switch (conversion.kind) {
     case Kind::image:
-        for (const QString& path : paths) {
-            keep(convertImage(path, conversion.type));
-        }
+        each([&](const QString& path, const Watch&) { return convertImage(path, conversion.type); });
         break;
     case Kind::smallerImage:
-        for (const QString& path : paths) {
-            keep(smallerImage(path));
-        }
+        each([](const QString& path, const Watch&) { return smallerImage(path); });
         break;
     case Kind::video:
     case Kind::smallerVideo:
-        for (const QString& path : paths) {
-            keep(exportVideo(path, conversion.kind == Kind::smallerVideo));
-        }
+        each([&](const QString& path, const Watch& watch) {
+            return exportVideo(path, conversion.kind == Kind::smallerVideo, watch);
+        });
         break;
     case Kind::zip:
-        keep(zip(paths));
-        break;
-    case Kind::combinePDF:
-        keep(combinePDF(paths));
+    case Kind::combinePDF: {
+        const Result result = conversion.kind == Kind::zip ? zip(paths, control) : combinePDF(paths, control);
+        report.cancelled = control.isCancelled();
+        keep(result, {});
         break;
     }
-    return results;
+    }
+    return report;
 }
 
 void run(const Conversion& conversion, const QStringList& paths, std::function<void(QStringList)> done) {
-    QThreadPool::globalInstance()->start([conversion, paths, done = std::move(done)]() mutable {
-        QStringList results = convert(conversion, paths);
-        postToMain([done = std::move(done), results = std::move(results)] { done(results); });
-    });
+    auto* job = new ShelfConversionJob(conversion, paths, QCoreApplication::instance());
+    QObject::connect(job, &ShelfConversionJob::finished, job,
+                     [job, done = std::move(done)](const Report& report) {
+                         done(report.files);
+                         job->deleteLater();
+                     });
+    job->start();
 }
 
 } // namespace mirrowisp::ShelfConverter

@@ -1,5 +1,6 @@
 #include "shelf/ShelfConverter.h"
 
+#include "shelf/ShelfHeif.h"
 #include "support/TestSupport.h"
 
 #include <QDir>
@@ -7,8 +8,11 @@
 #include <QImage>
 #include <QImageReader>
 #include <QImageWriter>
+#include <QPainter>
+#include <QPdfWriter>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <poppler-qt6.h>
 #include <zip.h>
 
 namespace mirrowisp {
@@ -77,11 +81,11 @@ INSTANTIATE_TEST_SUITE_P(
                     {QStringLiteral("a.jpg")},
                     {QStringLiteral("png"), QStringLiteral("pdf"), QStringLiteral("smaller")},
                     {QStringLiteral("jpeg"), QStringLiteral("mp4")}},
-        FormatsCase{
-            "PngAndJpeg",
-            {QStringLiteral("a.png"), QStringLiteral("b.jpg")},
-            {QStringLiteral("jpeg"), QStringLiteral("png"), QStringLiteral("pdf"), QStringLiteral("smaller")},
-            {}},
+        FormatsCase{"PngAndJpeg",
+                    {QStringLiteral("a.png"), QStringLiteral("b.jpg")},
+                    {QStringLiteral("jpeg"), QStringLiteral("heic"), QStringLiteral("png"),
+                     QStringLiteral("pdf"), QStringLiteral("smaller")},
+                    {}},
         FormatsCase{
             "Mp4", {QStringLiteral("clip.mp4")}, {QStringLiteral("smaller-mp4")}, {QStringLiteral("mp4")}},
         FormatsCase{"Folder", {QStringLiteral("folder")}, {}, all},
@@ -141,23 +145,86 @@ TEST_F(ShelfConverterTest, SecondConversionTakesTheNextName) {
 
 TEST_F(ShelfConverterTest, FailedConversionsMakeNothing) {
     test::writeFile(dir.filePath(QStringLiteral("broken.png")), "not an image");
-    const QStringList results =
+    const SC::Report report =
         SC::convert(SC::Conversion{SC::Conversion::Kind::smallerImage, {}},
                     {dir.filePath(QStringLiteral("broken.png")), dir.filePath(QStringLiteral("gone.png"))});
-    EXPECT_TRUE(results.isEmpty());
+    EXPECT_TRUE(report.files.isEmpty());
+    EXPECT_EQ(report.failures.size(), 2);
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("broken.png")});
 }
 
-TEST_F(ShelfConverterTest, CombinesImagesIntoOnePageEach) {
-    const QStringList sources{image(QStringLiteral("a.png")), image(QStringLiteral("b.jpg"), QSize(10, 30))};
+TEST_F(ShelfConverterTest, CombinesImagesAndKeepsAPdfsPages) {
+    const QString twoPages = dir.filePath(QStringLiteral("two.pdf"));
+    {
+        QPdfWriter writer(twoPages);
+        writer.setPageSize(QPageSize(QPageSize::A5));
+        QPainter painter(&writer);
+        painter.fillRect(10, 10, 50, 50, Qt::blue);
+        writer.newPage();
+        painter.fillRect(20, 20, 50, 50, Qt::green);
+    }
+    const QStringList sources{image(QStringLiteral("a.png"), QSize(40, 20)), twoPages,
+                              image(QStringLiteral("b.jpg"), QSize(10, 30))};
     ASSERT_TRUE(SC::canCombine(sources));
     const auto pdf = SC::combinePDF(sources);
-    ASSERT_TRUE(pdf);
+    ASSERT_TRUE(pdf) << pdf.error().toStdString();
     EXPECT_EQ(QFileInfo(*pdf).fileName(), QStringLiteral("Combined.pdf"));
-    const QByteArray bytes = test::readFile(*pdf);
-    EXPECT_TRUE(bytes.startsWith("%PDF"));
-    EXPECT_EQ(bytes.count("/Type /Page\n"), 2);
+    const auto document = Poppler::Document::load(*pdf);
+    ASSERT_TRUE(document);
+    QList<QSize> sizes;
+    for (int i = 0; i < document->numPages(); ++i) {
+        sizes.append(document->page(i)->pageSize());
+    }
+    const QSize a5 = QPageSize(QPageSize::A5).sizePoints();
+    EXPECT_EQ(sizes, (QList<QSize>{QSize(40, 20), a5, a5, QSize(10, 30)}));
 }
+
+struct HeicCase {
+    const char* label;
+    const char* source; // "photo.png" or "photo.heic" of a red 40 by 20 picture, or a broken HEIC
+    const char* key;
+    const char* made; // empty: it fails, saying libheif could not read it
+    QSize size;
+};
+
+class ShelfHeicTest : public ShelfConverterTest, public ::testing::WithParamInterface<HeicCase> {};
+
+TEST_P(ShelfHeicTest, ConvertsBothWays) {
+    const HeicCase& c = GetParam();
+    const QString png = image(QStringLiteral("photo.png"));
+    const QString heic = *SC::convertImage(png, QStringLiteral("image/heif"));
+    // Only the source stays, so the result takes the plain name.
+    QFile::remove(QLatin1StringView(c.source) == QLatin1StringView("photo.png") ? heic : png);
+    test::writeFile(dir.filePath(QStringLiteral("broken.heic")), QByteArray("\0\0\0\x18"
+                                                                            "ftypheic",
+                                                                            12) +
+                                                                     QByteArray(100, 'x'));
+    const SC::Report report = SC::convert(*SC::Conversion::fromKey(QString::fromLatin1(c.key)),
+                                          {dir.filePath(QString::fromLatin1(c.source))});
+    if (!*c.made) {
+        ASSERT_EQ(report.failures.size(), 1);
+        EXPECT_TRUE(report.failures.front().contains(QStringLiteral("libheif")))
+            << report.failures.front().toStdString();
+        return;
+    }
+    ASSERT_EQ(report.files.size(), 1) << report.failures.join(u',').toStdString();
+    EXPECT_EQ(QFileInfo(report.files.front()).fileName(), QString::fromLatin1(c.made));
+    const QImage result = report.files.front().endsWith(QLatin1StringView(".heic"))
+                              ? ShelfHeif::read(report.files.front()).image
+                              : QImage(report.files.front());
+    EXPECT_EQ(result.size(), c.size);
+    const QColor middle = result.pixelColor(c.size.width() / 2, c.size.height() / 2);
+    EXPECT_GT(middle.red(), 200);
+    EXPECT_LT(middle.blue(), 60);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Heic, ShelfHeicTest,
+    ::testing::Values(HeicCase{"PngToHeic", "photo.png", "heic", "photo.heic", QSize(40, 20)},
+                      HeicCase{"HeicToPng", "photo.heic", "png", "photo.png", QSize(40, 20)},
+                      HeicCase{"HeicHalved", "photo.heic", "smaller", "photo (smaller).heic", QSize(20, 10)},
+                      HeicCase{"Unreadable", "broken.heic", "png", "", {}}),
+    [](const auto& param) { return std::string(param.param.label); });
 
 TEST_F(ShelfConverterTest, ZipsAFolderUnderItsOwnName) {
     const QString folder = dir.filePath(QStringLiteral("Project"));
