@@ -84,6 +84,76 @@ TEST_F(BluetoothMonitorTest, ANamelessDeviceIsABluetoothDevice) {
     EXPECT_EQ(announced.front().name, QStringLiteral("Bluetooth device"));
 }
 
+// What BlueZ says of one connected headset, values of the wrong type among it, and what is listed.
+struct DeviceCase {
+    const char* name;
+    QVariantMap device;  // Device1 properties over a named headset's
+    QVariantMap battery; // Battery1, when there is one
+    bool listed;
+    QString shownName;
+    std::optional<int> percent;
+    QString icon;
+};
+
+class BlueZValues : public BluetoothMonitorTest, public testing::WithParamInterface<DeviceCase> {};
+
+TEST_P(BlueZValues, CountAsMissingWhenOfTheWrongType) {
+    const DeviceCase& row = GetParam();
+    monitor.start();
+    const QString path = add("11:22:33:44:55:66", QStringLiteral("Buds"), headsetClass);
+    if (!row.battery.isEmpty()) {
+        ASSERT_TRUE(services.mock(bluez, path, QStringLiteral("AddProperties"),
+                                  {QStringLiteral("org.bluez.Battery1"), row.battery}));
+    }
+    QVariantMap device{{QStringLiteral("Connected"), true}};
+    device.insert(row.device);
+    update(path, device);
+    // A plain headset connected after it: once it is listed, the first was seen too.
+    setConnected(add("aa:bb:cc:dd:ee:ff", QStringLiteral("Other"), headsetClass), true);
+    ASSERT_TRUE(
+        waitUntil([&] { return monitor.connectedDevice(QStringLiteral("aa:bb:cc:dd:ee:ff")).has_value(); }));
+    const auto listed = monitor.connectedDevice(QStringLiteral("11:22:33:44:55:66"));
+    ASSERT_EQ(listed.has_value(), row.listed);
+    if (listed) {
+        EXPECT_EQ(listed->name, row.shownName);
+        EXPECT_EQ(listed->batterySingle, row.percent);
+        EXPECT_EQ(listed->icon, row.icon);
+    }
+}
+
+const QString percentage = QStringLiteral("Percentage");
+const QString icon = QStringLiteral("Icon");
+INSTANTIATE_TEST_SUITE_P(
+    Cases, BlueZValues,
+    testing::Values(
+        DeviceCase{"IconAndBattery",
+                   {{icon, QStringLiteral("audio-headset")}},
+                   {{percentage, QVariant::fromValue(uchar(64))}},
+                   true,
+                   QStringLiteral("Buds"),
+                   64,
+                   QStringLiteral("audio-headset")},
+        DeviceCase{
+            "BatteryAsText", {}, {{percentage, QStringLiteral("64")}}, true, QStringLiteral("Buds"), {}, {}},
+        DeviceCase{"IconAsNumber", {{icon, 7u}}, {}, true, QStringLiteral("Buds"), {}, {}},
+        DeviceCase{"NamesAsNumbers",
+                   {{QStringLiteral("Name"), 7u}, {QStringLiteral("Alias"), 7u}},
+                   {},
+                   true,
+                   QStringLiteral("Bluetooth device"),
+                   {},
+                   {}},
+        DeviceCase{"ConnectedAsText",
+                   {{QStringLiteral("Connected"), QStringLiteral("true")}},
+                   {},
+                   false,
+                   {},
+                   {},
+                   {}},
+        DeviceCase{
+            "ClassAsText", {{QStringLiteral("Class"), QStringLiteral("2360324")}}, {}, false, {}, {}, {}}),
+    [](const auto& param) { return param.param.name; });
+
 TEST_F(BluetoothMonitorTest, EmptiesWhenBlueZGoesAndFollowsItWhenItComesBack) {
     const QString path = add("11:22:33:44:55:66", QStringLiteral("Speaker"), headsetClass);
     setConnected(path, true);
