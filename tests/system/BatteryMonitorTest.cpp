@@ -125,6 +125,52 @@ TEST(BatteryMonitorUPower, FollowsTheDisplayDeviceAndThePowerProfile) {
     EXPECT_TRUE(waitUntil([&] { return monitor.isLowPowerMode(); }));
 }
 
+// A display device at 50 % with 30 minutes left on battery, then values of the wrong type.
+struct WrongTypeCase {
+    const char* name;
+    QVariantMap values;
+    bool battery;
+    int level;
+    std::optional<int> minutes;
+};
+
+class UPowerValues : public testing::TestWithParam<WrongTypeCase> {};
+
+TEST_P(UPowerValues, CountAsMissing) {
+    MockServices services;
+    ASSERT_TRUE(services.start(QStringLiteral("upower"), upower, QStringLiteral("{\"OnBattery\": true}")));
+    ASSERT_TRUE(setupDisplay(services, 2, 2, 50));
+    BatteryMonitor monitor(services.connection());
+    int events = 0;
+    monitor.onEvent = [&](const BatteryMonitor::Event&) { ++events; };
+    monitor.start();
+    ASSERT_TRUE(waitUntil([&] { return monitor.hasBattery() && monitor.minutesRemaining() == 30; }));
+    ASSERT_TRUE(services.mock(upower, QStringLiteral("/org/freedesktop/UPower/devices/DisplayDevice"),
+                              QStringLiteral("UpdateProperties"),
+                              {QStringLiteral("org.freedesktop.UPower.Device"), GetParam().values}));
+    const WrongTypeCase& row = GetParam();
+    ASSERT_TRUE(waitUntil(
+        [&] { return monitor.hasBattery() == row.battery && monitor.minutesRemaining() == row.minutes; }));
+    if (row.battery) {
+        EXPECT_EQ(monitor.level(), row.level);
+    }
+    EXPECT_EQ(events, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, UPowerValues,
+    testing::Values(
+        WrongTypeCase{"TypeAsText", {{QStringLiteral("Type"), QStringLiteral("2")}}, false, 0, 30},
+        WrongTypeCase{"EnergyAsText",
+                      {{QStringLiteral("Energy"), QStringLiteral("40")},
+                       {QStringLiteral("Percentage"), 45.0},
+                       {QStringLiteral("TimeToEmpty"), qlonglong(1200)}},
+                      true,
+                      45,
+                      20},
+        WrongTypeCase{"TimeAsText", {{QStringLiteral("TimeToEmpty"), QStringLiteral("1800")}}, true, 50, {}}),
+    [](const auto& param) { return param.param.name; });
+
 TEST(BatteryMonitorUPower, UPowerThatComesAfterTheStartIsFollowedFromThen) {
     MockServices services;
     BatteryMonitor monitor(services.connection());
