@@ -157,6 +157,7 @@ TEST_P(UPowerValues, CountAsMissing) {
     EXPECT_EQ(events, 0);
 }
 
+const QString timeToEmpty = QStringLiteral("TimeToEmpty");
 INSTANTIATE_TEST_SUITE_P(
     Cases, UPowerValues,
     testing::Values(
@@ -164,11 +165,11 @@ INSTANTIATE_TEST_SUITE_P(
         WrongTypeCase{"EnergyAsText",
                       {{QStringLiteral("Energy"), QStringLiteral("40")},
                        {QStringLiteral("Percentage"), 45.0},
-                       {QStringLiteral("TimeToEmpty"), qlonglong(1200)}},
+                       {timeToEmpty, qlonglong(1200)}},
                       true,
                       45,
                       20},
-        WrongTypeCase{"TimeAsText", {{QStringLiteral("TimeToEmpty"), QStringLiteral("1800")}}, true, 50, {}}),
+        WrongTypeCase{"TimeAsText", {{timeToEmpty, QStringLiteral("1800")}}, true, 50, {}}),
     [](const auto& param) { return param.param.name; });
 
 TEST(BatteryMonitorUPower, UPowerThatComesAfterTheStartIsFollowedFromThen) {
