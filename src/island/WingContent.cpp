@@ -101,6 +101,7 @@ WingContent transientWings(const TransientActivity& activity, Timestamp now) {
     case Case::bluetooth: {
         wings.left = ofKind(Wing::Kind::artwork);
         wings.left.symbol = WingContent::deviceSymbol(activity.device.name);
+        wings.left.icon = activity.device.icon;
         if (const auto summary = WingContent::batterySummary(activity.device)) {
             wings.right = ofKind(Wing::Kind::batteryRing);
             wings.right.level = std::clamp(*summary, 0, 100);
@@ -212,6 +213,7 @@ QVariantMap Wing::toVariantMap() const {
         {QStringLiteral("kind"), kindName(kind)},
         {QStringLiteral("identity"), identity},
         {QStringLiteral("symbol"), symbol},
+        {QStringLiteral("icon"), icon},
         {QStringLiteral("text"), text},
         {QStringLiteral("color"), color},
         {QStringLiteral("palette"), palette},

@@ -37,6 +37,8 @@ struct Wing {
     // "lead-" or "trail-" and the content's key: new content replaces the wing instead of morphing.
     QString identity;
     QString symbol;
+    // A device's icon from the desktop's theme; `symbol` stands in where the theme has none.
+    QString icon;
     QString text;
     // Invalid while `palette` is set: the colour then comes from the artwork.
     QColor color = Qt::white;
@@ -50,7 +52,7 @@ struct Wing {
     bool monospacedDigits = false;
 
     static QString kindName(Kind kind);
-    // Keys: kind, identity, symbol, text, color, palette, level, size, weight, width, height,
+    // Keys: kind, identity, symbol, icon, text, color, palette, level, size, weight, width, height,
     // agents (raw names), agent (the first raw name or ""), wiggle, monospacedDigits.
     QVariantMap toVariantMap() const;
 

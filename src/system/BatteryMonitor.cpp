@@ -186,6 +186,9 @@ void BatteryMonitor::update(const std::optional<PowerSource>& source, bool emit)
     }
     bool any = false;
     if (source->internalBattery) {
+        // A battery that was not there before (UPower came late, or it was away) is a first
+        // reading: the stored state is not its own, so comparing with it would announce nonsense.
+        emit = emit && hasBattery_;
         const PowerSource& s = *source;
         const int level = s.maxCapacity && *s.maxCapacity > 0
                               ? static_cast<int>(std::lround(100.0 * s.currentCapacity / *s.maxCapacity))

@@ -16,6 +16,8 @@ struct BluetoothAudioDevice {
     std::optional<int> productID;
     std::optional<int> colorID;
     std::optional<int> batteryCombined;
+    // The freedesktop icon name BlueZ gives the device ("audio-headset"), or empty.
+    QString icon;
 
     bool operator==(const BluetoothAudioDevice&) const = default;
 };

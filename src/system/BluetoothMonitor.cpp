@@ -50,7 +50,9 @@ QString text(const QVariantMap& map, const QString& key) {
 // A connected audio device from its BlueZ interfaces, or nothing for anything else.
 std::optional<BluetoothAudioDevice> audioDevice(const Interfaces& interfaces) {
     const auto device = interfaces.find(deviceInterface);
-    if (device == interfaces.end() || device->value(QStringLiteral("Connected")).toBool() != true) {
+    const QVariant connected =
+        device == interfaces.end() ? QVariant() : device->value(QStringLiteral("Connected"));
+    if (connected.typeId() != QMetaType::Bool || !connected.toBool()) {
         return std::nullopt;
     }
     const auto deviceClass = integer(*device, QStringLiteral("Class"));
@@ -60,6 +62,7 @@ std::optional<BluetoothAudioDevice> audioDevice(const Interfaces& interfaces) {
     }
     BluetoothAudioDevice result;
     result.address = address;
+    result.icon = text(*device, QStringLiteral("Icon"));
     // BlueZ makes up an alias from the address for a device that has no name.
     const QString alias = text(*device, QStringLiteral("Alias"));
     const QString name = text(*device, QStringLiteral("Name"));
@@ -134,7 +137,8 @@ void BluetoothMonitor::propertiesChanged(const QDBusMessage& message) {
         interface == batteryInterface ||
         (interface == deviceInterface &&
          (changed.contains(QStringLiteral("Connected")) || changed.contains(QStringLiteral("Class")) ||
-          changed.contains(QStringLiteral("Alias")) || changed.contains(QStringLiteral("Name"))));
+          changed.contains(QStringLiteral("Alias")) || changed.contains(QStringLiteral("Name")) ||
+          changed.contains(QStringLiteral("Icon"))));
     if (relevant) {
         refresh(true);
     }

@@ -23,6 +23,9 @@ QJsonObject devicesJson(const BatteryMonitor& battery, const BluetoothMonitor& b
     QJsonArray devices;
     for (const BluetoothAudioDevice& device : bluetooth.connected()) {
         QJsonObject entry{{QStringLiteral("name"), device.name}, {QStringLiteral("address"), device.address}};
+        if (!device.icon.isEmpty()) {
+            entry.insert(QStringLiteral("icon"), device.icon);
+        }
         if (device.batterySingle) {
             entry.insert(QStringLiteral("battery"), *device.batterySingle);
         }

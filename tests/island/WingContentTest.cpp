@@ -99,7 +99,10 @@ TEST(WingContent, LevelsAndBatteryColours) {
 TEST(WingContent, BluetoothShowsARingWhenABatteryIsKnownElseACheck) {
     BluetoothAudioDevice device;
     device.name = QStringLiteral("My AirPods Pro");
+    device.icon = QStringLiteral("audio-headphones");
     EXPECT_NE(wingsOf(TransientActivity::bluetooth(device)).right.kind, Kind::batteryRing);
+    EXPECT_EQ(wingsOf(TransientActivity::bluetooth(device)).left.toVariantMap().value(QStringLiteral("icon")),
+              device.icon);
     device.batteryLeft = 70;
     device.batteryRight = 40;
     WingContent wings = wingsOf(TransientActivity::bluetooth(device));

@@ -84,6 +84,62 @@ TEST_F(BluetoothMonitorTest, ANamelessDeviceIsABluetoothDevice) {
     EXPECT_EQ(announced.front().name, QStringLiteral("Bluetooth device"));
 }
 
+// What BlueZ says of one connected headset, values of the wrong type among it, and what is listed.
+struct DeviceCase {
+    const char* name;
+    QVariantMap device;  // Device1 properties over a headset named "Buds"
+    QVariantMap battery; // Battery1, when there is one
+    const char* shown;   // the name listed, or null when it is not listed
+    std::optional<int> percent;
+    const char* icon = "";
+};
+
+class BlueZValues : public BluetoothMonitorTest, public testing::WithParamInterface<DeviceCase> {};
+
+TEST_P(BlueZValues, CountAsMissingWhenOfTheWrongType) {
+    const DeviceCase& row = GetParam();
+    monitor.start();
+    const QString path = add("11:22:33:44:55:66", QStringLiteral("Buds"), headsetClass);
+    if (!row.battery.isEmpty()) {
+        ASSERT_TRUE(services.mock(bluez, path, QStringLiteral("AddProperties"),
+                                  {QStringLiteral("org.bluez.Battery1"), row.battery}));
+    }
+    QVariantMap device{{QStringLiteral("Connected"), true}};
+    device.insert(row.device);
+    update(path, device);
+    // A plain headset connected after it: once it is listed, the first was seen too.
+    setConnected(add("aa:bb:cc:dd:ee:ff", QStringLiteral("Other"), headsetClass), true);
+    ASSERT_TRUE(
+        waitUntil([&] { return monitor.connectedDevice(QStringLiteral("aa:bb:cc:dd:ee:ff")).has_value(); }));
+    const auto listed = monitor.connectedDevice(QStringLiteral("11:22:33:44:55:66"));
+    ASSERT_EQ(listed.has_value(), row.shown != nullptr);
+    if (listed) {
+        EXPECT_EQ(listed->name, QLatin1String(row.shown));
+        EXPECT_EQ(listed->batterySingle, row.percent);
+        EXPECT_EQ(listed->icon, QLatin1String(row.icon));
+    }
+}
+
+QVariantMap values(const char* key, const QVariant& value) {
+    return {{QLatin1String(key), value}};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, BlueZValues,
+    testing::Values(
+        DeviceCase{"IconAndBattery", values("Icon", QStringLiteral("audio-headset")),
+                   values("Percentage", QVariant::fromValue(uchar(64))), "Buds", 64, "audio-headset"},
+        DeviceCase{"BatteryAsText", {}, values("Percentage", QStringLiteral("64")), "Buds", {}},
+        DeviceCase{"IconAsNumber", values("Icon", 7u), {}, "Buds", {}},
+        DeviceCase{"NamesAsNumbers",
+                   {{QStringLiteral("Name"), 7u}, {QStringLiteral("Alias"), 7u}},
+                   {},
+                   "Bluetooth device",
+                   {}},
+        DeviceCase{"ConnectedAsText", values("Connected", QStringLiteral("true")), {}, nullptr, {}},
+        DeviceCase{"ClassAsText", values("Class", QStringLiteral("2360324")), {}, nullptr, {}}),
+    [](const auto& param) { return param.param.name; });
+
 TEST_F(BluetoothMonitorTest, EmptiesWhenBlueZGoesAndFollowsItWhenItComesBack) {
     const QString path = add("11:22:33:44:55:66", QStringLiteral("Speaker"), headsetClass);
     setConnected(path, true);

@@ -26,10 +26,12 @@ TEST(DevicesControl, PrintsTheBatteryAndTheConnectedHeadset) {
     ASSERT_TRUE(services.mock(
         bluez, QStringLiteral("/"), QStringLiteral("AddDevice"),
         {QStringLiteral("hci0"), QStringLiteral("AA:BB:CC:DD:EE:FF"), QStringLiteral("Buds")}, mock));
-    ASSERT_TRUE(services.mock(
-        bluez, QStringLiteral("/org/bluez/hci0/dev_AA_BB_CC_DD_EE_FF"), QStringLiteral("UpdateProperties"),
-        {QStringLiteral("org.bluez.Device1"),
-         QVariantMap{{QStringLiteral("Class"), 0x240404u}, {QStringLiteral("Connected"), true}}}));
+    ASSERT_TRUE(services.mock(bluez, QStringLiteral("/org/bluez/hci0/dev_AA_BB_CC_DD_EE_FF"),
+                              QStringLiteral("UpdateProperties"),
+                              {QStringLiteral("org.bluez.Device1"),
+                               QVariantMap{{QStringLiteral("Class"), 0x240404u},
+                                           {QStringLiteral("Icon"), QStringLiteral("audio-headset")},
+                                           {QStringLiteral("Connected"), true}}}));
     ScopedEnvironment env;
     env.set("DBUS_SYSTEM_BUS_ADDRESS", services.address().toUtf8());
     RealApp app(false);
@@ -44,8 +46,9 @@ TEST(DevicesControl, PrintsTheBatteryAndTheConnectedHeadset) {
         },
         10000));
     EXPECT_EQ(devices.value(text("battery")).toObject().value(text("level")).toInt(), 64);
-    EXPECT_EQ(devices.value(text("bluetooth")).toArray().at(0).toObject().value(text("name")).toString(),
-              text("Buds"));
+    const QJsonObject buds = devices.value(text("bluetooth")).toArray().at(0).toObject();
+    EXPECT_EQ(buds.value(text("name")).toString(), text("Buds"));
+    EXPECT_EQ(buds.value(text("icon")).toString(), text("audio-headset"));
     EXPECT_EQ(devices.value(text("locked")), QJsonValue(false));
 
     EXPECT_EQ(app.ctl({text("sound"), text("done")}).exitCode, 0);

@@ -45,25 +45,38 @@ Item {
             color: Qt.rgba(1, 1, 1, 0.7)
             font.pixelSize: 13
         }
-        // The battery, then each connected audio device with its own.
+        // The battery, then each connected audio device with its icon and its own.
         Repeater {
             objectName: "homeDevices"
             model: {
                 const devices = home.content.devices;
                 const rows = [];
                 if (devices.battery !== undefined)
-                    rows.push((devices.charging ? "\u26a1 " : "") + qsTr("Battery %1%").arg(devices.battery));
-                for (const device of (devices.bluetooth || []))
-                    rows.push(device.battery !== undefined ? "%1 %2%".arg(device.name).arg(device.battery) : device.name);
+                    rows.push({ text: (devices.charging ? "\u26a1 " : "") + qsTr("Battery %1%").arg(devices.battery), device: false, icon: "" });
+                for (const device of (devices.bluetooth || [])) {
+                    const text = device.battery !== undefined ? "%1 %2%".arg(device.name).arg(device.battery) : device.name;
+                    rows.push({ text: text, device: true, icon: device.icon || "" });
+                }
                 return rows.slice(0, 3);
             }
-            Text {
-                required property string modelData
-                text: modelData
-                width: 120
-                elide: Text.ElideRight
-                color: Qt.rgba(1, 1, 1, 0.55)
-                font.pixelSize: 11
+            Row {
+                id: deviceRow
+                required property var modelData
+                spacing: 4
+                DeviceIcon {
+                    visible: deviceRow.modelData.device
+                    icon: deviceRow.modelData.icon
+                    color: Qt.rgba(1, 1, 1, 0.55)
+                    size: 11
+                    anchors.verticalCenter: parent.verticalCenter
+                }
+                Text {
+                    text: deviceRow.modelData.text
+                    width: deviceRow.modelData.device ? 105 : 120
+                    elide: Text.ElideRight
+                    color: Qt.rgba(1, 1, 1, 0.55)
+                    font.pixelSize: 11
+                }
             }
         }
     }

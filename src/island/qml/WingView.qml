@@ -149,12 +149,13 @@ Item {
         Item {
             width: 18
             height: 18
-            // A device's picture is its glyph; a track's is its cover.
+            // A device's picture is its theme icon or glyph; a track's is its cover.
             CoverArt { visible: !wingView.wing.symbol; size: 18; radius: 4 }
-            SymbolIcon {
+            DeviceIcon {
                 visible: !!wingView.wing.symbol
                 anchors.centerIn: parent
-                name: wingView.wing.symbol || ""
+                icon: wingView.wing.icon || ""
+                fallback: wingView.wing.symbol || ""
                 size: 16
             }
         }

@@ -173,13 +173,16 @@ TEST_F(IslandScreenshots, BatteryAndHeadsetMomentsAndTheHomeTabsDevices) {
     buds.name = text("Buds");
     buds.address = text("AA:BB:CC:DD:EE:FF");
     buds.batterySingle = 80;
+    buds.icon = text("audio-headphones");
     model.flash(TransientActivity::bluetooth(buds), 60);
     settle("transient-bluetooth");
 
-    model.setDevices({{text("battery"), 64},
-                      {text("charging"), true},
-                      {text("bluetooth"),
-                       QVariantList{QVariantMap{{text("name"), text("Buds")}, {text("battery"), 80}}}}});
+    model.setDevices(
+        {{text("battery"), 64},
+         {text("charging"), true},
+         {text("bluetooth"), QVariantList{QVariantMap{{text("name"), text("Buds")},
+                                                      {text("battery"), 80},
+                                                      {text("icon"), text("audio-headphones")}}}}});
     controller->open(NotchTab::home, true);
     ASSERT_TRUE(test::waitUntil([&] { return controller->model().isOpen(); }, 3000));
     const QImage opened = settle("home-devices");
