@@ -119,7 +119,7 @@ void RemoteLink::launch() {
     connect(ssh_.get(), &QProcess::readyReadStandardError, this, &RemoteLink::readMessages);
     connect(ssh_.get(), &QProcess::finished, this, &RemoteLink::ended);
     connect(ssh_.get(), &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart) {
+        if (error == QProcess::FailedToStart && ssh_) {
             lastMessage_ = QStringLiteral("ssh could not be started: ") + ssh_->errorString();
             ended();
         }
@@ -155,7 +155,9 @@ void RemoteLink::ended() {
     }
     readMessages();
     const int status = ssh_->exitStatus() == QProcess::NormalExit ? ssh_->exitCode() : -1;
-    ssh_.release()->deleteLater(); // its signal is still being delivered
+    QProcess* done = ssh_.release();
+    done->disconnect(this);
+    done->deleteLater(); // its signal is still being delivered
     const Timestamp now = clock_.now();
     if (!awaySince_) {
         awaySince_ = now;
