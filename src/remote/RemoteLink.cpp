@@ -3,6 +3,7 @@
 #include "base/Log.h"
 
 #include <QJsonValue>
+#include <QUuid>
 #include <algorithm>
 #include <cmath>
 
@@ -10,20 +11,8 @@ namespace mirrowisp {
 
 namespace {
 
-// What `ssh -v` says that is not news for the user: the debug lines, its banner and its
-// end-of-session statistics. The last other line is the reason a connection ended.
-bool isChatter(QStringView line) {
-    static const QLatin1StringView prefixes[] = {
-        QLatin1StringView("debug"),
-        QLatin1StringView("OpenSSH_"),
-        QLatin1StringView("Authenticated to"),
-        QLatin1StringView("Transferred:"),
-        QLatin1StringView("Bytes per second"),
-        QLatin1StringView("Warning: Permanently added"),
-    };
-    return line.isEmpty() || std::any_of(std::begin(prefixes), std::end(prefixes),
-                                         [&](QLatin1StringView prefix) { return line.startsWith(prefix); });
-}
+// What the remote command prints once the forward is in place under its real name.
+constexpr QLatin1StringView readyLine("mirrowisp-forwarding");
 
 } // namespace
 
@@ -60,29 +49,36 @@ RemoteLink::~RemoteLink() {
     server_->stop();
 }
 
-QStringList RemoteLink::sshArguments(const RemoteHost& host, const QString& localSocket) {
-    const QString remoteSocket = host.home + QStringLiteral("/.mirrowisp/bridge.sock");
-    return Ssh::arguments(host, {
-                                    // -v only for the line that says the forward is in place.
-                                    QStringLiteral("-v"),
-                                    QStringLiteral("-N"),
-                                    QStringLiteral("-n"),
-                                    QStringLiteral("-o"),
-                                    QStringLiteral("ExitOnForwardFailure=yes"),
-                                    QStringLiteral("-o"),
-                                    QStringLiteral("ServerAliveInterval=5"),
-                                    QStringLiteral("-o"),
-                                    QStringLiteral("ServerAliveCountMax=2"),
-                                    QStringLiteral("-o"),
-                                    QStringLiteral("StreamLocalBindUnlink=yes"),
-                                    QStringLiteral("-o"),
-                                    QStringLiteral("StreamLocalBindMask=0177"),
-                                    // Its own connection, never one shared through the user's master.
-                                    QStringLiteral("-o"),
-                                    QStringLiteral("ControlPath=none"),
-                                    QStringLiteral("-R"),
-                                    remoteSocket + QLatin1Char(':') + localSocket,
-                                });
+QStringList RemoteLink::sshArguments(const RemoteHost& host, const QString& localSocket,
+                                     const QString& token) {
+    const QString folder = host.home + QStringLiteral("/.mirrowisp/");
+    const QString bound = folder + QStringLiteral("bridge.") + token + QStringLiteral(".sock");
+    const QString socket = folder + QStringLiteral("bridge.sock");
+    // sshd refuses to bind over a socket file a dropped connection left behind, unless its own
+    // configuration says otherwise, which few do. So the forward binds a fresh name, and the
+    // remote command renames it over the real one: an atomic swap that also clears a stale file.
+    // The command then waits on its input, which stays open as long as this app holds the pipe.
+    const QString command = QStringLiteral("mv -f ") + Ssh::quote(bound) + QLatin1Char(' ') +
+                            Ssh::quote(socket) + QStringLiteral(" && echo ") + readyLine +
+                            QStringLiteral(" && exec cat >/dev/null");
+    return Ssh::arguments(host,
+                          {
+                              QStringLiteral("-T"),
+                              QStringLiteral("-o"),
+                              QStringLiteral("ExitOnForwardFailure=yes"),
+                              QStringLiteral("-o"),
+                              QStringLiteral("ServerAliveInterval=5"),
+                              QStringLiteral("-o"),
+                              QStringLiteral("ServerAliveCountMax=2"),
+                              QStringLiteral("-o"),
+                              QStringLiteral("StreamLocalBindMask=0177"),
+                              // Its own connection, never one shared through the user's master.
+                              QStringLiteral("-o"),
+                              QStringLiteral("ControlPath=none"),
+                              QStringLiteral("-R"),
+                              bound + QLatin1Char(':') + localSocket,
+                          })
+           << command;
 }
 
 void RemoteLink::start() {
@@ -110,12 +106,10 @@ void RemoteLink::tick(Timestamp now) {
 void RemoteLink::launch() {
     retryAt_.reset();
     retryTimer_.stop();
-    partialLine_.clear();
+    output_.clear();
     lastMessage_.clear();
-    connectedThisRun_ = false;
     ssh_ = std::make_unique<QProcess>();
-    ssh_->setProcessChannelMode(QProcess::SeparateChannels);
-    ssh_->setStandardOutputFile(QProcess::nullDevice());
+    connect(ssh_.get(), &QProcess::readyReadStandardOutput, this, &RemoteLink::readOutput);
     connect(ssh_.get(), &QProcess::readyReadStandardError, this, &RemoteLink::readMessages);
     connect(ssh_.get(), &QProcess::finished, this, &RemoteLink::ended);
     connect(ssh_.get(), &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
@@ -124,24 +118,28 @@ void RemoteLink::launch() {
             ended();
         }
     });
-    ssh_->start(QStringLiteral("ssh"), sshArguments(host_, localSocket_));
+    const QByteArray token = QUuid::createUuid().toRfc4122().toHex().left(16);
+    ssh_->start(QStringLiteral("ssh"), sshArguments(host_, localSocket_, QString::fromLatin1(token)));
+}
+
+void RemoteLink::readOutput() {
+    output_ += ssh_->readAllStandardOutput();
+    if (state_ != RemoteLinkState::connected &&
+        output_.contains(QByteArray(readyLine.data(), readyLine.size()))) {
+        everConnected_ = true;
+        backoff_.connected(clock_.now());
+        awaySince_.reset();
+        setState(RemoteLinkState::connected);
+    }
+    output_ = output_.right(readyLine.size()); // nothing else is expected; keep only a split marker's start
 }
 
 void RemoteLink::readMessages() {
-    partialLine_ += ssh_->readAllStandardError();
-    qsizetype newline = 0;
-    while ((newline = partialLine_.indexOf('\n')) >= 0) {
-        const QString line = QString::fromUtf8(partialLine_.left(newline)).trimmed();
-        partialLine_.remove(0, newline + 1);
-        if (line.startsWith(QLatin1StringView("debug")) &&
-            line.contains(QLatin1StringView("remote forward success"))) {
-            connectedThisRun_ = true;
-            everConnected_ = true;
-            backoff_.connected(clock_.now());
-            awaySince_.reset();
-            setState(RemoteLinkState::connected);
-        } else if (!isChatter(line)) {
-            lastMessage_ = line;
+    // The last line ssh (or the remote command) wrote is why the connection ended.
+    const QList<QByteArray> lines = ssh_->readAllStandardError().split('\n');
+    for (const QByteArray& line : lines) {
+        if (const QString text = QString::fromUtf8(line).trimmed(); !text.isEmpty()) {
+            lastMessage_ = text;
         }
     }
 }

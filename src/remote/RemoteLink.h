@@ -18,7 +18,7 @@ enum class RemoteLinkState { connecting, connected, reconnecting, failed };
 
 QString remoteLinkStateName(RemoteLinkState state);
 
-// The connection to one remote host: a local socket of the host's own, and an `ssh -N` child that
+// The connection to one remote host: a local socket of the host's own, and an `ssh` child that
 // forwards the host's ~/.mirrowisp/bridge.sock to it. Every request accepted on that socket is
 // stamped with the host, whatever the remote side sends. A connection that ends is tried again
 // after a backoff; `failed` means it never came up since the link started, `reconnecting` that it
@@ -47,14 +47,15 @@ public:
     // {"state", "reason" (when there is one), "retryIn" (seconds, while waiting)}.
     QJsonObject toJson(Timestamp now) const;
 
-    // The arguments of the `ssh` that holds the connection.
-    static QStringList sshArguments(const RemoteHost& host, const QString& localSocket);
+    // The arguments of the `ssh` that holds the connection; `token` names the attempt's fresh socket.
+    static QStringList sshArguments(const RemoteHost& host, const QString& localSocket, const QString& token);
 
 Q_SIGNALS:
     void stateChanged();
 
 private:
     void launch();
+    void readOutput();
     void readMessages();
     void ended();
     void setState(RemoteLinkState state, const QString& reason = {});
@@ -65,10 +66,9 @@ private:
     const Clock& clock_;
     std::unique_ptr<BridgeServer> server_;
     std::unique_ptr<QProcess> ssh_;
-    QByteArray partialLine_;
+    QByteArray output_;
     QString lastMessage_;
     bool everConnected_ = false;
-    bool connectedThisRun_ = false;
     RemoteLinkState state_ = RemoteLinkState::connecting;
     QString reason_;
     Backoff backoff_;

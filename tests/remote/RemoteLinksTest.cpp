@@ -90,6 +90,10 @@ TEST_F(RemoteLinksTest, ARemoteRequestIsAnsweredHereAndSurvivesADrop) {
     ASSERT_TRUE(reaches(RemoteLinkState::connected))
         << links.state(SshServer::host())[u"reason"_s].toString().toStdString();
 
+    const QFileInfo remoteSocket(server.remoteHome() + u"/.mirrowisp/bridge.sock"_s);
+    EXPECT_EQ(remoteSocket.permissions() & 0x0777, QFile::ReadUser | QFile::WriteUser) << "the user's alone";
+    EXPECT_EQ(QDir(remoteSocket.path()).entryList(QDir::System).size(), 1) << "no attempt's name is left";
+
     auto tool = remoteTool(server, permissionRequest(u"r1"_s));
     AgentSession* session = nullptr;
     ASSERT_TRUE(waitUntil(
