@@ -142,7 +142,7 @@ QString jumpAndWait(const TerminalJumper::Target& target, const RemoteHost& host
         const auto ssh = TerminalDrivers::findTool(QStringLiteral("ssh"), tools);
         if (ssh && ProcessRunner::run(*ssh, *arguments, tools.timeoutSeconds).exitStatus == 0 &&
             outcome.isEmpty()) {
-            outcome = QStringLiteral("remote-tmux");
+            outcome = QStringLiteral("remote-pane");
         }
     }
     if (outcome.isEmpty()) {

@@ -33,7 +33,7 @@ TerminalJumper::Target clientTarget(qint32 pid, const TerminalJumper::Target& re
 std::optional<QStringList> tmuxArguments(const RemoteHost& host, const ProcessContext& context);
 
 // The whole jump where it is called (blocks on tools: never on the main thread). "remote-" and
-// the local driver, "remote-tmux" when only the pane was reached, or what activation gave.
+// the local driver, "remote-pane" when only the pane was reached, or what activation gave.
 QString jumpAndWait(const TerminalJumper::Target& target, const RemoteHost& host,
                     const TerminalDrivers::Tools& tools, const TerminalJumper::Activate& activate);
 

@@ -1,5 +1,6 @@
 #include "remote/RemoteJump.h"
 
+#include "support/SshServer.h"
 #include "support/TestSupport.h"
 
 #include <QDir>
@@ -96,5 +97,36 @@ INSTANTIATE_TEST_SUITE_P(
             "HostileValues", u"%1'; touch /tmp/x; '"_s, u"$(id),1,0"_s,
             u"-S\n$(id)\nselect-window\n-t\n%1'; touch /tmp/x; '\n;\nselect-pane\n-t\n%1'; touch /tmp/x; '\n"_s}),
     [](const auto& row) { return std::string(row.param.name); });
+
+// An agent in a tmux pane on the host: the jump selects its window and pane there through ssh.
+TEST(RemoteJump, SelectsTheAgentsPaneOnTheHost) {
+    SshServer server;
+    ASSERT_TRUE(server.start()) << server.error().toStdString();
+    QTemporaryDir dir;
+    const QString socket = dir.filePath(u"tmux.sock"_s);
+    auto tmux = [&](const QStringList& words) {
+        QProcess process;
+        process.start(u"tmux"_s, QStringList{u"-S"_s, socket, u"-f"_s, u"/dev/null"_s} + words);
+        process.waitForFinished(10000);
+        return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+    };
+    tmux({u"new-session"_s, u"-d"_s, u"-s"_s, u"agents"_s});
+    const QString pane =
+        tmux({u"new-window"_s, u"-d"_s, u"-P"_s, u"-F"_s, u"#{pane_id}"_s, u"-t"_s, u"agents"_s});
+    ASSERT_TRUE(pane.startsWith(u'%'));
+    ASSERT_NE(tmux({u"display-message"_s, u"-p"_s, u"-t"_s, u"agents"_s, u"#{pane_id}"_s}), pane);
+
+    TerminalJumper::Target target;
+    target.host = SshServer::host();
+    target.context.tmuxPane = pane;
+    target.context.environment = QMap<QString, QString>{{u"TMUX"_s, socket + u",1,0"_s}};
+    TerminalDrivers::Tools tools;
+    tools.path = server.binDir() + u":/usr/bin:/bin"_s;
+    const RemoteHost host{SshServer::host(), std::nullopt, {}, server.remoteHome(), {}};
+    const QString outcome = RemoteJump::jumpAndWait(target, host, tools, {});
+    EXPECT_TRUE(outcome.startsWith(u"remote-"_s)) << outcome.toStdString();
+    EXPECT_EQ(tmux({u"display-message"_s, u"-p"_s, u"-t"_s, u"agents"_s, u"#{pane_id}"_s}), pane);
+    tmux({u"kill-server"_s});
+}
 
 } // namespace
