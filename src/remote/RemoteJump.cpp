@@ -129,27 +129,27 @@ std::optional<QStringList> tmuxArguments(const RemoteHost& host, const ProcessCo
 
 QString jumpAndWait(const TerminalJumper::Target& target, const RemoteHost& host,
                     const TerminalDrivers::Tools& tools, const TerminalJumper::Activate& activate) {
-    QString outcome;
+    std::optional<QString> local;
     if (const auto client =
             findClient(host, static_cast<qint32>(QCoreApplication::applicationPid()), tools.procRoot)) {
-        const TerminalJumper::Target local = clientTarget(*client, target, tools.procRoot);
-        outcome = TerminalJumper::jumpAndWait(local, tools, activate);
-        if (outcome != QLatin1StringView("none")) {
-            outcome.prepend(QStringLiteral("remote-"));
+        const QString reached =
+            TerminalJumper::jumpAndWait(clientTarget(*client, target, tools.procRoot), tools, activate);
+        if (reached != QLatin1StringView("none")) {
+            local = QStringLiteral("remote-") + reached;
         }
     }
+    bool paneSelected = false;
     if (const auto arguments = tmuxArguments(host, target.context)) {
         const auto ssh = TerminalDrivers::findTool(QStringLiteral("ssh"), tools);
-        if (ssh && ProcessRunner::run(*ssh, *arguments, tools.timeoutSeconds).exitStatus == 0 &&
-            outcome.isEmpty()) {
-            outcome = QStringLiteral("remote-pane");
-        }
+        paneSelected = ssh && ProcessRunner::run(*ssh, *arguments, tools.timeoutSeconds).exitStatus == 0;
     }
-    if (outcome.isEmpty()) {
-        outcome =
-            activate && activate(target.appID, target) ? QStringLiteral("activated") : QStringLiteral("none");
+    if (local) {
+        return *local;
     }
-    return outcome;
+    if (paneSelected) {
+        return QStringLiteral("remote-pane");
+    }
+    return activate && activate(target.appID, target) ? QStringLiteral("activated") : QStringLiteral("none");
 }
 
 void jump(const AgentSession& session, const RemoteHost& host, TerminalJumper::Done done) {

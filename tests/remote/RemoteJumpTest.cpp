@@ -122,9 +122,10 @@ TEST(RemoteJump, SelectsTheAgentsPaneOnTheHost) {
     target.context.environment = QMap<QString, QString>{{u"TMUX"_s, socket + u",1,0"_s}};
     TerminalDrivers::Tools tools;
     tools.path = server.binDir() + u":/usr/bin:/bin"_s;
+    tools.procRoot = dir.path(); // no local ssh client: other tests' ones are not this terminal's
     const RemoteHost host{SshServer::host(), std::nullopt, {}, server.remoteHome(), {}};
     const QString outcome = RemoteJump::jumpAndWait(target, host, tools, {});
-    EXPECT_TRUE(outcome.startsWith(u"remote-"_s)) << outcome.toStdString();
+    EXPECT_EQ(outcome, u"remote-pane"_s);
     EXPECT_EQ(tmux({u"display-message"_s, u"-p"_s, u"-t"_s, u"agents"_s, u"#{pane_id}"_s}), pane);
     tmux({u"kill-server"_s});
 }
