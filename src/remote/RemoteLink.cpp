@@ -51,16 +51,24 @@ RemoteLink::~RemoteLink() {
 
 QStringList RemoteLink::sshArguments(const RemoteHost& host, const QString& localSocket,
                                      const QString& token) {
-    const QString folder = host.home + QStringLiteral("/.mirrowisp/");
-    const QString bound = folder + QStringLiteral("bridge.") + token + QStringLiteral(".sock");
-    const QString socket = folder + QStringLiteral("bridge.sock");
+    const QString folder = host.home + QStringLiteral("/.mirrowisp");
+    const QString bound = folder + QStringLiteral("/bridge.") + token + QStringLiteral(".sock");
+    const QString socket = folder + QStringLiteral("/bridge.sock");
     // sshd refuses to bind over a socket file a dropped connection left behind, unless its own
     // configuration says otherwise, which few do. So the forward binds a fresh name, and the
     // remote command renames it over the real one: an atomic swap that also clears a stale file.
-    // The command then waits on its input, which stays open as long as this app holds the pipe.
-    const QString command = QStringLiteral("mv -f ") + Ssh::quote(bound) + QLatin1Char(' ') +
-                            Ssh::quote(socket) + QStringLiteral(" && echo ") + readyLine +
-                            QStringLiteral(" && exec cat >/dev/null");
+    // A folder that others may write to, or that is not the user's, could hand the agents'
+    // requests to someone else: then nothing is put in place. The command then waits on its
+    // input, which stays open while this app holds the pipe, and ends with it if the app dies.
+    // It runs under sh whatever the user's login shell is.
+    const QString script =
+        QStringLiteral("d=") + Ssh::quote(folder) +
+        QStringLiteral(
+            "; if [ -n \"$(find \"$d\" -maxdepth 0 -perm -020 -o -perm -002 -o ! -user \"$(id -u)\")\" ]; "
+            "then echo \"$d may be written by other users: not forwarding there\" >&2; exit 1; fi; mv -f ") +
+        Ssh::quote(bound) + QLatin1Char(' ') + Ssh::quote(socket) + QStringLiteral(" && echo ") + readyLine +
+        QStringLiteral(" && exec cat >/dev/null");
+    const QString command = QStringLiteral("exec sh -c ") + Ssh::quote(script);
     return Ssh::arguments(host,
                           {
                               QStringLiteral("-T"),

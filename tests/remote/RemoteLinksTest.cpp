@@ -147,6 +147,7 @@ struct BadHost {
     QString destination;
     QString home;
     const char* reason;
+    bool openToOthers = false; // `home` is made under the remote home with a world-writable folder
 };
 
 class RemoteLinksBadHost : public RemoteLinksTest, public testing::WithParamInterface<BadHost> {};
@@ -154,6 +155,11 @@ class RemoteLinksBadHost : public RemoteLinksTest, public testing::WithParamInte
 TEST_P(RemoteLinksBadHost, FailsWithOneClearReason) {
     const BadHost& bad = GetParam();
     RemoteHost remote = host(bad.home);
+    if (bad.openToOthers) {
+        remote.home = server.remoteHome() + bad.home;
+        QDir().mkpath(remote.home + u"/.mirrowisp"_s);
+        QFile::setPermissions(remote.home + u"/.mirrowisp"_s, QFileDevice::Permissions(0x7777));
+    }
     remote.destination = bad.destination;
     links.setHosts({remote});
     ASSERT_TRUE(
@@ -167,6 +173,7 @@ TEST_P(RemoteLinksBadHost, FailsWithOneClearReason) {
 INSTANTIATE_TEST_SUITE_P(
     Hosts, RemoteLinksBadHost,
     testing::Values(BadHost{"NoFolderForTheSocket", SshServer::host(), u"/missing"_s, "forwarding failed"},
+                    BadHost{"FolderOpenToOthers", SshServer::host(), u"/open"_s, "other users", true},
                     BadHost{"HomeNotKnown", SshServer::host(), u"relative"_s, "not known"},
                     BadHost{"NoSuchHost", u"nowhere.invalid"_s, u"/tmp"_s, "nowhere.invalid"}),
     [](const auto& row) { return std::string(row.param.name); });
