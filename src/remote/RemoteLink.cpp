@@ -80,9 +80,14 @@ QStringList RemoteLink::sshArguments(const RemoteHost& host, const QString& loca
                               QStringLiteral("ServerAliveCountMax=2"),
                               QStringLiteral("-o"),
                               QStringLiteral("StreamLocalBindMask=0177"),
-                              // Its own connection, never one shared through the user's master.
+                              // Its own connection, never one shared through the user's master,
+                              // and our command, not one the user's configuration names.
                               QStringLiteral("-o"),
                               QStringLiteral("ControlPath=none"),
+                              QStringLiteral("-o"),
+                              QStringLiteral("RemoteCommand=none"),
+                              QStringLiteral("-o"),
+                              QStringLiteral("PermitLocalCommand=no"),
                               QStringLiteral("-R"),
                               bound + QLatin1Char(':') + localSocket,
                           })
