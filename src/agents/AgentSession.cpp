@@ -5,13 +5,17 @@
 namespace mirrowisp {
 
 AgentSession::AgentSession(AgentKind agent, QString sessionID, Timestamp now, QObject* parent)
-    : QObject(parent), id_(makeID(agent, sessionID)), agent_(agent), sessionID_(std::move(sessionID)),
-      startedAt_(now), updatedAt_(now) {}
+    : AgentSession(agent, std::move(sessionID), QString(), now, parent) {}
+
+AgentSession::AgentSession(AgentKind agent, QString sessionID, QString host, Timestamp now, QObject* parent)
+    : QObject(parent), id_(makeID(agent, sessionID, host)), agent_(agent), sessionID_(std::move(sessionID)),
+      host_(std::move(host)), startedAt_(now), updatedAt_(now) {}
 
 AgentSession::~AgentSession() = default;
 
-QString AgentSession::makeID(AgentKind agent, const QString& sessionID) {
-    return AgentKinds::rawValue(agent) + QLatin1Char(':') + sessionID;
+QString AgentSession::makeID(AgentKind agent, const QString& sessionID, const QString& host) {
+    const QString local = AgentKinds::rawValue(agent) + QLatin1Char(':') + sessionID;
+    return host.isEmpty() ? local : local + QLatin1Char('@') + host;
 }
 
 template <typename T, typename Signal> void AgentSession::assign(T& member, const T& value, Signal changed) {

@@ -18,6 +18,7 @@ class AgentSession : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString id READ id CONSTANT)
     Q_PROPERTY(QString sessionID READ sessionID CONSTANT)
+    Q_PROPERTY(QString host READ host CONSTANT)
     Q_PROPERTY(QString cwd READ cwd NOTIFY cwdChanged)
     Q_PROPERTY(QString projectName READ projectName NOTIFY cwdChanged)
     Q_PROPERTY(bool needsUser READ needsUser NOTIFY needsUserChanged)
@@ -26,14 +27,21 @@ class AgentSession : public QObject {
 
 public:
     AgentSession(AgentKind agent, QString sessionID, Timestamp now, QObject* parent = nullptr);
+    // A session of an agent on a remote host (empty: this machine).
+    AgentSession(AgentKind agent, QString sessionID, QString host, Timestamp now, QObject* parent = nullptr);
     ~AgentSession() override;
 
     // The agent's raw value, ":" and its session id: one session id under two agents is two sessions.
-    static QString makeID(AgentKind agent, const QString& sessionID);
+    // A remote session's id ends in "@" and its host, so no host can reach another's sessions.
+    static QString makeID(AgentKind agent, const QString& sessionID, const QString& host = {});
 
     const QString& id() const { return id_; }
     AgentKind agent() const { return agent_; }
     const QString& sessionID() const { return sessionID_; }
+    // The remote host the agent runs on, as the app knows it (a destination such as "ann@box");
+    // empty on this machine. Its process ids and paths belong to that host.
+    const QString& host() const { return host_; }
+    bool isRemote() const { return !host_.isEmpty(); }
 
     const QString& cwd() const { return cwd_; }
     // Keeps the last known directory: an empty value never replaces it.
@@ -100,6 +108,7 @@ private:
     const QString id_;
     const AgentKind agent_;
     const QString sessionID_;
+    const QString host_;
     QString cwd_;
     std::optional<QString> transcriptPath_;
     ProcessContext context_;

@@ -137,7 +137,7 @@ void AgentStore::handle(const std::shared_ptr<BridgeConnection>& connection,
         // An event from Codex proves that it runs our hooks.
         setCodexHookStatus(CodexHookStatus::ready);
     }
-    AgentSession& session = sessionFor(request.agent, *sessionID, payload, request.context, *event);
+    AgentSession& session = sessionFor(request, *sessionID, payload, *event);
     session.setUpdatedAt(clock_.now());
     if (const auto model = json::string(payload, QLatin1StringView("model"))) {
         session.setModel(model);
@@ -145,10 +145,12 @@ void AgentStore::handle(const std::shared_ptr<BridgeConnection>& connection,
     applyRow(*event, session, payload, connection);
 }
 
-AgentSession& AgentStore::sessionFor(AgentKind agent, const QString& sessionID, const QJsonObject& payload,
-                                     const ProcessContext& context, const QString& eventName) {
+AgentSession& AgentStore::sessionFor(const BridgeRequest& request, const QString& sessionID,
+                                     const QJsonObject& payload, const QString& eventName) {
+    const AgentKind agent = request.agent;
+    const ProcessContext& context = request.context;
     const QString cwd = json::string(payload, QLatin1StringView("cwd")).value_or(QString());
-    const QString key = AgentSession::makeID(agent, sessionID);
+    const QString key = AgentSession::makeID(agent, sessionID, request.host);
     AgentSession* session = findSession(key);
     if (session != nullptr) {
         session->setCwd(cwd);
@@ -158,7 +160,7 @@ AgentSession& AgentStore::sessionFor(AgentKind agent, const QString& sessionID, 
         }
     } else {
         const Timestamp now = clock_.now();
-        sessions_.emplace_back(new AgentSession(agent, sessionID, now));
+        sessions_.emplace_back(new AgentSession(agent, sessionID, request.host, now));
         session = sessions_.back().get();
         session->setCwd(cwd);
         session->setContext(context);
@@ -167,7 +169,9 @@ AgentSession& AgentStore::sessionFor(AgentKind agent, const QString& sessionID, 
     if (const auto path = json::string(payload, QLatin1StringView("transcript_path"))) {
         const bool hadPath = session->transcriptPath().has_value();
         session->setTranscriptPath(path);
-        if (!hadPath && !session->lastPrompt() && eventName != QLatin1StringView("UserPromptSubmit")) {
+        // A remote transcript lies on its host: a local file of that name is not it.
+        if (!hadPath && !session->lastPrompt() && !session->isRemote() &&
+            eventName != QLatin1StringView("UserPromptSubmit")) {
             backfillPrompt(*session, *path);
         }
     }

@@ -124,6 +124,9 @@ public:
     AgentSession* attentionSession() const;
     void cleanup(Timestamp now);
     void reconcileQuietSessions(Timestamp now);
+    // A remote host's connection went away at `since`, or (nullopt) is back. The sessions of a host
+    // away longer than the cleanup period end at the next cleanup, as a local one whose process died.
+    void setHostAway(const QString& host, std::optional<Timestamp> since);
     // Where the Codex hook trust state comes from (the installer's reading of config.toml).
     void setCodexStatusSource(std::function<CodexHookStatus()> source) {
         codexStatusSource_ = std::move(source);
@@ -150,8 +153,8 @@ Q_SIGNALS:
     void sampleRequestAnswered(const QString& decisionID);
 
 private:
-    AgentSession& sessionFor(AgentKind agent, const QString& sessionID, const QJsonObject& payload,
-                             const ProcessContext& context, const QString& eventName);
+    AgentSession& sessionFor(const BridgeRequest& request, const QString& sessionID,
+                             const QJsonObject& payload, const QString& eventName);
     void applyRow(const QString& event, AgentSession& session, const QJsonObject& payload,
                   const std::shared_ptr<BridgeConnection>& connection);
     void applyPostTool(AgentSession& session, const QJsonObject& payload);
@@ -179,6 +182,7 @@ private:
     std::unique_ptr<class QTimer> reconcileTimer_;
     DecisionLog* decisionLog_ = nullptr;
     QHash<AgentKind, double> hookTimeouts_;
+    QHash<QString, Timestamp> hostsAway_;
     HookTimings hookTimings_;
 };
 

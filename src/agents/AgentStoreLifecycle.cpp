@@ -79,8 +79,14 @@ void AgentStore::cleanup(Timestamp now) {
         if (!session.pending().empty()) {
             return false; // an open decision keeps its session
         }
-        const auto pid = session.context().agentPID;
-        const bool gone = pid && processIsGone(*pid);
+        bool gone = false;
+        if (session.isRemote()) {
+            // Its process ids name processes on that host: never look them up, nor signal them here.
+            const auto away = hostsAway_.constFind(session.host());
+            gone = away != hostsAway_.constEnd() && now - *away > cleanupInterval;
+        } else if (const auto pid = session.context().agentPID) {
+            gone = processIsGone(*pid);
+        }
         switch (session.status().kind) {
         case AgentStatus::Case::ended:
             return now - session.updatedAt() > endedRemoval;
@@ -102,10 +108,19 @@ void AgentStore::cleanup(Timestamp now) {
     refreshCodexApproval();
 }
 
+void AgentStore::setHostAway(const QString& host, std::optional<Timestamp> since) {
+    if (!since) {
+        hostsAway_.remove(host);
+    } else if (!hostsAway_.contains(host)) {
+        hostsAway_.insert(host, *since); // the first moment counts, not the latest failed retry
+    }
+}
+
 void AgentStore::reconcileQuietSessions(Timestamp now) {
     for (const auto& owned : sessions_) {
         AgentSession& session = *owned;
-        if (!session.status().isWorking() || !session.pending().empty() ||
+        // A remote transcript lies on its host; a local file of that name is not it.
+        if (session.isRemote() || !session.status().isWorking() || !session.pending().empty() ||
             now - session.updatedAt() <= quietThreshold || !session.transcriptPath()) {
             continue;
         }

@@ -85,6 +85,9 @@ void AppModel::start() {
 }
 
 void AppModel::stop() {
+    if (remoteLinks_) {
+        remoteLinks_->setHosts({}); // ends the ssh connections and removes their sockets
+    }
     if (bridge_) {
         bridge_->stop();
     }
@@ -113,6 +116,16 @@ void AppModel::startBridge() {
             connection->reply();
         }
     });
+    remoteLinks_ = std::make_unique<RemoteLinks>(
+        [weak](const std::shared_ptr<BridgeConnection>& connection) {
+            if (weak) {
+                weak->route(connection);
+            } else {
+                connection->reply();
+            }
+        },
+        clock_);
+    remoteLinks_->reportTo(agents_);
     if (auto error = bridge_->start()) {
         bridgeError_ = QStringLiteral("Could not open the agent socket: ") + error->description;
         logLine(QStringLiteral("Mirrowisp: ") + *bridgeError_);

@@ -4,6 +4,7 @@
 #include "app/TransientActivity.h"
 #include "bridge/BridgeServer.h"
 #include "media/NowPlayingTrack.h"
+#include "remote/RemoteLinks.h"
 #include "shelf/ShelfStore.h"
 #include "system/BatteryMonitor.h"
 #include "usage/UsageTracker.h"
@@ -62,6 +63,9 @@ public:
     const std::optional<QString>& bridgeError() const { return bridgeError_; }
     QString bridgeErrorText() const { return bridgeError_.value_or(QString()); }
     BridgeServer* bridge() const { return bridge_.get(); }
+    // The connections to remote hosts; their requests are routed like local ones. None until
+    // `start`; the hosts come from whoever keeps the list (`setHosts`).
+    RemoteLinks* remoteLinks() const { return remoteLinks_.get(); }
     AgentStore& agents() { return agents_; }
     Preferences& prefs() { return prefs_; }
     UserDefaults& defaults() { return defaults_; }
@@ -185,6 +189,7 @@ private:
     UsageTracker usage_;
     std::unique_ptr<ShelfStore> shelf_;
     std::unique_ptr<BridgeServer> bridge_;
+    std::unique_ptr<RemoteLinks> remoteLinks_;
     std::optional<QString> bridgeError_;
     std::optional<TransientActivity> transient_;
     qint64 transientID_ = 0;

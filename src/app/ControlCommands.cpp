@@ -78,6 +78,9 @@ QJsonObject sessionJson(const AgentSession& session) {
     if (session.status().kind == AgentStatus::Case::runningTool) {
         object.insert(QStringLiteral("tool"), session.status().tool);
     }
+    if (session.isRemote()) {
+        object.insert(QStringLiteral("host"), session.host());
+    }
     QJsonArray pending;
     for (const auto& decision : session.pending()) {
         pending.append(decisionJson(*decision));

@@ -21,6 +21,7 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
+#include "remote/RemoteJump.h"
 #include "system/BluetoothMonitor.h"
 #include "system/DevicesJson.h"
 #include "system/LockStateObserver.h"
@@ -422,8 +423,16 @@ int runMirrowisp(int argc, char** argv) {
     if (gui) {
         HudLevelsModel::setShared(&systemControls->hud());
         HomeWidgetsViewModel::setShared(&model);
-        island = std::make_unique<IslandShell>(
-            model, [](const AgentSession& session) { DesktopJump::jump(session); });
+        island = std::make_unique<IslandShell>(model, [&model](const AgentSession& session) {
+            // A remote agent's process and panes are on its host: that jump goes through ssh.
+            if (const auto host = model.remoteLinks() != nullptr && session.isRemote()
+                                      ? model.remoteLinks()->host(session.host())
+                                      : std::nullopt) {
+                RemoteJump::jump(session, *host);
+            } else {
+                DesktopJump::jump(session);
+            }
+        });
         island->start();
         front = std::make_unique<FrontDoor>(
             SettingsServices{model, connectionPass, isInstalled, SystemClock::shared()});

@@ -25,10 +25,10 @@ bool wouldBlock(int error) {
 }
 } // namespace
 
-BridgeLoop::BridgeLoop(int listenFD, Deliver deliver, BridgeTimeouts timeouts)
+BridgeLoop::BridgeLoop(int listenFD, Deliver deliver, BridgeTimeouts timeouts, QString host)
     : listenFD_(listenFD), epollFD_(::epoll_create1(EPOLL_CLOEXEC)),
       wakeFD_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), deliver_(std::move(deliver)), timeouts_(timeouts),
-      chunk_(BridgeProtocol::chunkBytes, '\0') {
+      host_(std::move(host)), chunk_(BridgeProtocol::chunkBytes, '\0') {
     if (!isValid()) {
         return;
     }
@@ -201,6 +201,7 @@ void BridgeLoop::readClient(quint64 tag) {
         dropReader(tag);
         return;
     }
+    request->host = host_;
     const int fd = reader.fd;
     ::epoll_ctl(epollFD_, EPOLL_CTL_DEL, fd, nullptr);
     readerBytes_ -= reader.line.size();

@@ -22,7 +22,8 @@ class BridgeLoop final : public PeerWatchOwner, public std::enable_shared_from_t
 public:
     using Deliver = std::function<void(std::shared_ptr<BridgeConnection>)>;
 
-    BridgeLoop(int listenFD, Deliver deliver, BridgeTimeouts timeouts = {});
+    // `host` is stamped on every request read here (see BridgeRequest::host).
+    BridgeLoop(int listenFD, Deliver deliver, BridgeTimeouts timeouts = {}, QString host = {});
     ~BridgeLoop() override;
     BridgeLoop(const BridgeLoop&) = delete;
     BridgeLoop& operator=(const BridgeLoop&) = delete;
@@ -77,6 +78,7 @@ private:
     int wakeFD_ = -1;
     Deliver deliver_;
     BridgeTimeouts timeouts_;
+    QString host_;
     std::atomic<bool> stopListening_{false};
     std::atomic<bool> listening_{true};
     std::atomic<bool> exit_{false};

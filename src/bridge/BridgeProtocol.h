@@ -40,6 +40,9 @@ struct BridgeRequest {
     ProcessContext context;
     // When the tool started, in seconds since the epoch by its clock; older tools leave it out.
     std::optional<double> startedAt = std::nullopt;
+    // The remote host whose forwarded socket carried the request; empty for this machine. The
+    // server stamps it from the socket that accepted the client: nothing the client sends sets it.
+    QString host = {};
 
     bool operator==(const BridgeRequest&) const = default;
 };

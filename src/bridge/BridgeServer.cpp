@@ -5,6 +5,7 @@
 #include "bridge/BridgeLoop.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -73,9 +74,9 @@ struct BridgeServer::Inbox {
     }
 };
 
-BridgeServer::BridgeServer(RequestHandler onRequest, BridgeTimeouts timeouts)
+BridgeServer::BridgeServer(RequestHandler onRequest, BridgeTimeouts timeouts, BridgeEndpoint endpoint)
     : onRequest_(std::make_shared<RequestHandler>(std::move(onRequest))), timeouts_(timeouts),
-      inbox_(std::make_shared<Inbox>()) {}
+      endpoint_(std::move(endpoint)), inbox_(std::make_shared<Inbox>()) {}
 
 BridgeServer::~BridgeServer() {
     onRequest_.reset(); // requests still queued for the main thread are dropped, closing their sockets
@@ -86,8 +87,9 @@ BridgeServer::~BridgeServer() {
 }
 
 std::optional<BridgeError> BridgeServer::start() {
-    const QString directory = BridgeProtocol::supportDirectory();
-    socketPath_ = BridgeProtocol::socketPath();
+    socketPath_ = endpoint_.socketPath.isEmpty() ? BridgeProtocol::socketPath() : endpoint_.socketPath;
+    const QString directory =
+        endpoint_.socketPath.isEmpty() ? BridgeProtocol::supportDirectory() : QFileInfo(socketPath_).path();
     const QByteArray path = QFile::encodeName(socketPath_);
 
     sockaddr_un address{};
@@ -133,7 +135,7 @@ std::optional<BridgeError> BridgeServer::start() {
         [handler, inbox = inbox_](std::shared_ptr<BridgeConnection> connection) {
             inbox->deliver(std::move(connection), handler, inbox);
         },
-        timeouts_);
+        timeouts_, endpoint_.host);
     if (!loop_->isValid()) {
         const int code = errno;
         loop_.reset(); // closes the listening socket

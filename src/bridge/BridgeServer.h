@@ -20,6 +20,13 @@ struct BridgeError {
     QString description;
 };
 
+// Where a server listens. Without a path it is the app's own "bridge.sock"; a remote host's server
+// listens on a socket of its own, and every request accepted there carries the host.
+struct BridgeEndpoint {
+    QString socketPath;
+    QString host;
+};
+
 // Owns the listening socket "bridge.sock" in the support directory. One dedicated thread
 // ("mirrowisp.bridge") accepts clients, reads their request lines side by side, watches the clients
 // that wait for an answer and writes out answers too long for one write; decoded requests are
@@ -28,7 +35,8 @@ class BridgeServer {
 public:
     using RequestHandler = std::function<void(const std::shared_ptr<BridgeConnection>&)>;
 
-    explicit BridgeServer(RequestHandler onRequest, BridgeTimeouts timeouts = {});
+    explicit BridgeServer(RequestHandler onRequest, BridgeTimeouts timeouts = {},
+                          BridgeEndpoint endpoint = {});
     ~BridgeServer();
     BridgeServer(const BridgeServer&) = delete;
     BridgeServer& operator=(const BridgeServer&) = delete;
@@ -50,6 +58,7 @@ private:
 
     std::shared_ptr<RequestHandler> onRequest_;
     BridgeTimeouts timeouts_;
+    BridgeEndpoint endpoint_;
     std::shared_ptr<Inbox> inbox_;
     std::shared_ptr<BridgeLoop> loop_;
     std::thread thread_;

@@ -85,7 +85,7 @@ AgentsViewModel::Row AgentsViewModel::rowFor(const AgentSession& session) const 
     Row row;
     row.key = session.id();
     row.agent = AgentKinds::rawValue(session.agent());
-    row.project = session.projectName();
+    row.project = SessionRowText::project(session);
     row.subtitle = SessionRowText::subtitle(session);
     row.activity = SessionRowText::activityLine(session);
     row.age = SessionRowText::ago(session.updatedAt(), clock_.now());

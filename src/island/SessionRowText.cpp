@@ -34,6 +34,15 @@ QString subtitle(const QString& cwd, const QString& home) {
     return cwd;
 }
 
+QString project(const AgentSession& session) {
+    if (!session.isRemote()) {
+        return session.projectName();
+    }
+    // "ann@box" shows as "box": the user knows who they are there.
+    const QString& host = session.host();
+    return session.projectName() + QStringLiteral(" · ") + host.mid(host.lastIndexOf(QLatin1Char('@')) + 1);
+}
+
 QString subtitle(const AgentSession& session) {
     return subtitle(session.cwd(), QDir::homePath());
 }

@@ -20,6 +20,9 @@ namespace SessionRowText {
 QString subtitle(const QString& cwd, const QString& home);
 QString subtitle(const AgentSession& session); // with the user's home directory
 
+// The project's name, and for an agent on a remote host " · " and the host's name.
+QString project(const AgentSession& session);
+
 // The one line on what the agent does or last said.
 QString activityLine(const AgentSession& session);
 

@@ -63,12 +63,16 @@ std::optional<QString> appID(const ProcessContext& context) {
 }
 
 Target target(const AgentSession& session) {
-    return {session.agent(), session.sessionID(), session.cwd(), session.context(), appID(session.context())};
+    return {session.agent(),   session.sessionID(),      session.cwd(),
+            session.context(), appID(session.context()), session.host()};
 }
 
 std::optional<Focus> focusExactly(const Target& target, const TerminalDrivers::Tools& tools) {
     using namespace TerminalDrivers;
     const ProcessContext& context = target.context;
+    if (!target.host.isEmpty()) {
+        return std::nullopt; // its process ids, ttys and panes are the remote host's
+    }
 
     if (const std::optional<QString> surface = present(context, QStringLiteral("CMUX_SURFACE_ID"))) {
         if (focusCmux(*surface, present(context, QStringLiteral("CMUX_WORKSPACE_ID")), context, tools)) {

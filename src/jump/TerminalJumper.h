@@ -26,6 +26,7 @@ struct Target {
     QString cwd;
     ProcessContext context;
     std::optional<QString> appID; // the desktop id of the terminal or editor, when known
+    QString host;                 // the remote host the agent runs on; empty on this machine
 };
 
 // The driver that reached its target ("cmux", "herdr", "tmux", "kitty", "wezterm", "konsole",
@@ -50,8 +51,9 @@ std::optional<QString> appID(const ProcessContext& context);
 
 Target target(const AgentSession& session);
 
-// Tries the drivers in order; the first that reaches the exact place wins. Blocks for up to a few
-// seconds per tool: never on the main thread.
+// Tries the drivers in order; the first that reaches the exact place wins. A remote target's
+// context describes its host, so no local driver can reach it: that jump is the remote layer's. Blocks for up
+// to a few seconds per tool: never on the main thread.
 std::optional<Focus> focusExactly(const Target& target, const TerminalDrivers::Tools& tools);
 
 // Runs the whole jump where it is called: drivers, then activation. For `ctl`, off the main thread.

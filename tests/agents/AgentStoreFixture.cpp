@@ -19,6 +19,7 @@ AgentStoreFixture::Sent AgentStoreFixture::sendRaw(AgentKind agent, const QByteA
     request.payload = payload;
     request.expectsReply = expectsReply;
     request.context = context;
+    request.host = fromHost;
     int fds[2];
     ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds);
     Sent sent{BridgeConnection::make(request, fds[0]), std::make_unique<ToolEnd>(fds[1])};

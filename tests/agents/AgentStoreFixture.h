@@ -46,6 +46,7 @@ protected:
     AgentStore store;
     std::vector<std::pair<AgentSignal, QString>> raised;
     ToolEnd* lastTool = nullptr; // the end of the request being handled
+    QString fromHost;            // the remote host the next requests arrive from; empty: this machine
     int nextID = 1;
 };
 

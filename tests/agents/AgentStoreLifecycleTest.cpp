@@ -95,6 +95,36 @@ TEST_F(AgentStoreLifecycle, CleanupRemovesWhatIsOverAndKeepsWhatWaits) {
     EXPECT_FALSE(AgentStore::processIsGone(1)) << "init is alive";
 }
 
+TEST_F(AgentStoreLifecycle, RemoteSessionsEndWithTheirHostNotWithALocalProcess) {
+    const qint32 dead = goneProcess();
+    make("s", "UserPromptSubmit", dead); // a local session of the same id
+    fromHost = u"ann@box"_s;
+    ProcessContext context;
+    context.agentPID = dead; // a process id on the host, which says nothing about this machine
+    send(AgentKind::claude, event("UserPromptSubmit", "s"), context);
+    fromHost = u"other"_s;
+    send(AgentKind::claude, event("UserPromptSubmit", "s"), context);
+    auto remote = [&](const QString& host) {
+        return store.findSession(AgentSession::makeID(AgentKind::claude, u"s"_s, host));
+    };
+    ASSERT_NE(remote(u"ann@box"_s), nullptr);
+    EXPECT_EQ(remote(u"ann@box"_s)->host(), u"ann@box"_s);
+
+    store.setHostAway(u"ann@box"_s, clock.now());
+    store.setHostAway(u"other"_s, clock.now());
+    clock.advance(20);
+    store.setHostAway(u"ann@box"_s, clock.now()); // a failed retry does not restart the count
+    store.setHostAway(u"other"_s, std::nullopt);  // back in time
+    clock.advance(10);
+    store.cleanup(clock.now());
+    EXPECT_FALSE(kept("s")) << "the local process is gone";
+    EXPECT_NE(remote(u"ann@box"_s), nullptr) << "30 s away exactly stays";
+    clock.advance(0.1);
+    store.cleanup(clock.now());
+    EXPECT_EQ(remote(u"ann@box"_s), nullptr);
+    EXPECT_NE(remote(u"other"_s), nullptr);
+}
+
 TEST_F(AgentStoreLifecycle, ReconciliationFinishesTurnsThatLostTheirStop) {
     const QString path = home.path() + text("/t.jsonl");
     test::writeFile(path, R"({"type":"assistant","message":{"content":"All done"}})"

@@ -92,6 +92,18 @@ TEST(SessionRowText, HostNameFromWhereTheAgentRuns) {
     EXPECT_EQ(Row::hostName(session), text("Codex"));
 }
 
+TEST(SessionRowText, ARemoteProjectNamesItsHost) {
+    const char* const cases[][3] = {{"", "shop", "/srv/shop"},
+                                    {"box", "shop · box", "/srv/shop"},
+                                    {"ann@box.lan", "shop · box.lan", "/srv/shop"},
+                                    {"ann@box", "~ · box", ""}};
+    for (const auto& [host, project, cwd] : cases) {
+        AgentSession session(AgentKind::claude, text("s"), text(host), 0);
+        session.setCwd(text(cwd));
+        EXPECT_EQ(Row::project(session), text(project)) << host;
+    }
+}
+
 TEST(SessionRowText, BadgeSubagentsAndTheApproveInHostLine) {
     AgentSession session(AgentKind::claude, text("s"), 0);
     EXPECT_EQ(Row::badge(session), RowBadge::none);

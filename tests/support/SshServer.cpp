@@ -124,7 +124,7 @@ bool SshServer::prepare() {
                        "AuthorizedKeysFile %2/authorized_keys\nPidFile %2/sshd.pid\n"
                        "StrictModes no\nUsePAM no\nPasswordAuthentication no\n"
                        "KbdInteractiveAuthentication no\nPermitRootLogin prohibit-password\n"
-                       "AllowStreamLocalForwarding yes\nStreamLocalBindUnlink yes\n"
+                       "AllowStreamLocalForwarding yes\n"
                        "SetEnv HOME=%2/home\nClientAliveInterval 5\nLogLevel ERROR\n")
             .arg(port_)
             .arg(d);
