@@ -95,7 +95,26 @@ std::optional<QString> readLink(const QString& path) {
     return QFile::decodeName(target);
 }
 
+// <folder>-<name>: which file a backup is of.
+QString backupStem(const QString& path) {
+    const QFileInfo info(path);
+    QString prefix = info.absoluteDir().dirName();
+    while (prefix.startsWith(QLatin1Char('.'))) {
+        prefix.remove(0, 1);
+    }
+    while (prefix.endsWith(QLatin1Char('.'))) {
+        prefix.chop(1);
+    }
+    return prefix + QLatin1Char('-') + info.fileName();
+}
+
 } // namespace
+
+QString backupName(const QString& path, const QDateTime& now) {
+    QString stamp = now.toUTC().toString(Qt::ISODate); // 2026-01-31T09:15:00Z
+    stamp.replace(QLatin1Char(':'), QLatin1Char('-'));
+    return backupStem(path) + QLatin1Char('-') + stamp;
+}
 
 HookResult backup(const QString& path) {
     return backup(path, QDateTime::currentDateTimeUtc());
@@ -114,18 +133,8 @@ HookResult backup(const QString& path, const QDateTime& now) {
     if (!makePrivateDirectory(QFileInfo(folder).absolutePath()) || !makePrivateDirectory(folder)) {
         return HookError::fileSystem(folder, QStringLiteral("cannot create the folder"));
     }
-    const QFileInfo info(path);
-    QString stamp = now.toUTC().toString(Qt::ISODate); // 2026-01-31T09:15:00Z
-    stamp.replace(QLatin1Char(':'), QLatin1Char('-'));
-    QString prefix = info.absoluteDir().dirName();
-    while (prefix.startsWith(QLatin1Char('.'))) {
-        prefix.remove(0, 1);
-    }
-    while (prefix.endsWith(QLatin1Char('.'))) {
-        prefix.chop(1);
-    }
-    const QString stem = prefix + QLatin1Char('-') + info.fileName();
-    const QString base = folder + QLatin1Char('/') + stem + QLatin1Char('-') + stamp;
+    const QString stem = backupStem(path);
+    const QString base = folder + QLatin1Char('/') + backupName(path, now);
 
     // The same content twice in a row would only push older backups out.
     if (const auto newest = newestBackupOf(folder, stem)) {
