@@ -21,6 +21,8 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
+#include "remote/RemoteHostStore.h"
+#include "remote/RemoteSetup.h"
 #include "system/BluetoothMonitor.h"
 #include "system/DevicesJson.h"
 #include "system/LockStateObserver.h"
@@ -345,6 +347,9 @@ int runMirrowisp(int argc, char** argv) {
         return AgentEnvironment::isInstalled(kind);
     };
     ConnectionPass connectionPass(defaults, isInstalled);
+    // The remote hosts the user added over ssh, and their set-up there.
+    RemoteHostStore remoteHosts(BridgeProtocol::supportDirectory());
+    RemoteSetup remoteSetup(remoteHosts, HookInstaller::bundledBridgeTool());
     std::unique_ptr<IslandShell> island;
     std::unique_ptr<FrontDoor> front;
     ControlService control(
@@ -364,6 +369,7 @@ int runMirrowisp(int argc, char** argv) {
                                         QJsonDocument(island->toJson()).toJson(QJsonDocument::Indented))
                                   : QString();
                 }});
+    control.setRemote(&remoteSetup);
     // Calls on the bus are served from the event loop, so by the first one the socket is open.
     if (const auto status = claimTheBusName(control, options.replace)) {
         return *status;
@@ -426,7 +432,7 @@ int runMirrowisp(int argc, char** argv) {
             model, [](const AgentSession& session) { DesktopJump::jump(session); });
         island->start();
         front = std::make_unique<FrontDoor>(
-            SettingsServices{model, connectionPass, isInstalled, SystemClock::shared()});
+            SettingsServices{model, connectionPass, isInstalled, SystemClock::shared(), &remoteSetup});
         front->launch(BuildInfo::version());
         // Coming back to the app is a good moment to put back hooks an agent's update removed.
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &model,
