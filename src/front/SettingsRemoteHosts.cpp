@@ -26,6 +26,8 @@ QVariantList SettingsRemoteHosts::rows() const {
         row.insert(QStringLiteral("connection"),
                    connection.isObject() ? connection.toObject().value(QStringLiteral("state")).toString()
                                          : connection.toString());
+        row.insert(QStringLiteral("unreachable"),
+                   unreachable_.contains(row.value(QStringLiteral("destination")).toString()));
         rows.append(row);
     }
     return rows;
@@ -56,9 +58,19 @@ bool SettingsRemoteHosts::add(const QString& text) {
 }
 
 void SettingsRemoteHosts::remove(const QString& destination) {
-    if (services_.remote != nullptr) {
-        services_.remote->remove(destination);
+    if (services_.remote == nullptr) {
+        return;
     }
+    const bool forget = unreachable_.remove(destination);
+    services_.remote->remove(destination, forget,
+                             [self = QPointer(this), destination](const RemoteOutcome& outcome) {
+                                 // Not for a host still being set up: only a removal that ran and failed.
+                                 if (self && outcome.error && !self->services_.remote->isBusy(destination) &&
+                                     self->services_.remote->store().host(destination)) {
+                                     self->unreachable_.insert(destination);
+                                     Q_EMIT self->rowsChanged();
+                                 }
+                             });
 }
 
 void SettingsRemoteHosts::setError(const QString& error) {

@@ -3,6 +3,8 @@
 #include "front/SettingsServices.h"
 
 #include <QObject>
+#include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
@@ -15,7 +17,8 @@ class SettingsRemoteHosts : public QObject {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("the settings window makes it")
-    // Each: destination, setup (adding, removing, ready, failed), connection, message.
+    // Each: destination, setup (adding, removing, ready, failed), connection, message, and
+    // "unreachable" when removing it could not reach it (Remove then forgets it).
     Q_PROPERTY(QVariantList rows READ rows NOTIFY rowsChanged)
     Q_PROPERTY(bool available READ available CONSTANT)
     // Why the text given to add was not taken; empty otherwise.
@@ -30,6 +33,7 @@ public:
 
     // "[USER@]HOST", optionally ":PORT"; false (with `error`) when that is not a host.
     Q_INVOKABLE bool add(const QString& text);
+    // Takes the host down; a host a removal could not reach is forgotten without reaching it.
     Q_INVOKABLE void remove(const QString& destination);
 
 Q_SIGNALS:
@@ -41,6 +45,7 @@ private:
 
     SettingsServices services_;
     QString error_;
+    QSet<QString> unreachable_;
 };
 
 } // namespace mirrowisp

@@ -110,10 +110,10 @@ QString applyCommand(const HookInstaller::FileEdit& edit, const QString& path, c
     QString script = QStringLiteral("f=%1; if [ -L \"$f\" ]; then f=$(readlink -f -- \"$f\") || exit 1; fi; ")
                          .arg(Ssh::quote(path));
     if (edit.action == Action::write) {
-        script += QStringLiteral(
-            "mkdir -p -- \"$(dirname -- \"$f\")\" && n=\"$f.mirrowisp-new.$$\" && "
-            "(umask 022; cat > \"$n\") && { [ ! -e \"$f\" ] || chmod --reference=\"$f\" -- \"$n\"; } || "
-            "{ rm -f -- \"$n\"; exit 6; }; ");
+        script += QStringLiteral("mkdir -p -- \"$(dirname -- \"$f\")\" && n=\"$f.mirrowisp-new.$$\" && "
+                                 "(umask 022; cat > \"$n\") && { [ ! -e \"$f\" ] || chmod \"$(stat -L -c %a "
+                                 "-- \"$f\")\" -- \"$n\"; } || "
+                                 "{ rm -f -- \"$n\"; exit 6; }; ");
     }
     if (edit.backup) {
         const QString name = HookInstaller::backupName(path, now);

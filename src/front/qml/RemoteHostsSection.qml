@@ -60,7 +60,8 @@ ColumnLayout {
                 }
                 Button {
                     objectName: "remote.remove." + hostRow.modelData.destination
-                    text: qsTr("Remove")
+                    // A host that could not be reached for removal is then only forgotten here.
+                    text: hostRow.modelData.unreachable ? qsTr("Forget") : qsTr("Remove")
                     enabled: hostRow.modelData.setup !== "adding" && hostRow.modelData.setup !== "removing"
                     onClicked: section.hosts.remove(hostRow.modelData.destination)
                 }
