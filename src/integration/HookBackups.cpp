@@ -49,34 +49,13 @@ std::optional<QString> newestBackupOf(const QString& folder, const QString& stem
 }
 
 void pruneBackups(const QString& folder) {
-    // Backups are written once and never changed, so their modification time is when they were made.
-    // An entry without a time counts as the oldest. Errors here are of no consequence.
-    QFileInfoList entries = backupEntries(folder);
-    std::stable_sort(entries.begin(), entries.end(), [](const QFileInfo& a, const QFileInfo& b) {
-        const QDateTime left = a.lastModified();
-        const QDateTime right = b.lastModified();
-        if (left.isValid() != right.isValid()) {
-            return left.isValid();
-        }
-        return left > right;
-    });
-    // The first backup of each file holds what the user had before we ever touched it: it stays.
-    QHash<QString, QString> oldest; // stem -> stamp
-    for (const QFileInfo& entry : entries) {
-        const QRegularExpressionMatch match = stampedName().match(entry.fileName());
-        if (match.hasMatch()) {
-            const auto it = oldest.constFind(match.captured(1));
-            if (it == oldest.constEnd() || match.captured(2) < *it) {
-                oldest.insert(match.captured(1), match.captured(2));
-            }
-        }
+    QList<BackupEntry> entries;
+    for (const QFileInfo& entry : backupEntries(folder)) {
+        entries.append({entry.fileName(), entry.lastModified()});
     }
-    for (qsizetype i = keptBackups; i < entries.size(); ++i) {
-        const QRegularExpressionMatch match = stampedName().match(entries.at(i).fileName());
-        if (match.hasMatch() && oldest.value(match.captured(1)) == match.captured(2)) {
-            continue;
-        }
-        QFile::remove(entries.at(i).filePath());
+    // Errors here are of no consequence.
+    for (const QString& name : backupsToPrune(entries)) {
+        QFile::remove(folder + QLatin1Char('/') + name);
     }
 }
 
@@ -109,6 +88,36 @@ QString backupStem(const QString& path) {
 }
 
 } // namespace
+
+QStringList backupsToPrune(QList<BackupEntry> entries) {
+    // Backups are written once and never changed, so their modification time is when they were made.
+    // An entry without a time counts as the oldest.
+    std::stable_sort(entries.begin(), entries.end(), [](const BackupEntry& a, const BackupEntry& b) {
+        if (a.modified.isValid() != b.modified.isValid()) {
+            return a.modified.isValid();
+        }
+        return a.modified > b.modified;
+    });
+    // The first backup of each file holds what the user had before we ever touched it: it stays.
+    QHash<QString, QString> oldest; // stem -> stamp
+    for (const BackupEntry& entry : entries) {
+        const QRegularExpressionMatch match = stampedName().match(entry.name);
+        if (match.hasMatch()) {
+            const auto it = oldest.constFind(match.captured(1));
+            if (it == oldest.constEnd() || match.captured(2) < *it) {
+                oldest.insert(match.captured(1), match.captured(2));
+            }
+        }
+    }
+    QStringList pruned;
+    for (qsizetype i = keptBackups; i < entries.size(); ++i) {
+        const QRegularExpressionMatch match = stampedName().match(entries.at(i).name);
+        if (!match.hasMatch() || oldest.value(match.captured(1)) != match.captured(2)) {
+            pruned.append(entries.at(i).name);
+        }
+    }
+    return pruned;
+}
 
 QString backupName(const QString& path, const QDateTime& now) {
     QString stamp = now.toUTC().toString(Qt::ISODate); // 2026-01-31T09:15:00Z

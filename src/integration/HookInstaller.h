@@ -159,6 +159,13 @@ QString disconnectedKey(AgentKind kind);
 // The name, within the backups folder, of a backup of `path` taken at `now` (before any suffix).
 QString backupName(const QString& path, const QDateTime& now);
 inline constexpr int keptBackups = 20;
+// A file in the backups folder, by name, and when it was written.
+struct BackupEntry {
+    QString name;
+    QDateTime modified;
+};
+// The names the keeping rule above drops from a folder holding `entries`.
+QStringList backupsToPrune(QList<BackupEntry> entries);
 
 // Writes the plugin for OpenCode or Amp, refusing to replace a file of that name that isn't ours.
 [[nodiscard]] HookResult installPlugin(AgentKind kind, const QString& path);

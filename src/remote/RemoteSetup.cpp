@@ -159,6 +159,33 @@ std::optional<QString> applyEdit(const RemoteHost& host, const HookInstaller::Fi
     return failure(result, host, QStringLiteral("could not change ") + path);
 }
 
+// Keeps the host's backups as they are kept here. Errors are of no consequence.
+void pruneBackups(const RemoteHost& host) {
+    const QString folder = Ssh::quote(host.home + QStringLiteral("/.mirrowisp/backups"));
+    const RemoteShell::Result listed = RemoteShell::run(
+        host, viaSh(QStringLiteral("cd %1 2>/dev/null || exit 0; for f in *; do [ -f \"$f\" ] && "
+                                   "printf '%s %s\\n' \"$(stat -c %Y -- \"$f\")\" \"$f\"; done; true")
+                        .arg(folder)));
+    QList<HookInstaller::BackupEntry> entries;
+    for (const QString& line : QString::fromUtf8(listed.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const qsizetype blank = line.indexOf(QLatin1Char(' '));
+        bool numeric = false;
+        const qint64 seconds = line.left(blank).toLongLong(&numeric);
+        if (blank > 0 && numeric) {
+            entries.append({line.mid(blank + 1), QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC)});
+        }
+    }
+    const QStringList pruned = HookInstaller::backupsToPrune(entries);
+    if (!listed.ok() || pruned.isEmpty()) {
+        return;
+    }
+    QString script = QStringLiteral("cd %1 && rm -f --").arg(folder);
+    for (const QString& name : pruned) {
+        script += QLatin1Char(' ') + Ssh::quote(name);
+    }
+    RemoteShell::run(host, viaSh(script));
+}
+
 std::optional<QString> copyTool(const RemoteHost& host, const QByteArray& tool) {
     const QString script = QStringLiteral(
         "umask 077; m=\"$HOME/.mirrowisp\"; mkdir -p -- \"$m/bin\" && chmod 700 -- \"$m\" || exit 3; "
@@ -279,6 +306,7 @@ RemoteOutcome add(RemoteHost host, const QString& toolPath) {
         return outcome;
     }
     const AgentFiles& files = std::get<AgentFiles>(read);
+    bool changed = false;
     for (qsizetype i = 0; i < files.wirings.size(); ++i) {
         const AgentKind kind = AgentKinds::all[static_cast<size_t>(i)];
         // Only agents that are there, as the local pass does: a tool the shell finds, or their folder.
@@ -298,6 +326,10 @@ RemoteOutcome add(RemoteHost host, const QString& toolPath) {
             }
         }
         outcome.agents.append(AgentKinds::rawValue(kind));
+        changed = changed || edit.action != HookInstaller::FileEdit::Action::keep;
+    }
+    if (changed) {
+        pruneBackups(host);
     }
     return outcome;
 }
@@ -339,6 +371,9 @@ RemoteOutcome remove(const RemoteHost& stored) {
             continue;
         }
         outcome.agents.append(AgentKinds::rawValue(kind));
+    }
+    if (!outcome.agents.isEmpty()) {
+        pruneBackups(host);
     }
     const RemoteShell::Result removed = RemoteShell::run(
         host, viaSh(QStringLiteral("m=\"$HOME/.mirrowisp\"; rm -f -- \"$m/bin/mirrowisp-bridge\" && "

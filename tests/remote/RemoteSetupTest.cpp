@@ -134,9 +134,26 @@ TEST_F(RemoteSetupTest, AFileThatDoesNotParseIsLeftAloneAndTheOthersAreInstalled
     writeFile(remote(QStringLiteral(".profile")), "export CODEX_HOME=\"$HOME/codex-home\"\n");
     QDir().mkpath(remote(QStringLiteral("codex-home")));
 
+    // Earlier backups on the host, kept there as here: the twenty newest and the first of each file.
+    const QDateTime start(QDate(2026, 1, 1), QTime(0, 0), Qt::UTC);
+    const auto old = [&](int i) {
+        return QStringLiteral("gemini-settings.json-") +
+               start.addSecs(i).toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ"));
+    };
+    for (int i = 0; i < 22; ++i) {
+        const QString path = remote(QStringLiteral(".mirrowisp/backups/")) + old(i);
+        writeFile(path, QByteArray::number(i));
+        QFile file(path);
+        file.open(QIODevice::ReadWrite);
+        file.setFileTime(start.addSecs(i), QFileDevice::FileModificationTime);
+    }
+
     const RemoteOutcome outcome = RemoteSetupSteps::add(host(), tool);
     ASSERT_FALSE(outcome.error) << outcome.error->toStdString();
     EXPECT_EQ(outcome.agents, QStringList{QStringLiteral("codex")});
+    EXPECT_EQ(backups().size(), 21);
+    EXPECT_TRUE(backups().contains(old(0)));
+    EXPECT_FALSE(backups().contains(old(1)));
     ASSERT_EQ(outcome.problems.size(), 1);
     EXPECT_TRUE(outcome.problems.first().contains(remote(QStringLiteral(".claude/settings.json"))));
     EXPECT_EQ(readFile(remote(QStringLiteral(".claude/settings.json"))), broken);
