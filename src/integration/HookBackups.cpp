@@ -74,19 +74,6 @@ std::optional<QString> readLink(const QString& path) {
     return QFile::decodeName(target);
 }
 
-// <folder>-<name>: which file a backup is of.
-QString backupStem(const QString& path) {
-    const QFileInfo info(path);
-    QString prefix = info.absoluteDir().dirName();
-    while (prefix.startsWith(QLatin1Char('.'))) {
-        prefix.remove(0, 1);
-    }
-    while (prefix.endsWith(QLatin1Char('.'))) {
-        prefix.chop(1);
-    }
-    return prefix + QLatin1Char('-') + info.fileName();
-}
-
 } // namespace
 
 QStringList backupsToPrune(QList<BackupEntry> entries) {
@@ -117,6 +104,18 @@ QStringList backupsToPrune(QList<BackupEntry> entries) {
         }
     }
     return pruned;
+}
+
+QString backupStem(const QString& path) {
+    const QFileInfo info(path);
+    QString prefix = info.absoluteDir().dirName();
+    while (prefix.startsWith(QLatin1Char('.'))) {
+        prefix.remove(0, 1);
+    }
+    while (prefix.endsWith(QLatin1Char('.'))) {
+        prefix.chop(1);
+    }
+    return prefix + QLatin1Char('-') + info.fileName();
 }
 
 QString backupName(const QString& path, const QDateTime& now) {

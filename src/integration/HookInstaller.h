@@ -156,8 +156,10 @@ QString disconnectedKey(AgentKind kind);
 // folder and the support folder above it are private (0700).
 [[nodiscard]] HookResult backup(const QString& path);
 [[nodiscard]] HookResult backup(const QString& path, const QDateTime& now);
-// The name, within the backups folder, of a backup of `path` taken at `now` (before any suffix).
+// The name, within the backups folder, of a backup of `path` taken at `now` (before any suffix), and
+// the part of it that names the file: <folder>-<name>.
 QString backupName(const QString& path, const QDateTime& now);
+QString backupStem(const QString& path);
 inline constexpr int keptBackups = 20;
 // A file in the backups folder, by name, and when it was written.
 struct BackupEntry {

@@ -117,17 +117,22 @@ QString applyCommand(const HookInstaller::FileEdit& edit, const QString& path, c
     }
     if (edit.backup) {
         const QString name = HookInstaller::backupName(path, now);
+        const QString stem = HookInstaller::backupStem(path);
         // The same content twice in a row would only push older backups out; within one second the
-        // next free suffix is taken; the folder holds secrets and is the user's alone.
+        // next free suffix is taken; the folder holds secrets and is the user's alone. Joined rather
+        // than filled in with arg(), which would read printf's "%02d" as a place of its own.
         script +=
-            QStringLiteral("B=%1; b=\"$B\"/%2; if [ -f \"$f\" ]; then "
+            QStringLiteral("B=") + Ssh::quote(backups) + QStringLiteral("; b=\"$B\"/") + Ssh::quote(name) +
+            QStringLiteral("; if [ -f \"$f\" ]; then "
                            "mkdir -p -- \"$B\" && chmod 700 -- \"$B\" \"$(dirname -- \"$B\")\" || exit 5; "
-                           "l=; for x in \"$B\"/%3-*; do [ -e \"$x\" ] && l=$x; done; "
+                           "l=; for x in \"$B\"/") +
+            Ssh::quote(stem) +
+            QStringLiteral("-*; do [ -e \"$x\" ] && l=$x; done; "
                            "if [ -z \"$l\" ] || ! cmp -s -- \"$f\" \"$l\"; then "
-                           "i=1; while [ -e \"$b\" ]; do b=\"$B\"/%2-$(printf %02d $i); i=$((i+1)); done; "
-                           "cp -p -- \"$f\" \"$b\" || exit 5; fi; fi; ")
-                .arg(Ssh::quote(backups), Ssh::quote(name),
-                     Ssh::quote(name.left(name.size() - QStringLiteral("-2026-01-31T09-15-00Z").size())));
+                           "i=1; while [ -e \"$b\" ]; do b=\"$B\"/") +
+            Ssh::quote(name) +
+            QStringLiteral(
+                "-$(printf %02d $i); i=$((i+1)); done; cp -p -- \"$f\" \"$b\" || exit 5; fi; fi; ");
     }
     if (edit.action == Action::write) {
         script += QStringLiteral("mv -f -- \"$n\" \"$f\" || { rm -f -- \"$n\"; exit 6; }");

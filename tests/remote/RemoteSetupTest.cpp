@@ -1,5 +1,6 @@
 #include "remote/RemoteSetup.h"
 
+#include "remote/RemoteFiles.h"
 #include "remote/RemoteShell.h"
 #include "support/ScopedEnvironment.h"
 #include "support/SshServer.h"
@@ -158,6 +159,30 @@ TEST_F(RemoteSetupTest, AFileThatDoesNotParseIsLeftAloneAndTheOthersAreInstalled
     EXPECT_TRUE(outcome.problems.first().contains(remote(QStringLiteral(".claude/settings.json"))));
     EXPECT_EQ(readFile(remote(QStringLiteral(".claude/settings.json"))), broken);
     EXPECT_TRUE(QFileInfo::exists(remote(QStringLiteral("codex-home/hooks.json"))));
+}
+
+// Two changes within one second: the second backup takes the next suffix; the file keeps its mode.
+TEST_F(RemoteSetupTest, WritesBesideTheFileAfterABackup) {
+    const QString path = remote(QStringLiteral(".gemini/settings.json"));
+    writeFile(path, "{}");
+    ::chmod(QFile::encodeName(path).constData(), 0640);
+    const QDateTime now(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
+    for (const QByteArray& bytes : {QByteArray("{\"a\": 1}"), QByteArray("{\"a\": 2}")}) {
+        HookInstaller::FileEdit edit;
+        edit.action = HookInstaller::FileEdit::Action::write;
+        edit.bytes = bytes;
+        const RemoteShell::Result result = RemoteShell::run(
+            host(), RemoteFiles::applyCommand(edit, path, remote(QStringLiteral(".mirrowisp/backups")), now),
+            bytes);
+        ASSERT_TRUE(result.ok()) << result.err.toStdString();
+    }
+    EXPECT_EQ(readFile(path), "{\"a\": 2}");
+    EXPECT_EQ(QFileInfo(path).permissions() & 0x0777,
+              QFileDevice::ReadGroup | QFileDevice::WriteUser | QFileDevice::ReadUser);
+    const QString name = QStringLiteral("gemini-settings.json-2026-03-01T12-00-00Z");
+    EXPECT_EQ(backups(), (QStringList{name, name + QStringLiteral("-01")}));
+    EXPECT_EQ(readFile(remote(QStringLiteral(".mirrowisp/backups/")) + name + QStringLiteral("-01")),
+              "{\"a\": 1}");
 }
 
 // Each way a host can refuse: one clear sentence, and nothing written there.
