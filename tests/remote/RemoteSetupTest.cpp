@@ -186,7 +186,7 @@ TEST_F(RemoteSetupTest, WritesBesideTheFileAfterABackup) {
 }
 
 // Each way a host can refuse: one clear sentence, and nothing written there.
-enum class Trouble { closedPort, wrongKey, readOnlyHome, sharedSupportFolder };
+enum class Trouble { closedPort, wrongKey, otherSystem, readOnlyHome, sharedSupportFolder };
 
 struct Refusal {
     const char* name;
@@ -231,6 +231,11 @@ protected:
             target.identity = key;
             break;
         }
+        case Trouble::otherSystem:
+            // The remote's shell start-up puts an ARM machine's uname first.
+            writeFile(remote(QStringLiteral("fake/uname")), "#!/bin/sh\necho Linux aarch64\n", true);
+            writeFile(remote(QStringLiteral(".bashrc")), "PATH=\"$HOME/fake:$PATH\"\n");
+            break;
         case Trouble::readOnlyHome:
             if (::geteuid() == 0) {
                 QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), remote()});
@@ -259,6 +264,7 @@ TEST_P(RemoteRefusalTest, SaysWhyAndWritesNothing) {
 INSTANTIATE_TEST_SUITE_P(Hosts, RemoteRefusalTest,
                          ::testing::Values(Refusal{"closedPort", Trouble::closedPort, "does not answer"},
                                            Refusal{"wrongKey", Trouble::wrongKey, "refused the key"},
+                                           Refusal{"otherSystem", Trouble::otherSystem, "runs Linux aarch64"},
                                            Refusal{"readOnlyHome", Trouble::readOnlyHome,
                                                    "cannot be written"},
                                            Refusal{"sharedSupportFolder", Trouble::sharedSupportFolder,
