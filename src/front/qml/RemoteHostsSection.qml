@@ -42,7 +42,8 @@ ColumnLayout {
                         objectName: "remote.state." + hostRow.modelData.destination
                         Layout.fillWidth: true
                         opacity: 0.7
-                        text: hostRow.modelData.setup === "ready" ? hostRow.modelData.connection : hostRow.modelData.setup
+                        // Set up, then what the link to the host says once there is one.
+                        text: hostRow.modelData.setup !== "ready" ? hostRow.modelData.setup : hostRow.modelData.connection === "unknown" ? qsTr("set up") : hostRow.modelData.connection
                     }
                     Label {
                         objectName: "remote.message." + hostRow.modelData.destination
