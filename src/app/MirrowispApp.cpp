@@ -21,7 +21,10 @@
 #include "jump/linux/DesktopJump.h"
 #include "media/ArtworkLookup.h"
 #include "media/NowPlayingService.h"
+#include "remote/RemoteHostStore.h"
 #include "remote/RemoteJump.h"
+#include "remote/RemoteLinks.h"
+#include "remote/RemoteSetup.h"
 #include "system/BluetoothMonitor.h"
 #include "system/DevicesJson.h"
 #include "system/LockStateObserver.h"
@@ -311,6 +314,20 @@ std::unique_ptr<QFileSystemWatcher> quitWhenTakenOver(ControlService& control, A
     return watcher;
 }
 
+// Each stored host gets its forwarding connection; the list and the settings show its state.
+void connectRemoteHosts(AppModel& model, RemoteHostStore& hosts, RemoteSetup& setup) {
+    RemoteLinks* links = model.remoteLinks();
+    if (links == nullptr) {
+        return;
+    }
+    links->setHosts(hosts.hosts());
+    QObject::connect(&hosts, &RemoteHostStore::changed, links,
+                     [links, &hosts] { links->setHosts(hosts.hosts()); });
+    setup.setConnectionState(
+        [links](const RemoteHost& host) -> QJsonValue { return links->state(host.destination); });
+    QObject::connect(links, &RemoteLinks::stateChanged, &setup, &RemoteSetup::changed);
+}
+
 } // namespace
 
 int runMirrowisp(int argc, char** argv) {
@@ -346,6 +363,9 @@ int runMirrowisp(int argc, char** argv) {
         return AgentEnvironment::isInstalled(kind);
     };
     ConnectionPass connectionPass(defaults, isInstalled);
+    // The remote hosts the user added over ssh, and their set-up there.
+    RemoteHostStore remoteHosts(BridgeProtocol::supportDirectory());
+    RemoteSetup remoteSetup(remoteHosts, HookInstaller::bundledBridgeTool());
     std::unique_ptr<IslandShell> island;
     std::unique_ptr<FrontDoor> front;
     ControlService control(
@@ -365,6 +385,7 @@ int runMirrowisp(int argc, char** argv) {
                                         QJsonDocument(island->toJson()).toJson(QJsonDocument::Indented))
                                   : QString();
                 }});
+    control.setRemote(&remoteSetup);
     // Calls on the bus are served from the event loop, so by the first one the socket is open.
     if (const auto status = claimTheBusName(control, options.replace)) {
         return *status;
@@ -385,6 +406,7 @@ int runMirrowisp(int argc, char** argv) {
     model.agents().refreshCodexApproval();
     QObject::connect(app.get(), &QCoreApplication::aboutToQuit, &model, &AppModel::stop);
     model.start();
+    connectRemoteHosts(model, remoteHosts, remoteSetup);
     // What plays on the desktop; covers the players lack are looked up in a public catalogue.
     NowPlayingService nowPlaying(QDBusConnection::sessionBus(), SystemClock::shared());
     // Its origin is the "artworkCatalogue" setting; the environment overrides it (tests: a stand-in).
@@ -435,7 +457,7 @@ int runMirrowisp(int argc, char** argv) {
         });
         island->start();
         front = std::make_unique<FrontDoor>(
-            SettingsServices{model, connectionPass, isInstalled, SystemClock::shared()});
+            SettingsServices{model, connectionPass, isInstalled, SystemClock::shared(), &remoteSetup});
         front->launch(BuildInfo::version());
         // Coming back to the app is a good moment to put back hooks an agent's update removed.
         QObject::connect(qGuiApp, &QGuiApplication::applicationStateChanged, &model,

@@ -11,6 +11,7 @@
 namespace mirrowisp {
 
 class AppModel;
+class RemoteSetup;
 class SystemHud;
 
 // The app's control interface on the user's session bus, for scripts, tests and `mirrowisp ctl`.
@@ -54,6 +55,8 @@ public:
         std::function<bool(const QString& cue)> playCue;
     };
     void setDevices(DeviceActions devices) { devices_ = std::move(devices); }
+    // The remote hosts for RemoteList, RemoteAdd and RemoteRemove; none: they answer NotSupported.
+    void setRemote(RemoteSetup* remote) { remote_ = remote; }
 
 Q_SIGNALS:
     void nameLost();
@@ -110,6 +113,13 @@ public Q_SLOTS:
     // agent session's prompt and answers "tmux" or "clipboard".
     QString ShelfConvert(const QString& id, const QString& format);
     QString ShelfSend(const QString& id, const QString& sessionID);
+    // The remote hosts as JSON, each with its set-up state, last message and connection state.
+    QString RemoteList();
+    // Sets a host up ("[USER@]HOST"; port 0 and an empty identity for ssh's own choice) and answers
+    // once it is done, with what it did; a host that cannot be set up answers RemoteFailed.
+    QString RemoteAdd(const QString& destination, int port, const QString& identity);
+    // Takes the hooks and the tool off the host and forgets it; with `forget`, without reaching it.
+    QString RemoteRemove(const QString& destination, bool forget);
 
 private:
     bool callerIsThisUser();
@@ -123,6 +133,7 @@ private:
     AgentActions agentActions_;
     SystemHud* hud_ = nullptr;
     DeviceActions devices_;
+    RemoteSetup* remote_ = nullptr;
 };
 
 } // namespace mirrowisp

@@ -55,11 +55,16 @@ const char* const usage = R"(usage: mirrowisp ctl [--timeout SECONDS] COMMAND
   shelf convert ID FORMAT               jpeg, png, webp, heic, pdf, smaller, mp4, smaller-mp4, zip or
                                         combine-pdf; prints the new files once they are on the shelf
   shelf send ID SESSION-ID              type the files' paths at the session's prompt (no Enter)
+  remote add [USER@]HOST [--port N] [--identity FILE]
+                                        set a host up over ssh: the hook tool and its agents' hooks there
+  remote list                           the remote hosts as JSON, with their state and last message
+  remote remove HOST [--forget]         take the hooks and the tool off the host and forget it
+                                        (--forget: without reaching it)
   settings [PAGE]                       show the settings window (general, agents, decisions, usage, island, about)
   setup-guide                           show the setup guide
   log [--since 2h] [--agent KIND] [--json]   the decisions of the log, oldest first
 
---timeout: how long to wait for the app's answer (10 s by default).
+--timeout: how long to wait for the app's answer (10 s by default; 300 s for remote add and remove).
 Exit status: 0 done, 1 unknown decision, session or agent, 2 not running, 3 not answering in time,
 64 a wrong command line.
 )";
@@ -148,6 +153,14 @@ int runCtl(const QStringList& arguments) {
     const bool asJson = readableCommand && takeFlag(args, QStringLiteral("--json"));
     const auto json = takeOption(args, QStringLiteral("--json"), missingValue);
     const auto feedback = takeOption(args, QStringLiteral("--feedback"), missingValue);
+    const bool remote = command == QLatin1StringView("remote");
+    const auto port = remote ? takeOption(args, QStringLiteral("--port"), missingValue) : std::nullopt;
+    const auto identity =
+        remote ? takeOption(args, QStringLiteral("--identity"), missingValue) : std::nullopt;
+    const bool forget = remote && takeFlag(args, QStringLiteral("--forget"));
+    bool portValid = true;
+    const int portNumber = port ? port->toInt(&portValid) : 0;
+    portValid = portValid && portNumber >= (port ? 1 : 0) && portNumber <= 65535;
 
     struct Call {
         QString method;
@@ -245,6 +258,15 @@ int runCtl(const QStringList& arguments) {
         call = Call{QStringLiteral("ShelfSend"), {args.at(1), args.at(2)}, true};
     } else if (command == QLatin1StringView("disconnect") && oneSubject) {
         call = Call{QStringLiteral("Disconnect"), {subject}};
+    } else if (remote && args.size() == 1 && subject == QLatin1StringView("list") && !forget) {
+        call = Call{QStringLiteral("RemoteList"), {}, true};
+    } else if (remote && args.size() == 2 && subject == QLatin1StringView("add") && !missingValue &&
+               portValid && !forget) {
+        // The app runs elsewhere: a key file named from here must reach it as an absolute path.
+        const QString key = identity ? QFileInfo(*identity).absoluteFilePath() : QString();
+        call = Call{QStringLiteral("RemoteAdd"), {args.at(1), portNumber, key}, true};
+    } else if (remote && args.size() == 2 && subject == QLatin1StringView("remove") && !port && !identity) {
+        call = Call{QStringLiteral("RemoteRemove"), {args.at(1), forget}, true};
     } else if (command == QLatin1StringView("settings") && args.size() <= 1 && !missingValue) {
         call = Call{QStringLiteral("ShowSettings"), {subject}};
     } else if (command == QLatin1StringView("setup-guide") && args.isEmpty()) {
@@ -267,7 +289,11 @@ int runCtl(const QStringList& arguments) {
     QDBusMessage message = QDBusMessage::createMethodCall(
         ControlService::serviceName, ControlService::objectPath, ControlService::interfaceName, call->method);
     message.setArguments(call->arguments);
-    const QDBusMessage reply = bus.call(message, QDBus::Block, static_cast<int>(timeoutSeconds * 1000));
+    // Setting a host up copies the tool and waits on ssh several times over.
+    const bool slow =
+        call->method == QLatin1StringView("RemoteAdd") || call->method == QLatin1StringView("RemoteRemove");
+    const double waitSeconds = slow && !timeoutText ? 300.0 : timeoutSeconds;
+    const QDBusMessage reply = bus.call(message, QDBus::Block, static_cast<int>(waitSeconds * 1000));
     if (reply.type() == QDBusMessage::ErrorMessage) {
         return exitFor(QDBusError(reply), bus);
     }

@@ -7,6 +7,7 @@
 #include "base/RegularFile.h"
 #include "front/DesktopActions.h"
 #include "front/SettingsAgentList.h"
+#include "front/SettingsRemoteHosts.h"
 
 #include <QColor>
 #include <QPointer>
@@ -29,8 +30,11 @@ QString readLicence() {
 
 } // namespace
 
+SettingsModel::~SettingsModel() = default;
+
 SettingsModel::SettingsModel(SettingsServices services, Parts parts, QObject* parent)
-    : QObject(parent), services_(std::move(services)), parts_(parts) {
+    : QObject(parent), services_(std::move(services)), parts_(parts),
+      remoteHosts_(std::make_unique<SettingsRemoteHosts>(services_)) {
     UsageTracker& usage = services_.model.usage();
     for (auto changed :
          {&UsageTracker::claudeChanged, &UsageTracker::codexChanged, &UsageTracker::extraChanged}) {

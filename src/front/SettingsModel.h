@@ -1,10 +1,12 @@
 #pragma once
 
+#include "front/SettingsRemoteHosts.h"
 #include "front/SettingsServices.h"
 
 #include <QObject>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
+#include <memory>
 
 namespace mirrowisp {
 
@@ -23,6 +25,7 @@ class SettingsModel : public QObject {
     Q_PROPERTY(mirrowisp::SettingsAgentList* agents READ agents CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsAgentHealth* health READ health CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsDecisions* decisions READ decisions CONSTANT)
+    Q_PROPERTY(mirrowisp::SettingsRemoteHosts* remoteHosts READ remoteHosts CONSTANT)
     // One row per agent kind: agent, name, accent, meters (label, percent, text).
     Q_PROPERTY(QVariant usageRows READ usageRows NOTIFY usageRowsChanged)
     Q_PROPERTY(QString page READ page WRITE setPage NOTIFY pageChanged)
@@ -38,6 +41,7 @@ public:
         SettingsDecisions& decisions;
     };
     SettingsModel(SettingsServices services, Parts parts, QObject* parent = nullptr);
+    ~SettingsModel() override;
 
     static inline const QStringList pages = {QStringLiteral("general"),   QStringLiteral("agents"),
                                              QStringLiteral("decisions"), QStringLiteral("usage"),
@@ -47,6 +51,7 @@ public:
     SettingsAgentList* agents() const { return &parts_.agents; }
     SettingsAgentHealth* health() const { return &parts_.health; }
     SettingsDecisions* decisions() const { return &parts_.decisions; }
+    SettingsRemoteHosts* remoteHosts() const { return remoteHosts_.get(); }
     QVariant usageRows() const;
     QString page() const { return page_; }
     // An unknown page keeps the one shown.
@@ -68,6 +73,7 @@ Q_SIGNALS:
 private:
     SettingsServices services_;
     Parts parts_;
+    std::unique_ptr<SettingsRemoteHosts> remoteHosts_;
     QString page_ = pages.first();
     QString licence_;
 };

@@ -49,34 +49,13 @@ std::optional<QString> newestBackupOf(const QString& folder, const QString& stem
 }
 
 void pruneBackups(const QString& folder) {
-    // Backups are written once and never changed, so their modification time is when they were made.
-    // An entry without a time counts as the oldest. Errors here are of no consequence.
-    QFileInfoList entries = backupEntries(folder);
-    std::stable_sort(entries.begin(), entries.end(), [](const QFileInfo& a, const QFileInfo& b) {
-        const QDateTime left = a.lastModified();
-        const QDateTime right = b.lastModified();
-        if (left.isValid() != right.isValid()) {
-            return left.isValid();
-        }
-        return left > right;
-    });
-    // The first backup of each file holds what the user had before we ever touched it: it stays.
-    QHash<QString, QString> oldest; // stem -> stamp
-    for (const QFileInfo& entry : entries) {
-        const QRegularExpressionMatch match = stampedName().match(entry.fileName());
-        if (match.hasMatch()) {
-            const auto it = oldest.constFind(match.captured(1));
-            if (it == oldest.constEnd() || match.captured(2) < *it) {
-                oldest.insert(match.captured(1), match.captured(2));
-            }
-        }
+    QList<BackupEntry> entries;
+    for (const QFileInfo& entry : backupEntries(folder)) {
+        entries.append({entry.fileName(), entry.lastModified()});
     }
-    for (qsizetype i = keptBackups; i < entries.size(); ++i) {
-        const QRegularExpressionMatch match = stampedName().match(entries.at(i).fileName());
-        if (match.hasMatch() && oldest.value(match.captured(1)) == match.captured(2)) {
-            continue;
-        }
-        QFile::remove(entries.at(i).filePath());
+    // Errors here are of no consequence.
+    for (const QString& name : backupsToPrune(entries)) {
+        QFile::remove(folder + QLatin1Char('/') + name);
     }
 }
 
@@ -97,6 +76,54 @@ std::optional<QString> readLink(const QString& path) {
 
 } // namespace
 
+QStringList backupsToPrune(QList<BackupEntry> entries) {
+    // Backups are written once and never changed, so their modification time is when they were made.
+    // An entry without a time counts as the oldest.
+    std::stable_sort(entries.begin(), entries.end(), [](const BackupEntry& a, const BackupEntry& b) {
+        if (a.modified.isValid() != b.modified.isValid()) {
+            return a.modified.isValid();
+        }
+        return a.modified > b.modified;
+    });
+    // The first backup of each file holds what the user had before we ever touched it: it stays.
+    QHash<QString, QString> oldest; // stem -> stamp
+    for (const BackupEntry& entry : entries) {
+        const QRegularExpressionMatch match = stampedName().match(entry.name);
+        if (match.hasMatch()) {
+            const auto it = oldest.constFind(match.captured(1));
+            if (it == oldest.constEnd() || match.captured(2) < *it) {
+                oldest.insert(match.captured(1), match.captured(2));
+            }
+        }
+    }
+    QStringList pruned;
+    for (qsizetype i = keptBackups; i < entries.size(); ++i) {
+        const QRegularExpressionMatch match = stampedName().match(entries.at(i).name);
+        if (!match.hasMatch() || oldest.value(match.captured(1)) != match.captured(2)) {
+            pruned.append(entries.at(i).name);
+        }
+    }
+    return pruned;
+}
+
+QString backupStem(const QString& path) {
+    const QFileInfo info(path);
+    QString prefix = info.absoluteDir().dirName();
+    while (prefix.startsWith(QLatin1Char('.'))) {
+        prefix.remove(0, 1);
+    }
+    while (prefix.endsWith(QLatin1Char('.'))) {
+        prefix.chop(1);
+    }
+    return prefix + QLatin1Char('-') + info.fileName();
+}
+
+QString backupName(const QString& path, const QDateTime& now) {
+    QString stamp = now.toUTC().toString(Qt::ISODate); // 2026-01-31T09:15:00Z
+    stamp.replace(QLatin1Char(':'), QLatin1Char('-'));
+    return backupStem(path) + QLatin1Char('-') + stamp;
+}
+
 HookResult backup(const QString& path) {
     return backup(path, QDateTime::currentDateTimeUtc());
 }
@@ -114,18 +141,8 @@ HookResult backup(const QString& path, const QDateTime& now) {
     if (!makePrivateDirectory(QFileInfo(folder).absolutePath()) || !makePrivateDirectory(folder)) {
         return HookError::fileSystem(folder, QStringLiteral("cannot create the folder"));
     }
-    const QFileInfo info(path);
-    QString stamp = now.toUTC().toString(Qt::ISODate); // 2026-01-31T09:15:00Z
-    stamp.replace(QLatin1Char(':'), QLatin1Char('-'));
-    QString prefix = info.absoluteDir().dirName();
-    while (prefix.startsWith(QLatin1Char('.'))) {
-        prefix.remove(0, 1);
-    }
-    while (prefix.endsWith(QLatin1Char('.'))) {
-        prefix.chop(1);
-    }
-    const QString stem = prefix + QLatin1Char('-') + info.fileName();
-    const QString base = folder + QLatin1Char('/') + stem + QLatin1Char('-') + stamp;
+    const QString stem = backupStem(path);
+    const QString base = folder + QLatin1Char('/') + backupName(path, now);
 
     // The same content twice in a row would only push older backups out.
     if (const auto newest = newestBackupOf(folder, stem)) {

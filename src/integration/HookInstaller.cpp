@@ -69,8 +69,7 @@ struct PluginFile {
     std::optional<QString> text;
 };
 
-PluginFile readPlugin(const QString& path) {
-    const FileRead read = readRegularFile(path);
+PluginFile pluginFrom(const QString& path, const FileRead& read) {
     if (read.status == FileRead::Status::missing) {
         return {};
     }
@@ -84,6 +83,10 @@ PluginFile readPlugin(const QString& path) {
         return {HookError::unreadable(path), {}};
     }
     return {std::nullopt, std::move(text)};
+}
+
+PluginFile readPlugin(const QString& path) {
+    return pluginFrom(path, readRegularFile(path));
 }
 
 bool holdsMarker(const QJsonValue& value) {
@@ -109,10 +112,10 @@ QJsonObject hooksOf(const QJsonObject& root) {
     return hooks.isObject() ? hooks.toObject() : QJsonObject();
 }
 
-QJsonObject claudeHook(AgentKind kind, const QString& event) {
+QJsonObject claudeHook(AgentKind kind, const QString& event, const QString& tool) {
     QJsonObject hook{
         {QStringLiteral("type"), QStringLiteral("command")},
-        {QStringLiteral("command"), command(kind, false)},
+        {QStringLiteral("command"), command(kind, false, tool)},
     };
     if (kind == AgentKind::gemini) {
         hook.insert(QStringLiteral("timeout"), 10000); // milliseconds there
@@ -129,20 +132,21 @@ QJsonObject claudeHook(AgentKind kind, const QString& event) {
     return hook;
 }
 
-QJsonObject entryFor(AgentKind kind, Integration::Kind integration, const QString& event) {
+QJsonObject entryFor(AgentKind kind, Integration::Kind integration, const QString& event,
+                     const QString& tool) {
     switch (integration) {
     case Integration::Kind::claudeHooks: {
-        QJsonObject group{{QStringLiteral("hooks"), QJsonArray{claudeHook(kind, event)}}};
+        QJsonObject group{{QStringLiteral("hooks"), QJsonArray{claudeHook(kind, event, tool)}}};
         if (kind == AgentKind::devin) {
             group.insert(QStringLiteral("matcher"), QString());
         }
         return group;
     }
     case Integration::Kind::cursorHooks:
-        return {{QStringLiteral("command"), command(kind, false)}, {QStringLiteral("timeout"), 10}};
+        return {{QStringLiteral("command"), command(kind, false, tool)}, {QStringLiteral("timeout"), 10}};
     case Integration::Kind::copilotHooks:
         return {{QStringLiteral("type"), QStringLiteral("command")},
-                {QStringLiteral("bash"), command(kind, false)},
+                {QStringLiteral("bash"), command(kind, false, tool)},
                 {QStringLiteral("timeoutSec"), 10}};
     case Integration::Kind::plugin:
         break;
@@ -202,9 +206,9 @@ HookResult refusal(const Integration& wiring, const ConfigFile& config) {
 
 // Writes the object over an agent's file, backing the old file up once the new content is ready to
 // take its place: a file that can't be written gets no backup.
-HookResult replaceBackedUp(const QJsonObject& object, const QString& path) {
+HookResult replaceBackedUp(const QByteArray& bytes, const QString& path) {
     std::optional<HookError> backupError;
-    const auto error = writeJsonAtomically(path, QJsonDocument(object), [&]() -> std::optional<QString> {
+    const auto error = writeFileAtomically(path, bytes, [&]() -> std::optional<QString> {
         backupError = backup(path);
         if (backupError) {
             return backupError->detail;
@@ -220,15 +224,15 @@ HookResult replaceBackedUp(const QJsonObject& object, const QString& path) {
     return std::nullopt;
 }
 
-QJsonObject installed(AgentKind kind, const Integration& wiring, QJsonObject root) {
+QJsonObject installed(AgentKind kind, const Integration& wiring, QJsonObject root, const QString& tool) {
     QJsonObject hooks = stripOurs(hooksOf(root));
     for (const QString& event : wiring.events) {
-        append(hooks, event, entryFor(kind, wiring.kind, event));
+        append(hooks, event, entryFor(kind, wiring.kind, event, tool));
     }
     if (wiring.kind == Integration::Kind::copilotHooks) {
         append(hooks, QStringLiteral("notification"),
                {{QStringLiteral("type"), QStringLiteral("command")},
-                {QStringLiteral("bash"), command(kind, false)},
+                {QStringLiteral("bash"), command(kind, false, tool)},
                 {QStringLiteral("matcher"), QStringLiteral("permission_prompt|elicitation_dialog")},
                 {QStringLiteral("timeoutSec"), 10}});
     }
@@ -243,22 +247,57 @@ QJsonObject installed(AgentKind kind, const Integration& wiring, QJsonObject roo
     const QString statusLineKey = QStringLiteral("statusLine");
     if (kind == AgentKind::claude && (!root.contains(statusLineKey) || isOurs(root.value(statusLineKey)))) {
         root.insert(statusLineKey, QJsonObject{{QStringLiteral("type"), QStringLiteral("command")},
-                                               {QStringLiteral("command"), command(kind, true)},
+                                               {QStringLiteral("command"), command(kind, true, tool)},
                                                {QStringLiteral("padding"), 0}});
     }
     return root;
 }
 
-QString shellQuotedPath() {
-    QString path = bridgeLinkPath();
+QString shellQuotedPath(QString path) {
     path.replace(QLatin1Char('\''), QStringLiteral("'\\''"));
     return path;
+}
+
+QByteArray jsonBytes(const QJsonObject& object) {
+    // As writeJsonAtomically writes it.
+    return QJsonDocument(object).toJson(QJsonDocument::Indented);
+}
+
+// Applies an edit to a file of this machine.
+HookResult apply(const FileEdit& edit, const QString& path) {
+    switch (edit.action) {
+    case FileEdit::Action::keep:
+        return std::nullopt;
+    case FileEdit::Action::write:
+        if (!edit.backup) {
+            if (auto error = writeFileAtomically(path, edit.bytes)) {
+                return HookError::fileSystem(path, *error);
+            }
+            return std::nullopt;
+        }
+        return replaceBackedUp(edit.bytes, path);
+    case FileEdit::Action::remove:
+        break;
+    }
+    if (edit.backup) {
+        if (auto error = backup(path)) {
+            return error;
+        }
+    }
+    QFile file(path);
+    if (!file.remove()) {
+        return HookError::fileSystem(path, file.errorString());
+    }
+    return std::nullopt;
 }
 
 } // namespace
 
 Integration integration(AgentKind kind) {
-    const Locations locations = AgentEnvironment::current();
+    return integration(kind, AgentEnvironment::current());
+}
+
+Integration integration(AgentKind kind, const Locations& locations) {
     const QString dir = locations.dir(kind);
     switch (kind) {
     case AgentKind::claude:
@@ -304,7 +343,10 @@ std::optional<double> decisionTimeout(AgentKind kind) {
 }
 
 ConfigFile readConfig(const QString& path) {
-    const FileRead read = readRegularFile(path);
+    return parseConfig(readRegularFile(path));
+}
+
+ConfigFile parseConfig(const FileRead& read) {
     if (read.status == FileRead::Status::missing) {
         return {ConfigFile::State::missing, {}, {}};
     }
@@ -325,7 +367,11 @@ ConfigFile readConfig(const QString& path) {
 }
 
 QString command(AgentKind kind, bool statusLine) {
-    const QString path = shellQuotedPath();
+    return command(kind, statusLine, bridgeLinkPath());
+}
+
+QString command(AgentKind kind, bool statusLine, const QString& toolPath) {
+    const QString path = shellQuotedPath(toolPath);
     QString args = QStringLiteral("--agent ") + AgentKinds::rawValue(kind);
     if (statusLine) {
         args += QStringLiteral(" --statusline");
@@ -414,20 +460,86 @@ bool isOurs(const QJsonValue& value) {
     return value.isObject() && holdsMarker(value.toObject().value(QStringLiteral("command")));
 }
 
+FileEdit installEdit(AgentKind kind, const Integration& wiring, const FileRead& read,
+                     const QString& toolPath) {
+    FileEdit edit;
+    if (wiring.kind == Integration::Kind::plugin) {
+        const std::optional<QString> source = AgentPlugins::source(kind, toolPath);
+        const PluginFile existing = pluginFrom(wiring.file, read);
+        edit.refused = existing.refused;
+        edit.backup = false;
+        if (!edit.refused && source && existing.text != *source) {
+            edit.action = FileEdit::Action::write;
+            edit.bytes = source->toUtf8();
+            edit.changes = true;
+        }
+        return edit;
+    }
+    const ConfigFile config = parseConfig(read);
+    edit.refused = refusal(wiring, config);
+    if (edit.refused) {
+        return edit;
+    }
+    const QJsonObject next = installed(kind, wiring, config.object, toolPath);
+    // The steady state on every launch: no backup, no write, the file's time untouched.
+    if (config.state == ConfigFile::State::parsed && next == config.object) {
+        return edit;
+    }
+    edit.action = FileEdit::Action::write;
+    edit.bytes = jsonBytes(next);
+    edit.changes = true;
+    return edit;
+}
+
+FileEdit uninstallEdit(AgentKind kind, const Integration& wiring, const FileRead& read) {
+    FileEdit edit;
+    if (wiring.kind == Integration::Kind::plugin) {
+        // Nothing of ours, or a file of someone else's: nothing to do.
+        if (pluginFrom(wiring.file, read).text) {
+            edit.action = FileEdit::Action::remove;
+            edit.backup = false;
+            edit.changes = true;
+        }
+        return edit;
+    }
+    const ConfigFile config = parseConfig(read);
+    if (config.state == ConfigFile::State::missing) {
+        return edit;
+    }
+    edit.refused = refusal(wiring, config);
+    if (edit.refused) {
+        return edit;
+    }
+    QJsonObject root = config.object;
+    const QJsonObject hooks = stripOurs(hooksOf(root));
+    // Copilot's file is ours alone: with nothing of the user's left it goes.
+    if (wiring.kind == Integration::Kind::copilotHooks && hooks.isEmpty()) {
+        edit.action = FileEdit::Action::remove;
+        edit.changes = true;
+        return edit;
+    }
+    if (hooks.isEmpty()) {
+        root.remove(QStringLiteral("hooks"));
+    } else {
+        root.insert(QStringLiteral("hooks"), hooks);
+    }
+    if (kind == AgentKind::claude && isOurs(root.value(QStringLiteral("statusLine")))) {
+        root.remove(QStringLiteral("statusLine"));
+    }
+    edit.action = FileEdit::Action::write;
+    edit.bytes = jsonBytes(root);
+    edit.changes = root != config.object;
+    return edit;
+}
+
 FileChange installFile(AgentKind kind) {
     refreshBridgeLink();
     const Integration wiring = integration(kind);
-    if (wiring.kind == Integration::Kind::plugin) {
-        return {installPlugin(kind, wiring.file), {}};
+    const FileEdit edit = installEdit(kind, wiring, readRegularFile(wiring.file), bridgeLinkPath());
+    if (edit.refused) {
+        return {edit.refused, {}};
     }
-    const ConfigFile config = readConfig(wiring.file);
-    if (auto refused = refusal(wiring, config)) {
-        return {refused, {}};
-    }
-    const QJsonObject next = installed(kind, wiring, config.object);
-    // The steady state on every launch: no backup, no write, the file's time untouched, and Codex's
-    // trust in an unchanged file left alone.
-    if (config.state == ConfigFile::State::parsed && next == config.object) {
+    if (edit.action == FileEdit::Action::keep) {
         return {};
     }
     // Codex's trust as it stood before the rewrite, which no longer applies after it.
@@ -435,7 +547,7 @@ FileChange installFile(AgentKind kind) {
     if (kind == AgentKind::codex) {
         trust = codexTrustSnapshot();
     }
-    if (auto error = replaceBackedUp(next, wiring.file)) {
+    if (auto error = apply(edit, wiring.file)) {
         return {error, {}};
     }
     return {std::nullopt, trust};
@@ -443,30 +555,26 @@ FileChange installFile(AgentKind kind) {
 
 PlannedChange plan(AgentKind kind) {
     const Integration wiring = integration(kind);
+    const FileRead read = readRegularFile(wiring.file);
+    const FileEdit edit = installEdit(kind, wiring, read, bridgeLinkPath());
     PlannedChange planned;
     planned.file = wiring.file;
+    planned.refused = edit.refused;
     if (wiring.kind == Integration::Kind::plugin) {
-        const PluginFile existing = readPlugin(wiring.file);
-        const auto source = AgentPlugins::source(kind, bridgeLinkPath());
-        planned.refused = existing.refused;
+        const PluginFile existing = pluginFrom(wiring.file, read);
         planned.before = existing.text ? std::optional(existing.text->toUtf8()) : std::nullopt;
-        planned.after = source.value_or(QString()).toUtf8();
-        planned.changes = !planned.refused && source && existing.text != *source;
+        planned.after = AgentPlugins::source(kind, bridgeLinkPath()).value_or(QString()).toUtf8();
+        planned.changes = edit.changes;
         return planned;
     }
-    const ConfigFile config = readConfig(wiring.file);
-    planned.refused = refusal(wiring, config);
-    if (const FileRead read = readRegularFile(wiring.file); read.ok()) {
+    if (read.ok()) {
         planned.before = read.bytes;
     }
     if (planned.refused) {
         return planned;
     }
-    const QJsonObject next = installed(kind, wiring, config.object);
-    planned.changes = config.state != ConfigFile::State::parsed || next != config.object;
-    // As writeJsonAtomically writes it.
-    planned.after = planned.changes ? QJsonDocument(next).toJson(QJsonDocument::Indented)
-                                    : planned.before.value_or(QByteArray());
+    planned.changes = edit.changes;
+    planned.after = planned.changes ? edit.bytes : planned.before.value_or(QByteArray());
     return planned;
 }
 
@@ -506,46 +614,11 @@ HookResult install(AgentKind kind, UserDefaults& defaults) {
 
 HookResult uninstall(AgentKind kind) {
     const Integration wiring = integration(kind);
-    if (wiring.kind == Integration::Kind::plugin) {
-        if (!readPlugin(wiring.file).text) {
-            return std::nullopt; // nothing of ours, or a file of someone else's
-        }
-        QFile file(wiring.file);
-        if (!file.remove()) {
-            return HookError::fileSystem(wiring.file, file.errorString());
-        }
-        return std::nullopt;
+    const FileEdit edit = uninstallEdit(kind, wiring, readRegularFile(wiring.file));
+    if (edit.refused) {
+        return edit.refused;
     }
-
-    const ConfigFile config = readConfig(wiring.file);
-    if (config.state == ConfigFile::State::missing) {
-        return std::nullopt;
-    }
-    if (auto refused = refusal(wiring, config)) {
-        return refused;
-    }
-    QJsonObject root = config.object;
-    const QJsonObject hooks = stripOurs(hooksOf(root));
-    // Copilot's file is ours alone: with nothing of the user's left it goes.
-    if (wiring.kind == Integration::Kind::copilotHooks && hooks.isEmpty()) {
-        if (auto error = backup(wiring.file)) {
-            return error;
-        }
-        QFile file(wiring.file);
-        if (!file.remove()) {
-            return HookError::fileSystem(wiring.file, file.errorString());
-        }
-        return std::nullopt;
-    }
-    if (hooks.isEmpty()) {
-        root.remove(QStringLiteral("hooks"));
-    } else {
-        root.insert(QStringLiteral("hooks"), hooks);
-    }
-    if (kind == AgentKind::claude && isOurs(root.value(QStringLiteral("statusLine")))) {
-        root.remove(QStringLiteral("statusLine"));
-    }
-    return replaceBackedUp(root, wiring.file);
+    return apply(edit, wiring.file);
 }
 
 HookResult problem(AgentKind kind) {
@@ -600,22 +673,16 @@ bool isInstalled(AgentKind kind) {
 }
 
 HookResult installPlugin(AgentKind kind, const QString& path) {
-    const std::optional<QString> source = AgentPlugins::source(kind, bridgeLinkPath());
-    if (!source) {
+    Integration wiring = integration(kind);
+    if (wiring.kind != Integration::Kind::plugin) {
         return std::nullopt;
     }
-    const PluginFile existing = readPlugin(path);
-    if (existing.refused) {
-        return existing.refused;
+    wiring.file = path;
+    const FileEdit edit = installEdit(kind, wiring, readRegularFile(path), bridgeLinkPath());
+    if (edit.refused) {
+        return edit.refused;
     }
-    if (existing.text == *source) {
-        return std::nullopt;
-    }
-    // Plugin files are ours alone, so they get no backup.
-    if (auto error = writeFileAtomically(path, source->toUtf8())) {
-        return HookError::fileSystem(path, *error);
-    }
-    return std::nullopt;
+    return apply(edit, path);
 }
 
 QString bridgeLinkPath() {

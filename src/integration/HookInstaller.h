@@ -3,8 +3,10 @@
 #include "agents/CodexHookStatus.h"
 #include "base/AgentKind.h"
 #include "base/Clock.h"
+#include "base/RegularFile.h"
 #include "integration/AgentSetup.h"
 #include "integration/HookError.h"
+#include "integration/Locations.h"
 
 #include <QDateTime>
 #include <QJsonObject>
@@ -47,6 +49,8 @@ struct Integration {
 
 // The wiring of each agent, with paths from AgentEnvironment::current().
 Integration integration(AgentKind kind);
+// The same with the paths of `locations`, such as another machine's.
+Integration integration(AgentKind kind, const Locations& locations);
 
 // How long the agent's hook waits for a permission decision, where our hooks take them.
 inline constexpr double decisionTimeoutSeconds = 86400;
@@ -64,10 +68,14 @@ struct ConfigFile {
 // are not UTF-8 or a file that can't be read make it unreadable, and so does anything but a regular
 // file within the size limit (a FIFO, a device, a file over 16 MB). A blank file counts as missing.
 ConfigFile readConfig(const QString& path);
+// The same rules over a file already read, here or elsewhere.
+ConfigFile parseConfig(const FileRead& read);
 
 // The shell command an agent runs for a hook: the tool in the support folder, or a quiet success when
 // it isn't there, so an app that is gone never breaks an agent.
 QString command(AgentKind kind, bool statusLine);
+// The same naming the tool at `toolPath`, such as the copy on another machine.
+QString command(AgentKind kind, bool statusLine, const QString& toolPath);
 // The text an agent shows while our hook runs, if any.
 std::optional<QString> statusMessage(const QString& event, AgentKind agent);
 
@@ -108,6 +116,21 @@ QStringList installedEvents(AgentKind kind);
 // Whether our plugin file for the agent is there, of any version.
 bool hasPluginFile(AgentKind kind);
 
+// What an install or an uninstall does to one agent's file, worked out from its bytes as read (here or
+// on another machine through ssh) and the tool path the hooks name. Nothing is touched: the caller
+// applies it where the file lives, with a backup first when `backup` says so.
+struct FileEdit {
+    enum class Action { keep, write, remove };
+    Action action = Action::keep;
+    QByteArray bytes;     // write only
+    bool changes = false; // whether the file's content changes (an uninstall may rewrite it as it is)
+    bool backup = true;   // plugin files are ours alone and get none
+    HookResult refused;
+};
+[[nodiscard]] FileEdit installEdit(AgentKind kind, const Integration& wiring, const FileRead& read,
+                                   const QString& toolPath);
+[[nodiscard]] FileEdit uninstallEdit(AgentKind kind, const Integration& wiring, const FileRead& read);
+
 // Stores what the change means for the user defaults (Codex's stale trust). Main thread.
 void publish(const FileChange& change, UserDefaults& defaults);
 // installFile, then publish.
@@ -133,7 +156,18 @@ QString disconnectedKey(AgentKind kind);
 // folder and the support folder above it are private (0700).
 [[nodiscard]] HookResult backup(const QString& path);
 [[nodiscard]] HookResult backup(const QString& path, const QDateTime& now);
+// The name, within the backups folder, of a backup of `path` taken at `now` (before any suffix), and
+// the part of it that names the file: <folder>-<name>.
+QString backupName(const QString& path, const QDateTime& now);
+QString backupStem(const QString& path);
 inline constexpr int keptBackups = 20;
+// A file in the backups folder, by name, and when it was written.
+struct BackupEntry {
+    QString name;
+    QDateTime modified;
+};
+// The names the keeping rule above drops from a folder holding `entries`.
+QStringList backupsToPrune(QList<BackupEntry> entries);
 
 // Writes the plugin for OpenCode or Amp, refusing to replace a file of that name that isn't ours.
 [[nodiscard]] HookResult installPlugin(AgentKind kind, const QString& path);

@@ -8,6 +8,7 @@ SettingsPage {
     required property var prefs
     required property SettingsAgentList agents
     required property SettingsAgentHealth health
+    property SettingsRemoteHosts remoteHosts: null
 
     // Read again whenever the page comes into view: hooks change behind the app's back.
     onVisibleChanged: if (visible) {
@@ -40,5 +41,9 @@ SettingsPage {
             health: page.health
         }
         // qmllint enable unqualified
+    }
+    RemoteHostsSection {
+        visible: page.remoteHosts !== null && page.remoteHosts.available
+        hosts: page.remoteHosts
     }
 }

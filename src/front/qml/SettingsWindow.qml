@@ -58,6 +58,7 @@ ApplicationWindow {
                 prefs: window.settings.prefs
                 agents: window.settings.agents
                 health: window.settings.health
+                remoteHosts: window.settings.remoteHosts
             }
             DecisionsPage {
                 decisions: window.settings.decisions
