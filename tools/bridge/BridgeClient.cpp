@@ -1,9 +1,10 @@
 #include "BridgeClient.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <pwd.h>
+#include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -23,10 +24,32 @@ std::string homeDirectory() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
         return home;
     }
-    if (const passwd* entry = getpwuid(getuid()); entry != nullptr && entry->pw_dir != nullptr) {
-        return entry->pw_dir;
+    // The tool is linked statically, where getpwuid would need the C library's shared NSS modules:
+    // the passwd file is read as it stands instead.
+    FILE* passwd = std::fopen("/etc/passwd", "re");
+    if (passwd == nullptr) {
+        return {};
     }
-    return {};
+    const std::string uid = std::to_string(getuid());
+    std::string home;
+    char line[4096];
+    while (home.empty() && std::fgets(line, sizeof line, passwd) != nullptr) {
+        // name:password:uid:gid:gecos:home:shell
+        std::string fields[7];
+        size_t field = 0;
+        for (const char* c = line; *c != '\0' && *c != '\n' && field < 7; ++c) {
+            if (*c == ':') {
+                ++field;
+            } else if (field < 7) {
+                fields[field] += *c;
+            }
+        }
+        if (field >= 5 && fields[2] == uid) {
+            home = fields[5];
+        }
+    }
+    std::fclose(passwd);
+    return home;
 }
 
 } // namespace
