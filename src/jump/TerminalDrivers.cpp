@@ -262,8 +262,11 @@ bool sendTextKitty(const QString& text, const ProcessContext& context, const Too
     // kitty reads backslashes in the text as escapes; a path's own must arrive as they are.
     QString escaped = text;
     escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
+    // Bracketed when the prompt asked for it, so a path with a line break is not taken as Enter; kitty
+    // that knows no such option (older releases) takes the text as typed.
     return runKitty(QStringLiteral("send-text"),
-                    {QStringLiteral("--bracketed-paste"), QStringLiteral("auto"), escaped}, context, tools);
+                    {QStringLiteral("--bracketed-paste"), QStringLiteral("auto"), escaped}, context, tools) ||
+           runKitty(QStringLiteral("send-text"), {escaped}, context, tools);
 }
 
 bool focusWezTerm(const ProcessContext& context, const Tools& tools) {

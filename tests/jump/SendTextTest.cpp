@@ -12,24 +12,34 @@ using mirrowisp::test::words;
 
 namespace {
 
+enum class Answer { ok, refuses, refusesTheOption };
+
 struct SendCase {
     const char* label;
     const char* tool;
-    int exitStatus;
+    Answer answer;
     QMap<QString, QString> environment;
-    QStringList arguments; // empty: the tool must not run
+    QStringList arguments; // of the last call; empty: the tool must not run
     bool sent;
 };
 
 class SendText : public testing::TestWithParam<SendCase> {};
 
 const QString typed = u"'/tmp/a b\\c.png' "_s;
+// kitty reads escapes in the text: the path's backslash goes doubled.
+const QString typedForKitty = u"'/tmp/a b\\\\c.png' "_s;
 
 TEST_P(SendText, ReachesTheAgentsWindowOnly) {
     const SendCase& c = GetParam();
     StandIns standIns;
     const QString tool = QString::fromLatin1(c.tool);
-    standIns.add(tool, c.exitStatus);
+    const QString path = standIns.add(tool, c.answer == Answer::refuses ? 1 : 0);
+    if (c.answer == Answer::refusesTheOption) {
+        // As an older release: records the call, then turns down an option it does not know.
+        QString script = QString::fromUtf8(test::readFile(path));
+        script.replace(u"exit 0"_s, u"for a; do [ \"$a\" = --bracketed-paste ] && exit 2; done\nexit 0"_s);
+        test::writeFile(path, script.toUtf8(), true);
+    }
     TerminalDrivers::Tools tools;
     tools.path = standIns.path();
     ProcessContext context;
@@ -45,43 +55,40 @@ TEST_P(SendText, ReachesTheAgentsWindowOnly) {
     }
 }
 
+const QMap<QString, QString> kittyWindow{{u"KITTY_WINDOW_ID"_s, u"7"_s}};
+
 INSTANTIATE_TEST_SUITE_P(
     Terminals, SendText,
     testing::Values(
-        // kitty reads escapes in the text: the path's backslash goes doubled.
         SendCase{"KittyBySocket",
                  "kitty",
-                 0,
+                 Answer::ok,
                  {{u"KITTY_WINDOW_ID"_s, u"7"_s}, {u"KITTY_LISTEN_ON"_s, u"unix:/tmp/kitty-1"_s}},
                  words(u"@ --to unix:/tmp/kitty-1 send-text --match id:7 --bracketed-paste auto")
-                     << u"'/tmp/a b\\\\c.png' "_s,
+                     << typedForKitty,
                  true},
-        SendCase{"KittyWithoutSocket",
-                 "kitty",
-                 0,
-                 {{u"KITTY_WINDOW_ID"_s, u"7"_s}},
-                 words(u"@ send-text --match id:7 --bracketed-paste auto") << u"'/tmp/a b\\\\c.png' "_s,
-                 true},
-        SendCase{"KittyRefuses",
-                 "kitty",
-                 1,
-                 {{u"KITTY_WINDOW_ID"_s, u"7"_s}},
-                 words(u"@ send-text --match id:7 --bracketed-paste auto") << u"'/tmp/a b\\\\c.png' "_s,
-                 false},
-        SendCase{"NotInKitty", "kitty", 0, {{u"KITTY_LISTEN_ON"_s, u"unix:/tmp/kitty-1"_s}}, {}, false},
+        SendCase{"KittyWithoutSocket", "kitty", Answer::ok, kittyWindow,
+                 words(u"@ send-text --match id:7 --bracketed-paste auto") << typedForKitty, true},
+        // Asked again without the option, which is the last call it recorded.
+        SendCase{"OlderKitty", "kitty", Answer::refusesTheOption, kittyWindow,
+                 words(u"@ send-text --match id:7") << typedForKitty, true},
+        SendCase{"KittyRefuses", "kitty", Answer::refuses, kittyWindow,
+                 words(u"@ send-text --match id:7") << typedForKitty, false},
+        SendCase{
+            "NotInKitty", "kitty", Answer::ok, {{u"KITTY_LISTEN_ON"_s, u"unix:/tmp/kitty-1"_s}}, {}, false},
         SendCase{"WezTermPane",
                  "wezterm",
-                 0,
+                 Answer::ok,
                  {{u"WEZTERM_PANE"_s, u"3"_s}, {u"WEZTERM_UNIX_SOCKET"_s, u"/run/w sock"_s}},
                  words(u"cli send-text --pane-id 3") << typed,
                  true},
         SendCase{"WezTermRefuses",
                  "wezterm",
-                 1,
+                 Answer::refuses,
                  {{u"WEZTERM_PANE"_s, u"3"_s}},
                  words(u"cli send-text --pane-id 3") << typed,
                  false},
-        SendCase{"NotInWezTerm", "wezterm", 0, {{u"WEZTERM_PANE"_s, u""_s}}, {}, false}),
+        SendCase{"NotInWezTerm", "wezterm", Answer::ok, {{u"WEZTERM_PANE"_s, u""_s}}, {}, false}),
     [](const auto& param) { return std::string(param.param.label); });
 
 } // namespace
