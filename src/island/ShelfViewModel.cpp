@@ -55,7 +55,7 @@ ShelfViewModel::ShelfViewModel(AppModel* app, QObject* parent) : QAbstractListMo
     if (app_ == nullptr) {
         return;
     }
-    connect(&app_->shelf(), &ShelfStore::itemsChanged, this, &ShelfViewModel::refresh);
+    connect(&app_->shelf(), &ShelfStore::itemsChanged, this, [this] { rebuild(false); });
     connect(&app_->prefs(), &Preferences::shelfEnabledChanged, this, &ShelfViewModel::enabledChanged);
     connect(&app_->shelf(), &ShelfStore::draggingEntryIDChanged, this, &ShelfViewModel::draggingEntryChanged);
     app_->shelf().setButtonDown([] { return QGuiApplication::mouseButtons().testFlag(Qt::LeftButton); });
@@ -75,8 +75,21 @@ ShelfViewModel* ShelfViewModel::create(QQmlEngine* engine, QJSEngine*) {
     return new ShelfViewModel(shared);
 }
 
+namespace {
+
+QString rowKey(const ShelfEntry& entry) {
+    QString key = entry.id.toString(QUuid::WithoutBraces);
+    for (const ShelfItem& item : entry.items) {
+        key += QLatin1Char(' ') + item.id.toString(QUuid::WithoutBraces);
+    }
+    return key;
+}
+
+} // namespace
+
 ShelfViewModel::Row ShelfViewModel::rowFor(const ShelfEntry& entry) {
     Row row;
+    row.key = rowKey(entry);
     row.entryID = entry.id.toString(QUuid::WithoutBraces);
     row.itemCount = static_cast<int>(entry.items.size());
     row.name = entry.items.size() == 1 ? entry.items.front().name : tr("%n items", nullptr, row.itemCount);
@@ -106,12 +119,23 @@ ShelfViewModel::Row ShelfViewModel::rowFor(const ShelfEntry& entry) {
 }
 
 void ShelfViewModel::refresh() {
+    rebuild(true);
+}
+
+void ShelfViewModel::rebuild(bool lookAgain) {
     const int before = rowCount();
+    QHash<QString, Row> previous;
+    if (!lookAgain) {
+        for (Row& row : rows_) {
+            previous.insert(row.key, std::move(row));
+        }
+    }
     beginResetModel();
     rows_.clear();
     if (app_ != nullptr) {
         for (const ShelfEntry& entry : app_->shelf().entries()) {
-            rows_.push_back(rowFor(entry));
+            const auto kept = previous.find(rowKey(entry));
+            rows_.push_back(kept != previous.end() ? std::move(*kept) : rowFor(entry));
         }
     }
     endResetModel();

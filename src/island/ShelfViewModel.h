@@ -90,6 +90,7 @@ Q_SIGNALS:
 private:
     // What a tile shows, as of the last look at the files.
     struct Row {
+        QString key; // the entry and its items: a row is looked at again only when this changes
         QString entryID;
         QString name;
         int itemCount = 0;
@@ -102,6 +103,8 @@ private:
 
     QStringList paths(const QString& entryID) const;
     static Row rowFor(const ShelfEntry& entry);
+    // Makes the rows anew from the store; `lookAgain` looks at every file, else only at new entries.
+    void rebuild(bool lookAgain);
     int rowOf(const QString& entryID) const;
 
     QPointer<AppModel> app_;

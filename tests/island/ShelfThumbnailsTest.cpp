@@ -98,7 +98,7 @@ TEST(ShelfPictureMemory, FollowsTheModificationTime) {
 }
 
 // Tiles show what the last look found: a file deleted behind the shelf's back shows as missing once
-// the shelf looks again, not on every read.
+// the shelf looks again, not on every read nor when other files join.
 TEST(ShelfTiles, ReadWhatTheLastLookFound) {
     test::IslandWorld world;
     const QString path = world.home.path() + text("/shot.png");
@@ -111,17 +111,25 @@ TEST(ShelfTiles, ReadWhatTheLastLookFound) {
     EXPECT_TRUE(tile.data(ShelfViewModel::ThumbnailRole).toString().startsWith(text("image://shelf/")));
     EXPECT_EQ(tile.data(ShelfViewModel::ProgressRole).toDouble(), -1.0);
 
+    // Made first, so it cannot take over the deleted file's inode.
+    const QString other = world.home.path() + text("/other.txt");
+    test::writeFile(other, "other");
     QFile::remove(path);
     EXPECT_FALSE(shelf.index(0).data(ShelfViewModel::MissingRole).toBool());
+    ASSERT_EQ(world.app.addToShelf({QUrl::fromLocalFile(other)}, false), 1);
+    ASSERT_EQ(shelf.rowCount(), 2);
+    EXPECT_EQ(shelf.index(0).data(ShelfViewModel::KindRole).toString(), text("text"));
+    EXPECT_FALSE(shelf.index(1).data(ShelfViewModel::MissingRole).toBool());
     shelf.refresh();
-    EXPECT_TRUE(shelf.index(0).data(ShelfViewModel::MissingRole).toBool());
-    EXPECT_EQ(shelf.index(0).data(ShelfViewModel::ThumbnailRole).toString(), QString());
+    EXPECT_TRUE(shelf.index(1).data(ShelfViewModel::MissingRole).toBool());
+    EXPECT_EQ(shelf.index(1).data(ShelfViewModel::ThumbnailRole).toString(), QString());
 
-    const QString id = shelf.index(0).data(ShelfViewModel::EntryIdRole).toString();
+    const QString id = shelf.index(1).data(ShelfViewModel::EntryIdRole).toString();
     shelf.setProgress(id, 0.25);
-    EXPECT_EQ(shelf.index(0).data(ShelfViewModel::ProgressRole).toDouble(), 0.25);
-    shelf.setProgress(id, std::nullopt);
+    EXPECT_EQ(shelf.index(1).data(ShelfViewModel::ProgressRole).toDouble(), 0.25);
     EXPECT_EQ(shelf.index(0).data(ShelfViewModel::ProgressRole).toDouble(), -1.0);
+    shelf.setProgress(id, std::nullopt);
+    EXPECT_EQ(shelf.index(1).data(ShelfViewModel::ProgressRole).toDouble(), -1.0);
 }
 
 } // namespace
