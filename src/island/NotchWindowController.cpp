@@ -101,13 +101,11 @@ void NotchWindowController::handleMouse(IslandMouseEvent kind, QPointF at) {
         handleDrag(at);
         return;
     }
-    if (takingDrag_) {
-        // Plain motion comes along with the drag's own; while the drag holds the zone, it alone decides.
-        if (kind == IslandMouseEvent::mouseMoved) {
-            return;
-        }
-        setTakingDrag(false);
+    // Plain motion comes along with a drag's own; while something is dragged in, the drag alone decides.
+    if (kind == IslandMouseEvent::mouseMoved && isDraggingIn()) {
+        return;
     }
+    setTakingDrag(false);
     if (kind == IslandMouseEvent::leftMouseUp) {
         // The drop has landed or the drag was given up: the pass-through is back.
         leftButtonDown_ = false;
@@ -167,13 +165,15 @@ void NotchWindowController::handleClosedIsland(IslandMouseEvent kind, QPointF at
 
 // A file, text or link dragged from another application towards the top of the screen opens the shelf
 // and lets the window take the drop.
+bool NotchWindowController::isDraggingIn() const {
+    // Motion read in one go with the release still arrives as dragged: the button decides. A drag out of
+    // the island itself, or a mouse drag that carries nothing (a window's title bar), is no drag in.
+    return env_.prefs.shelfEnabled() && env_.drags != nullptr && leftButtonDown_ && !mouseDownInsideIsland_ &&
+           env_.drags->changeCount() != dragChangeCountAtMouseDown_;
+}
+
 void NotchWindowController::handleDrag(QPointF at) {
-    // Motion read in one go with the release still arrives as dragged: the button decides.
-    if (!env_.prefs.shelfEnabled() || env_.drags == nullptr || !leftButtonDown_) {
-        return;
-    }
-    // A drag out of the island itself, or a mouse drag that carries nothing (a window's title bar).
-    if (mouseDownInsideIsland_ || env_.drags->changeCount() == dragChangeCountAtMouseDown_) {
+    if (!isDraggingIn()) {
         return;
     }
     // A source that does not list its types is taken at its word when it drops.

@@ -87,6 +87,8 @@ private:
     void refreshGeometry();
     void handleOpenIsland(IslandMouseEvent kind, QPointF at);
     void handleClosedIsland(IslandMouseEvent kind, QPointF at);
+    // Another application drags content with the left button, begun away from the island.
+    bool isDraggingIn() const;
     void handleDrag(QPointF at);
     void setTakingDrag(bool taking);
     void finishScheduledClose();

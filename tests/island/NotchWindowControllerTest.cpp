@@ -371,6 +371,8 @@ TEST_F(NotchWindowControllerTest, ADragHoldsTheZoneUntilItLeavesOrTheButtonGoesU
     world.drags.begin(QStringList{QStringLiteral("text/uri-list")});
     drag(belowShelf);
     drag({960, 195});
+    move({960, 195});
+    world.tasks.advance(1);
     EXPECT_TRUE(model().isOpen());
     EXPECT_FALSE(panel->region().contains(belowShelf));
     drag({960, 205});
