@@ -142,7 +142,8 @@ ShelfThumbnailProvider::ShelfThumbnailProvider()
 
 QImage ShelfThumbnailProvider::requestImage(const QString& id, QSize* size, const QSize&) {
     const qsizetype slash = id.indexOf(QLatin1Char('/'));
-    const QString path = QUrl::fromPercentEncoding(id.mid(slash + 1).toLatin1());
+    // Qt hands the id over partly decoded already; whatever stayed encoded is decoded here.
+    const QString path = QUrl::fromPercentEncoding(id.mid(slash + 1).toUtf8());
     const QImage image =
         ShelfThumbnails::load(path, QDateTime::fromMSecsSinceEpoch(id.left(slash).toLongLong()));
     if (size != nullptr) {
