@@ -67,8 +67,6 @@ INSTANTIATE_TEST_SUITE_P(
                  words(u"@ --to unix:/tmp/kitty-1 send-text --match id:7 --bracketed-paste auto")
                      << typedForKitty,
                  true},
-        SendCase{"KittyWithoutSocket", "kitty", Answer::ok, kittyWindow,
-                 words(u"@ send-text --match id:7 --bracketed-paste auto") << typedForKitty, true},
         // Asked again without the option, which is the last call it recorded.
         SendCase{"OlderKitty", "kitty", Answer::refusesTheOption, kittyWindow,
                  words(u"@ send-text --match id:7") << typedForKitty, true},
