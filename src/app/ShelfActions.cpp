@@ -99,6 +99,20 @@ bool pasteIntoTmux(const QString& text, const ProcessContext& context) {
                 QStringLiteral("-b"), buffer, QStringLiteral("-t"), *pane});
 }
 
+std::optional<QString> typeIntoTerminal(const QString& text, const ProcessContext& context) {
+    if (pasteIntoTmux(text, context)) {
+        return QStringLiteral("tmux");
+    }
+    const Tools tools = Tools::system();
+    if (sendTextKitty(text, context, tools)) {
+        return QStringLiteral("kitty");
+    }
+    if (sendTextWezTerm(text, context, tools)) {
+        return QStringLiteral("wezterm");
+    }
+    return std::nullopt;
+}
+
 bool send(AppModel& app, const QUuid& id, const AgentSession& session, std::function<void(QString)> done) {
     if (!exists(app, id)) {
         return false;
@@ -109,13 +123,13 @@ bool send(AppModel& app, const QUuid& id, const AgentSession& session, std::func
     }
     QThreadPool::globalInstance()->start(
         [text, context = session.context(), done = std::move(done)]() mutable {
-            const bool pasted = pasteIntoTmux(text, context);
-            postToMain([pasted, text, done = std::move(done)] {
+            const std::optional<QString> way = typeIntoTerminal(text, context);
+            postToMain([way, text, done = std::move(done)] {
                 // Without a display there is no clipboard either; the caller still hears what happened.
-                if (!pasted && qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr) {
+                if (!way && qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr) {
                     QGuiApplication::clipboard()->setText(text.trimmed());
                 }
-                done(pasted ? QStringLiteral("tmux") : QStringLiteral("clipboard"));
+                done(way.value_or(QStringLiteral("clipboard")));
             });
         });
     return true;

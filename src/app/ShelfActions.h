@@ -24,8 +24,9 @@ bool convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& c
              std::function<void(QStringList)> done);
 
 // Types the path of each file of that entry or item at the session's terminal prompt, without Enter,
-// through tmux; where no terminal can be reached, the paths go to the clipboard instead. `done` gets
-// "tmux" or "clipboard". False when no entry or item has that id.
+// through tmux, kitty or WezTerm; where no terminal can be reached, the paths go to the clipboard
+// instead. `done` gets the way they went: "tmux", "kitty", "wezterm" or "clipboard". False when no
+// entry or item has that id.
 bool send(AppModel& app, const QUuid& id, const AgentSession& session, std::function<void(QString)> done);
 
 // The text a path is pasted as: quoted for a shell when it holds spaces or quotes, then a space.
@@ -34,6 +35,11 @@ QString pastedPath(const QString& path);
 // Pastes `text` into the tmux pane of `context` (bracketed, so the prompt takes it as a paste). Blocks;
 // off the main thread. False when the context names no tmux pane or tmux refused.
 bool pasteIntoTmux(const QString& text, const ProcessContext& context);
+
+// Types `text` into the terminal of `context` by the first way that reaches it: the tmux pane the agent
+// runs in, else its kitty window, else its WezTerm pane. Blocks; off the main thread. Names the way
+// ("tmux", "kitty", "wezterm"), or nothing when none reached it.
+std::optional<QString> typeIntoTerminal(const QString& text, const ProcessContext& context);
 
 } // namespace ShelfActions
 

@@ -1,5 +1,6 @@
 #include "island/IslandControls.h"
 
+#include "island/NotchViewModel.h"
 #include "island/NotchWindowController.h"
 
 namespace mirrowisp {
@@ -34,6 +35,12 @@ void IslandControls::menuClosed() {
 void IslandControls::setPopupShown(bool shown) {
     if (controller_) {
         controller_->setPopupShown(shown);
+    }
+}
+
+void IslandControls::setDropTargeted(bool targeted) {
+    if (controller_) {
+        controller_->model().setIsDropTargeted(targeted);
     }
 }
 

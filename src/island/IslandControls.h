@@ -24,6 +24,8 @@ public:
     Q_INVOKABLE void menuOpened();
     Q_INVOKABLE void menuClosed();
     Q_INVOKABLE void setPopupShown(bool shown);
+    // A drag the island would take hovers over it, or has gone.
+    Q_INVOKABLE void setDropTargeted(bool targeted);
 
 private:
     QPointer<NotchWindowController> controller_;

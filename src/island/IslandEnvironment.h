@@ -9,6 +9,7 @@ namespace mirrowisp {
 
 class AppModel;
 class DelayedTasks;
+class DragPasteboard;
 class NotchViewModel;
 class PointerSource;
 class Preferences;
@@ -21,6 +22,8 @@ struct IslandEnvironment {
     AppModel& app;
     DelayedTasks& tasks;
     const PointerSource& pointer;
+    // Drags of other applications; without it a drag towards the island opens nothing.
+    const DragPasteboard* drags;
 };
 
 // Makes the window of one screen's island around its model. The app makes real windows; tests fake

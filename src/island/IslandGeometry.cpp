@@ -32,6 +32,7 @@ IslandGeometry::IslandGeometry(const QRect& screen, const NotchViewModel& model)
     const QSizeF notch = model.notchSize();
     const double w = std::max(closed.width(), notch.width());
     hotRect_ = hangingFromTop(screen, midX - w / 2 - 8, -closed.height() - 2, w + 16, closed.height() + 4);
+    dragZone_ = hangingFromTop(screen, midX - 260, -180, 520, 180);
 
     if (!isOpen_) {
         const double h = notch.height();

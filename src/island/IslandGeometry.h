@@ -34,6 +34,8 @@ public:
     bool openRectContains(QPointF point, double grownBy) const {
         return grown(openRect_, grownBy, grownBy).contains(point);
     }
+    // Where a drag from another application opens the shelf: 520 x 180 at the top centre.
+    const QRectF& dragZone() const { return dragZone_; }
     // Where the panel takes the pointer now: the open island grown by 2, or the closed area.
     bool interactiveAreaContains(QPointF point) const;
     QRegion interactiveRegion() const;
@@ -44,6 +46,7 @@ private:
     bool isOpen_ = false;
     QRectF openRect_;
     QRectF hotRect_;
+    QRectF dragZone_;
     QList<QRectF> bubbleRects_;
 };
 

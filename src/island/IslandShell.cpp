@@ -23,6 +23,7 @@
 #include "island/ShelfViewModel.h"
 #include "island/TimerDelayedTasks.h"
 #include "island/x11/IslandWindow.h"
+#include "island/x11/X11DragWatch.h"
 #include "island/x11/X11KeyGrab.h"
 #include "island/x11/XInputPointerMonitor.h"
 #include "media/NowPlayingService.h"
@@ -113,6 +114,7 @@ void IslandShell::start() {
                     "Mirrowisp: no global pointer (%1); the island follows the pointer over itself only")
                     .arg(monitor_->error()));
     }
+    drags_ = std::make_unique<X11DragWatch>();
     keys_ = std::make_unique<X11KeyGrab>();
     space_ = std::make_unique<X11KeyGrab>(QStringLiteral(" "));
     NowPlayingViewModel::setShared(app_.nowPlayingService());
@@ -155,7 +157,7 @@ void IslandShell::start() {
         return window;
     };
     manager_ = std::make_unique<NotchManager>(
-        *screens_, IslandEnvironment{app_.prefs(), app_, *tasks_, pointer_}, makePanel);
+        *screens_, IslandEnvironment{app_.prefs(), app_, *tasks_, pointer_, drags_.get()}, makePanel);
     connect(manager_.get(), &NotchManager::controllersChanged, this, &IslandShell::attachViews);
     app_.setNotch(manager_.get());
 
@@ -165,6 +167,8 @@ void IslandShell::start() {
             [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDown), at); });
     connect(monitor_.get(), &XInputPointerMonitor::leftDragged, this,
             [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseDragged), at); });
+    connect(monitor_.get(), &XInputPointerMonitor::leftReleased, this,
+            [this](QPoint at) { pointerEvent(static_cast<int>(IslandMouseEvent::leftMouseUp), at); });
     connect(keys_.get(), &X11KeyGrab::pressed, this, &IslandShell::permissionKey);
     connect(space_.get(), &X11KeyGrab::pressed, this, [this] {
         if (NowPlayingService* media = app_.nowPlayingService()) {

@@ -24,6 +24,7 @@ class NotchManager;
 class NotchWindowController;
 class QtScreenSource;
 class TimerDelayedTasks;
+class X11DragWatch;
 class X11KeyGrab;
 class XInputPointerMonitor;
 
@@ -91,6 +92,7 @@ private:
     std::unique_ptr<HookDriftWatch> hookDrift_;
     std::unique_ptr<NotchManager> manager_;
     std::unique_ptr<XInputPointerMonitor> monitor_;
+    std::unique_ptr<X11DragWatch> drags_;
     std::unique_ptr<X11KeyGrab> keys_;
     std::unique_ptr<X11KeyGrab> space_;
     QList<QPointer<IslandWindow>> attached_;

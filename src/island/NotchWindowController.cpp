@@ -2,17 +2,30 @@
 
 #include "app/AppModel.h"
 #include "app/Preferences.h"
+#include "island/DragPasteboard.h"
 #include "island/IslandPanel.h"
 #include "island/NotchViewModel.h"
 #include "island/PointerSource.h"
 
 #include <QPointer>
+#include <algorithm>
 
 namespace mirrowisp {
 
 namespace {
 constexpr int panelWidth = 820;
 constexpr int panelHeight = 560;
+
+// What the shelf takes: files, text, links and image data, by the names X11 sources give them.
+bool offersShelfContent(const QStringList& types) {
+    return std::any_of(types.begin(), types.end(), [](const QString& type) {
+        return type == QLatin1StringView("text/uri-list") ||
+               type.startsWith(QLatin1StringView("text/plain")) || type == QLatin1StringView("UTF8_STRING") ||
+               type == QLatin1StringView("STRING") || type == QLatin1StringView("text/x-moz-url") ||
+               type == QLatin1StringView("_NETSCAPE_URL") || type == QLatin1StringView("image/png") ||
+               type == QLatin1StringView("image/tiff");
+    });
+}
 } // namespace
 
 NotchWindowController::NotchWindowController(const NotchScreen& screen, IslandEnvironment env,
@@ -66,6 +79,9 @@ void NotchWindowController::refreshGeometry() {
     // The region is the pass-through trick itself, and it keeps working where the app sees no pointer
     // motion outside its own windows (XWayland). Reshaping a window costs a round trip: only on change.
     QRegion region = geometry_.interactiveRegion();
+    if (takingDrag_) {
+        region += geometry_.dragZone().toAlignedRect();
+    }
     if (region != inputRegion_) {
         inputRegion_ = region;
         if (panel_) {
@@ -75,8 +91,25 @@ void NotchWindowController::refreshGeometry() {
 }
 
 void NotchWindowController::handleMouse(IslandMouseEvent kind, QPointF at) {
-    // Drags towards the island would open the shelf, which has no Linux side yet.
+    if (kind == IslandMouseEvent::leftMouseDown) {
+        leftButtonDown_ = true;
+        dragChangeCountAtMouseDown_ = env_.drags != nullptr ? env_.drags->changeCount() : 0;
+        mouseDownInsideIsland_ =
+            model_->isOpen() ? geometry_.openRectContains(at, 4) : geometry_.closedAreaContains(at);
+    }
     if (kind == IslandMouseEvent::leftMouseDragged) {
+        handleDrag(at);
+        return;
+    }
+    // Plain motion comes along with a drag's own; while something is dragged in, the drag alone decides.
+    if (kind == IslandMouseEvent::mouseMoved && isDraggingIn()) {
+        return;
+    }
+    setTakingDrag(false);
+    if (kind == IslandMouseEvent::leftMouseUp) {
+        // The drop has landed or the drag was given up: the pass-through is back.
+        leftButtonDown_ = false;
+        updateMouseIgnoring(at);
         return;
     }
     updateMouseIgnoring(at);
@@ -127,6 +160,48 @@ void NotchWindowController::handleClosedIsland(IslandMouseEvent kind, QPointF at
             tab = activity == SecondaryActivity::Case::agent ? NotchTab::agents : NotchTab::home;
         }
         open(tab, false);
+    }
+}
+
+// A file, text or link dragged from another application towards the top of the screen opens the shelf
+// and lets the window take the drop.
+bool NotchWindowController::isDraggingIn() const {
+    // Motion read in one go with the release still arrives as dragged: the button decides. A drag out of
+    // the island itself, or a mouse drag that carries nothing (a window's title bar), is no drag in.
+    return env_.prefs.shelfEnabled() && env_.drags != nullptr && leftButtonDown_ && !mouseDownInsideIsland_ &&
+           env_.drags->changeCount() != dragChangeCountAtMouseDown_;
+}
+
+void NotchWindowController::handleDrag(QPointF at) {
+    if (!isDraggingIn()) {
+        return;
+    }
+    // A source that does not list its types is taken at its word when it drops.
+    if (const std::optional<QStringList> types = env_.drags->types(); types && !offersShelfContent(*types)) {
+        return;
+    }
+    const bool onShelf = model_->isOpen() && model_->tab() == NotchTab::shelf;
+    if (geometry_.dragZone().contains(at)) {
+        if (!onShelf) {
+            open(NotchTab::shelf, false);
+        }
+        setTakingDrag(true);
+        if (ignoresMouseEvents_) {
+            ignoresMouseEvents_ = false;
+            Q_EMIT ignoresMouseEventsChanged(false);
+        }
+        return;
+    }
+    setTakingDrag(false);
+    if (onShelf && !geometry_.openRectContains(at, 40)) {
+        closeIsland();
+    }
+}
+
+void NotchWindowController::setTakingDrag(bool taking) {
+    if (taking != takingDrag_) {
+        takingDrag_ = taking;
+        refreshGeometry();
     }
 }
 

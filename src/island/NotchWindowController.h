@@ -18,7 +18,7 @@ class IslandPanel;
 class NotchViewModel;
 
 // The pointer events an island reacts to, wherever on the desktop they happen.
-enum class IslandMouseEvent { leftMouseDown, mouseMoved, leftMouseDragged };
+enum class IslandMouseEvent { leftMouseDown, mouseMoved, leftMouseDragged, leftMouseUp };
 
 // Decides from pointer events when one screen's island hovers, opens and closes. Its window never
 // moves or resizes; instead the window takes the pointer only over the island (the input region),
@@ -68,6 +68,9 @@ public:
     int openCount() const { return openCount_; }
     // Whether the pointer is outside the interactive area as of the last pointer check.
     bool ignoresMouseEvents() const { return ignoresMouseEvents_; }
+    // A drag from another application hovers in the drag zone: the window takes the whole zone, so
+    // the drop can land anywhere in it.
+    bool isTakingDrag() const { return takingDrag_; }
     // A text field of this island holds the keyboard.
     bool hasKeyboardFocus() const;
     bool isPointerOver(double grownBy) const;
@@ -84,6 +87,10 @@ private:
     void refreshGeometry();
     void handleOpenIsland(IslandMouseEvent kind, QPointF at);
     void handleClosedIsland(IslandMouseEvent kind, QPointF at);
+    // Another application drags content with the left button, begun away from the island.
+    bool isDraggingIn() const;
+    void handleDrag(QPointF at);
+    void setTakingDrag(bool taking);
     void finishScheduledClose();
 
     IslandEnvironment env_;
@@ -99,6 +106,10 @@ private:
     int openMenus_ = 0;
     bool popupShown_ = false;
     bool ignoresMouseEvents_ = true;
+    int dragChangeCountAtMouseDown_ = 0;
+    bool mouseDownInsideIsland_ = false;
+    bool leftButtonDown_ = false;
+    bool takingDrag_ = false;
 };
 
 } // namespace mirrowisp

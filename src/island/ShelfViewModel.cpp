@@ -4,6 +4,7 @@
 #include "app/AppModel.h"
 #include "app/Preferences.h"
 #include "app/ShelfActions.h"
+#include "island/ShelfThumbnails.h"
 #include "shelf/ShelfDrop.h"
 
 #include <QCursor>
@@ -14,6 +15,7 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QMimeDatabase>
+#include <QQmlEngine>
 #include <QUrl>
 
 namespace mirrowisp {
@@ -53,59 +55,137 @@ ShelfViewModel::ShelfViewModel(AppModel* app, QObject* parent) : QAbstractListMo
     if (app_ == nullptr) {
         return;
     }
-    connect(&app_->shelf(), &ShelfStore::itemsChanged, this, [this] {
-        beginResetModel();
-        endResetModel();
-        Q_EMIT countChanged();
-    });
+    connect(&app_->shelf(), &ShelfStore::itemsChanged, this, [this] { rebuild(false); });
     connect(&app_->prefs(), &Preferences::shelfEnabledChanged, this, &ShelfViewModel::enabledChanged);
     connect(&app_->shelf(), &ShelfStore::draggingEntryIDChanged, this, &ShelfViewModel::draggingEntryChanged);
     app_->shelf().setButtonDown([] { return QGuiApplication::mouseButtons().testFlag(Qt::LeftButton); });
+    refresh();
 }
 
 void ShelfViewModel::setShared(AppModel* app) {
     shared = app;
 }
 
-ShelfViewModel* ShelfViewModel::create(QQmlEngine*, QJSEngine*) {
-    return new ShelfViewModel(shared); // the engine owns it
+ShelfViewModel* ShelfViewModel::create(QQmlEngine* engine, QJSEngine*) {
+    // The tiles' pictures come from the engine's providers; the engine owns them and the model.
+    if (engine != nullptr && engine->imageProvider(QStringLiteral("shelf")) == nullptr) {
+        engine->addImageProvider(QStringLiteral("shelf"), new ShelfThumbnailProvider);
+        engine->addImageProvider(QStringLiteral("shelficon"), new ShelfIconProvider);
+    }
+    return new ShelfViewModel(shared);
+}
+
+namespace {
+
+QString rowKey(const ShelfEntry& entry) {
+    QString key = entry.id.toString(QUuid::WithoutBraces);
+    for (const ShelfItem& item : entry.items) {
+        key += QLatin1Char(' ') + item.id.toString(QUuid::WithoutBraces);
+    }
+    return key;
+}
+
+} // namespace
+
+ShelfViewModel::Row ShelfViewModel::rowFor(const ShelfEntry& entry) {
+    Row row;
+    row.key = rowKey(entry);
+    row.entryID = entry.id.toString(QUuid::WithoutBraces);
+    row.itemCount = static_cast<int>(entry.items.size());
+    row.name = entry.items.size() == 1 ? entry.items.front().name : tr("%n items", nullptr, row.itemCount);
+    for (const ShelfItem& item : entry.items) {
+        if (const auto path = ShelfStore::resolve(item)) {
+            row.paths.append(*path);
+        }
+    }
+    const auto first = ShelfStore::resolve(entry.items.front());
+    row.missing = !first.has_value();
+    if (!first) {
+        row.kind = QStringLiteral("missing");
+        return row;
+    }
+    const QFileInfo info(*first);
+    row.kind = kindOf(*first);
+    // Whether the thumbnail is current is the loader's to find out, off this thread; the view falls back
+    // to the icon when it finds none.
+    if (info.isFile() &&
+        (row.kind == QLatin1StringView("image") || ShelfThumbnails::hasCachedThumbnail(*first))) {
+        row.thumbnail = ShelfThumbnails::source(*first, info.lastModified());
+    }
+    if (const auto icon = ShelfThumbnails::iconName(*first)) {
+        row.icon = ShelfThumbnails::iconSource(*icon);
+    }
+    return row;
+}
+
+void ShelfViewModel::refresh() {
+    rebuild(true);
+}
+
+void ShelfViewModel::rebuild(bool lookAgain) {
+    const int before = rowCount();
+    QHash<QString, Row> previous;
+    if (!lookAgain) {
+        for (Row& row : rows_) {
+            previous.insert(row.key, std::move(row));
+        }
+    }
+    beginResetModel();
+    rows_.clear();
+    if (app_ != nullptr) {
+        for (const ShelfEntry& entry : app_->shelf().entries()) {
+            const auto kept = previous.find(rowKey(entry));
+            rows_.push_back(kept != previous.end() ? std::move(*kept) : rowFor(entry));
+        }
+    }
+    endResetModel();
+    if (rowCount() != before) {
+        Q_EMIT countChanged();
+    }
+}
+
+int ShelfViewModel::rowOf(const QString& entryID) const {
+    for (size_t i = 0; i < rows_.size(); ++i) {
+        if (rows_[i].entryID == entryID) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
 }
 
 int ShelfViewModel::rowCount(const QModelIndex& parent) const {
-    return parent.isValid() || app_ == nullptr ? 0 : static_cast<int>(app_->shelf().entries().size());
+    return parent.isValid() ? 0 : static_cast<int>(rows_.size());
 }
 
 QVariant ShelfViewModel::data(const QModelIndex& index, int role) const {
-    if (app_ == nullptr || !index.isValid()) {
+    if (!index.isValid() || index.row() >= rowCount()) {
         return {};
     }
-    const QList<ShelfEntry> entries = app_->shelf().entries();
-    if (index.row() >= entries.size()) {
-        return {};
-    }
-    const ShelfEntry& entry = entries[index.row()];
-    const ShelfItem& first = entry.items.front();
+    const Row& row = rows_[static_cast<size_t>(index.row())];
     switch (role) {
     case EntryIdRole:
-        return entry.id.toString(QUuid::WithoutBraces);
+        return row.entryID;
     case NameRole:
-        return entry.items.size() == 1 ? first.name
-                                       : tr("%n items", nullptr, static_cast<int>(entry.items.size()));
+        return row.name;
     case ItemCountRole:
-        return static_cast<int>(entry.items.size());
-    case UrlsRole:
-        return uriList(entry.id.toString(QUuid::WithoutBraces));
-    case ThumbnailRole: {
-        const auto path = ShelfStore::resolve(first);
-        return path && kindOf(*path) == QLatin1StringView("image") ? QUrl::fromLocalFile(*path).toString()
-                                                                   : QString();
+        return row.itemCount;
+    case UrlsRole: {
+        QString list;
+        for (const QString& path : row.paths) {
+            list += QString::fromUtf8(QUrl::fromLocalFile(path).toEncoded()) + QStringLiteral("\r\n");
+        }
+        return list;
     }
-    case KindRole: {
-        const auto path = ShelfStore::resolve(first);
-        return path ? kindOf(*path) : QStringLiteral("missing");
-    }
+    case ThumbnailRole:
+        return row.thumbnail;
+    case KindRole:
+        return row.kind;
     case MissingRole:
-        return !ShelfStore::resolve(first).has_value();
+        return row.missing;
+    case IconRole:
+        return row.icon;
+    case ProgressRole:
+        return progress_.value(row.entryID, -1.0);
     default:
         return {};
     }
@@ -114,7 +194,24 @@ QVariant ShelfViewModel::data(const QModelIndex& index, int role) const {
 QHash<int, QByteArray> ShelfViewModel::roleNames() const {
     return {{EntryIdRole, "entryId"}, {NameRole, "name"},           {ItemCountRole, "itemCount"},
             {UrlsRole, "uriList"},    {ThumbnailRole, "thumbnail"}, {KindRole, "kind"},
-            {MissingRole, "missing"}};
+            {MissingRole, "missing"}, {IconRole, "icon"},           {ProgressRole, "progress"}};
+}
+
+void ShelfViewModel::setProgress(const QString& entryID, std::optional<double> fraction) {
+    if (fraction) {
+        progress_.insert(entryID, std::clamp(*fraction, 0.0, 1.0));
+    } else if (progress_.remove(entryID) == 0) {
+        return;
+    }
+    if (const int row = rowOf(entryID); row >= 0) {
+        Q_EMIT dataChanged(index(row), index(row), {ProgressRole});
+    }
+}
+
+void ShelfViewModel::cancel(const QString& entryID) {
+    if (progress_.contains(entryID)) {
+        Q_EMIT cancelRequested(entryID);
+    }
 }
 
 bool ShelfViewModel::enabled() const {
@@ -230,8 +327,16 @@ QVariantList ShelfViewModel::conversions(const QString& entryID) const {
 
 void ShelfViewModel::convert(const QString& entryID, const QString& key) {
     const auto conversion = ShelfConverter::Conversion::fromKey(key);
-    if (app_ != nullptr && conversion) {
-        ShelfActions::convert(*app_, idFrom(entryID), *conversion, [](const QStringList&) {});
+    if (app_ == nullptr || !conversion) {
+        return;
+    }
+    QPointer<ShelfViewModel> weak(this);
+    if (ShelfActions::convert(*app_, idFrom(entryID), *conversion, [weak, entryID](const QStringList&) {
+            if (weak) {
+                weak->setProgress(entryID, std::nullopt);
+            }
+        })) {
+        setProgress(entryID, 0);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <QStringList>
 #include <QVariant>
 #include <QtQml/qqmlregistration.h>
+#include <vector>
 
 class QQmlEngine;
 class QJSEngine;
@@ -12,6 +13,7 @@ class QJSEngine;
 namespace mirrowisp {
 
 class AppModel;
+struct ShelfEntry;
 
 // The shelf tab's tiles, one row per entry (a file, or a stack), and what the tiles and drops do.
 // One per QML engine; all read the app's shelf.
@@ -32,7 +34,9 @@ public:
         UrlsRole,
         ThumbnailRole,
         KindRole,
-        MissingRole
+        MissingRole,
+        IconRole,
+        ProgressRole
     };
 
     explicit ShelfViewModel(AppModel* app, QObject* parent = nullptr);
@@ -66,6 +70,14 @@ public:
     Q_INVOKABLE void send(const QString& entryID, const QString& sessionID);
     Q_INVOKABLE void beginDragOut(const QString& entryID);
     Q_INVOKABLE void endDragOut();
+    // Looks at the files again: whether they are still there, their kinds and pictures. The tiles
+    // read what was found then, so showing them touches no file.
+    Q_INVOKABLE void refresh();
+
+    // How far the entry's conversion has come, 0..1; nothing clears the bar.
+    void setProgress(const QString& entryID, std::optional<double> fraction);
+    // The tile's menu gave up on the entry's conversion.
+    Q_INVOKABLE void cancel(const QString& entryID);
 
 Q_SIGNALS:
     void countChanged();
@@ -73,11 +85,31 @@ Q_SIGNALS:
     void enabledChanged();
     // A file was sent where no terminal could take it: its path is on the clipboard.
     void sentToClipboard();
+    void cancelRequested(const QString& entryID);
 
 private:
+    // What a tile shows, as of the last look at the files.
+    struct Row {
+        QString key; // the entry and its items: a row is looked at again only when this changes
+        QString entryID;
+        QString name;
+        int itemCount = 0;
+        QStringList paths; // the files found, in the entry's order
+        QString kind;
+        QString thumbnail;
+        QString icon;
+        bool missing = false;
+    };
+
     QStringList paths(const QString& entryID) const;
+    static Row rowFor(const ShelfEntry& entry);
+    // Makes the rows anew from the store; `lookAgain` looks at every file, else only at new entries.
+    void rebuild(bool lookAgain);
+    int rowOf(const QString& entryID) const;
 
     QPointer<AppModel> app_;
+    std::vector<Row> rows_;
+    QHash<QString, double> progress_;
 };
 
 } // namespace mirrowisp

@@ -214,7 +214,12 @@ bool focusCmux(const QString& surface, const std::optional<QString>& workspace, 
                    tools, assignments);
 }
 
-bool focusKitty(const ProcessContext& context, const Tools& tools) {
+namespace {
+
+// `kitty @ [--to SOCKET] COMMAND --match id:WINDOW`, the arguments that follow, run: false when the
+// context names no kitty window or kitty is missing.
+bool runKitty(const QString& command, const QStringList& more, const ProcessContext& context,
+              const Tools& tools) {
     const std::optional<QString> window = present(context, QStringLiteral("KITTY_WINDOW_ID"));
     const std::optional<QString> kitty = findTool(QStringLiteral("kitty"), tools);
     if (!window || !kitty) {
@@ -224,12 +229,14 @@ bool focusKitty(const ProcessContext& context, const Tools& tools) {
     if (const std::optional<QString> listenOn = present(context, QStringLiteral("KITTY_LISTEN_ON"))) {
         arguments << QStringLiteral("--to") << *listenOn;
     }
-    arguments << QStringLiteral("focus-window") << QStringLiteral("--match")
-              << QStringLiteral("id:") + *window;
-    return runTool(*kitty, arguments, tools);
+    arguments << command << QStringLiteral("--match") << QStringLiteral("id:") + *window;
+    return runTool(*kitty, arguments + more, tools);
 }
 
-bool focusWezTerm(const ProcessContext& context, const Tools& tools) {
+// `wezterm cli COMMAND --pane-id PANE` and the arguments that follow, aimed at the instance the agent
+// runs in.
+bool runWezTerm(const QString& command, const QStringList& more, const ProcessContext& context,
+                const Tools& tools) {
     const std::optional<QString> pane = present(context, QStringLiteral("WEZTERM_PANE"));
     const std::optional<QString> wezterm = findTool(QStringLiteral("wezterm"), tools);
     if (!pane || !wezterm) {
@@ -240,10 +247,35 @@ bool focusWezTerm(const ProcessContext& context, const Tools& tools) {
     if (const std::optional<QString> socket = present(context, QStringLiteral("WEZTERM_UNIX_SOCKET"))) {
         assignments.append({QStringLiteral("WEZTERM_UNIX_SOCKET"), *socket});
     }
-    return runTool(
-        *wezterm,
-        {QStringLiteral("cli"), QStringLiteral("activate-pane"), QStringLiteral("--pane-id"), *pane}, tools,
-        assignments);
+    return runTool(*wezterm,
+                   QStringList{QStringLiteral("cli"), command, QStringLiteral("--pane-id"), *pane} + more,
+                   tools, assignments);
+}
+
+} // namespace
+
+bool focusKitty(const ProcessContext& context, const Tools& tools) {
+    return runKitty(QStringLiteral("focus-window"), {}, context, tools);
+}
+
+bool sendTextKitty(const QString& text, const ProcessContext& context, const Tools& tools) {
+    // kitty reads backslashes in the text as escapes; a path's own must arrive as they are.
+    QString escaped = text;
+    escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
+    // Bracketed when the prompt asked for it, so a path with a line break is not taken as Enter; kitty
+    // that knows no such option (older releases) takes the text as typed.
+    return runKitty(QStringLiteral("send-text"),
+                    {QStringLiteral("--bracketed-paste"), QStringLiteral("auto"), escaped}, context, tools) ||
+           runKitty(QStringLiteral("send-text"), {escaped}, context, tools);
+}
+
+bool focusWezTerm(const ProcessContext& context, const Tools& tools) {
+    return runWezTerm(QStringLiteral("activate-pane"), {}, context, tools);
+}
+
+bool sendTextWezTerm(const QString& text, const ProcessContext& context, const Tools& tools) {
+    // Without --no-paste WezTerm sends a bracketed paste where the program asked for one.
+    return runWezTerm(QStringLiteral("send-text"), {text}, context, tools);
 }
 
 bool focusKonsole(const ProcessContext& context, const Tools& tools) {

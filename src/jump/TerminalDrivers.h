@@ -75,6 +75,11 @@ bool focusCmux(const QString& surface, const std::optional<QString>& workspace, 
                const Tools& tools);
 bool focusKitty(const ProcessContext& context, const Tools& tools);
 bool focusWezTerm(const ProcessContext& context, const Tools& tools);
+// Types `text` at the prompt of the agent's kitty window or WezTerm pane as a paste (bracketed when the
+// program there asked for it), without Enter. False when the context names no such window or the
+// tool is missing or refused.
+bool sendTextKitty(const QString& text, const ProcessContext& context, const Tools& tools);
+bool sendTextWezTerm(const QString& text, const ProcessContext& context, const Tools& tools);
 bool focusKonsole(const ProcessContext& context, const Tools& tools);
 // Terminals without a tab interface (GNOME Terminal, xterm…): the window named by `WINDOWID`, else
 // the window of the outermost application above the agent.

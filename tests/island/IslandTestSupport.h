@@ -4,6 +4,7 @@
 #include "app/Preferences.h"
 #include "base/UserDefaults.h"
 #include "island/DelayedTasks.h"
+#include "island/DragPasteboard.h"
 #include "island/IslandEnvironment.h"
 #include "island/IslandPanel.h"
 #include "island/NotchScreen.h"
@@ -63,6 +64,21 @@ private:
     ManualClock& clock_;
     std::vector<Entry> queue_;
     long next_ = 0;
+};
+
+// A drag pasteboard the test fills: `begin` is another application starting a drag.
+class FakeDragPasteboard final : public DragPasteboard {
+public:
+    int changeCount() const override { return count_; }
+    std::optional<QStringList> types() const override { return types_; }
+    void begin(std::optional<QStringList> types) {
+        ++count_;
+        types_ = std::move(types);
+    }
+
+private:
+    int count_ = 0;
+    std::optional<QStringList> types_;
 };
 
 // What a fake window went through; outlives the window so tests can look after it is gone.
@@ -135,7 +151,7 @@ public:
         prefs.setFakeNotchWidth(140);
     }
 
-    IslandEnvironment env() { return {prefs, app, tasks, pointer}; }
+    IslandEnvironment env() { return {prefs, app, tasks, pointer, &drags}; }
 
     IslandPanelFactory factory() {
         return [this](const NotchScreen& screen, NotchViewModel&) {
@@ -163,6 +179,7 @@ public:
     AppModel app;
     ManualDelayedTasks tasks{clock};
     PointerTracker pointer;
+    FakeDragPasteboard drags;
     std::vector<std::shared_ptr<PanelLog>> panels;
 
 private:

@@ -287,4 +287,96 @@ TEST_F(NotchWindowControllerTest, DelayedWorkOfAGoneIslandDoesNothing) {
     world.tasks.advance(1);
 }
 
+// A drag another application starts towards the top of the screen: 520 x 180 around x = 960.
+struct DragCase {
+    const char* label;
+    bool shelfEnabled;
+    bool started; // the source took the drag selection after the button went down
+    std::optional<QStringList> types;
+    QPointF downAt;
+    bool opens;
+};
+
+class NotchWindowControllerDrag : public NotchWindowControllerTest,
+                                  public testing::WithParamInterface<DragCase> {};
+
+TEST_P(NotchWindowControllerDrag, OpensTheShelfOnlyForContentFromElsewhere) {
+    const DragCase& c = GetParam();
+    world.prefs.setShelfEnabled(c.shelfEnabled);
+    event(IslandMouseEvent::leftMouseDown, c.downAt);
+    if (c.started) {
+        world.drags.begin(c.types);
+    }
+    event(IslandMouseEvent::leftMouseDragged, {900, 120});
+    event(IslandMouseEvent::leftMouseDragged, {960, 150});
+    EXPECT_EQ(model().isOpen() && model().tab() == NotchTab::shelf, c.opens);
+    EXPECT_EQ(controller->isTakingDrag(), c.opens);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Drags, NotchWindowControllerDrag,
+    testing::Values(
+        DragCase{"Files", true, true, QStringList{QStringLiteral("text/uri-list")}, {200, 600}, true},
+        DragCase{"TextOfAnyCharset",
+                 true,
+                 true,
+                 QStringList{QStringLiteral("text/plain;charset=utf-8")},
+                 {200, 600},
+                 true},
+        DragCase{"SourceNamesNoTypes", true, true, std::nullopt, {200, 600}, true},
+        DragCase{"NothingTheShelfTakes",
+                 true,
+                 true,
+                 QStringList{QStringLiteral("application/x-color")},
+                 {200, 600},
+                 false},
+        DragCase{"AWindowsTitleBar", true, false, std::nullopt, {200, 600}, false},
+        DragCase{"OutOfTheIslandItself",
+                 true,
+                 true,
+                 QStringList{QStringLiteral("text/uri-list")},
+                 {960, 10},
+                 false},
+        DragCase{"ShelfOff", false, true, QStringList{QStringLiteral("text/uri-list")}, {200, 600}, false}),
+    [](const auto& param) { return std::string(param.param.label); });
+
+// The zone is the window's while the drag is in it; leaving it or letting go gives the pass-through
+// back, and a drag well away from the shelf closes it.
+TEST_F(NotchWindowControllerTest, ADragHoldsTheZoneUntilItLeavesOrTheButtonGoesUp) {
+    world.prefs.setShelfEnabled(true);
+    const QRect zone(700, 0, 520, 180);
+    const QPoint belowShelf(705, 178); // in the zone, under the open shelf (668 x 160) and its margin
+    const auto drag = [&](QPointF at) { event(IslandMouseEvent::leftMouseDragged, at); };
+
+    event(IslandMouseEvent::leftMouseDown, away);
+    world.drags.begin(QStringList{QStringLiteral("text/uri-list")});
+    drag(belowShelf);
+    ASSERT_TRUE(model().isOpen());
+    EXPECT_TRUE(panel->region().contains(zone));
+    EXPECT_FALSE(controller->ignoresMouseEvents());
+    // Plain motion comes along with the drag's: it neither closes the shelf nor narrows the region.
+    move(belowShelf);
+    world.tasks.advance(1);
+    EXPECT_TRUE(model().isOpen());
+    EXPECT_TRUE(panel->region().contains(zone));
+
+    event(IslandMouseEvent::leftMouseUp, belowShelf);
+    EXPECT_FALSE(panel->region().contains(belowShelf));
+    EXPECT_TRUE(controller->ignoresMouseEvents());
+    drag(belowShelf); // motion read in the same go as the release
+    EXPECT_FALSE(controller->isTakingDrag());
+
+    // Out of the zone but within 40 of the shelf it stays open; beyond, it closes.
+    event(IslandMouseEvent::leftMouseDown, away);
+    world.drags.begin(QStringList{QStringLiteral("text/uri-list")});
+    drag(belowShelf);
+    drag({960, 195});
+    move({960, 195});
+    world.tasks.advance(1);
+    EXPECT_TRUE(model().isOpen());
+    EXPECT_FALSE(panel->region().contains(belowShelf));
+    drag({960, 205});
+    EXPECT_FALSE(model().isOpen());
+}
+
 } // namespace

@@ -61,21 +61,17 @@ Item {
             }
         }
 
-        // Files, text, links and images dragged onto the island go on the shelf, which opens for them.
-        DropArea {
-            id: shelfDrop
+
+        // A drag the shelf would take rings the open island.
+        Rectangle {
             anchors.fill: parent
-            enabled: Shelf.enabled
-            onEntered: rootView.controller.open("shelf")
-            onDropped: (drop) => {
-                const image = drop.formats.find(f => f.startsWith("image/")) ?? ""
-                Shelf.drop(drop.urls,
-                           drop.formats.indexOf("text/x-moz-url") >= 0 ? drop.getDataAsString("text/x-moz-url") : "",
-                           drop.hasText ? drop.text : "",
-                           image, image.length > 0 ? drop.getDataAsArrayBuffer(image) : new ArrayBuffer(0))
-                drop.accept(Qt.CopyAction)
-                rootView.controller.open("shelf")
-            }
+            anchors.topMargin: -1
+            color: "transparent"
+            radius: shape.bottomRadius
+            border.width: 2
+            border.color: "#0a84ff"
+            opacity: rootView.island.isDropTargeted ? 0.9 : 0
+            Behavior on opacity { NumberAnimation { duration: 150 } }
         }
 
         Item {
@@ -138,6 +134,26 @@ Item {
                     onFinished: panel.kept = false
                 }
             }
+        }
+    }
+
+    // Files, text, links and images dragged onto the island go on the shelf, which opens for them. The
+    // whole panel listens: the window's input region decides where a drag reaches it, the island itself
+    // or, while a drag from elsewhere approaches, the zone around it.
+    DropArea {
+        id: shelfDrop
+        anchors.fill: parent
+        enabled: Shelf.enabled
+        onEntered: rootView.controller.open("shelf")
+        onContainsDragChanged: rootView.controller.setDropTargeted(containsDrag)
+        onDropped: (drop) => {
+            const image = drop.formats.find(f => f.startsWith("image/")) ?? ""
+            Shelf.drop(drop.urls,
+                       drop.formats.indexOf("text/x-moz-url") >= 0 ? drop.getDataAsString("text/x-moz-url") : "",
+                       drop.hasText ? drop.text : "",
+                       image, image.length > 0 ? drop.getDataAsArrayBuffer(image) : new ArrayBuffer(0))
+            drop.accept(Qt.CopyAction)
+            rootView.controller.open("shelf")
         }
     }
 

@@ -1,8 +1,9 @@
 import QtQuick
 import Mirrowisp
 
-// One shelf entry: a thumbnail for an image, a label of its kind otherwise, a count on a stack.
-// Dragging it out hands the files to whatever takes a file list.
+// One shelf entry: its picture (the image itself, the desktop's thumbnail, or its type's icon, else a
+// label of its kind), a count on a stack, a bar while it converts. Dragging it out hands the files to
+// whatever takes a file list.
 Item {
     id: tile
     required property string entryId
@@ -12,6 +13,8 @@ Item {
     required property string thumbnail
     required property string kind
     required property bool missing
+    required property string icon
+    required property real progress
     signal menuRequested(string entry, bool isStack, real x, real y)
 
     objectName: "shelfTileButton"
@@ -44,22 +47,50 @@ Item {
         color: Qt.rgba(1, 1, 1, 0.1)
         clip: true
         Image {
+            id: picture
             anchors.fill: parent
             source: tile.thumbnail
             sourceSize.width: 128
             sourceSize.height: 128
             asynchronous: true
             fillMode: Image.PreserveAspectCrop
-            visible: tile.thumbnail.length > 0
+            visible: status === Image.Ready
+        }
+        Image {
+            id: typeIcon
+            anchors.centerIn: parent
+            width: 40
+            height: 40
+            source: picture.status === Image.Ready || picture.status === Image.Loading ? "" : tile.icon
+            sourceSize.width: 80
+            sourceSize.height: 80
+            visible: status === Image.Ready
         }
         Text {
             anchors.centerIn: parent
-            visible: tile.thumbnail.length === 0
+            visible: !picture.visible && !typeIcon.visible && picture.status !== Image.Loading
             text: tile.kind === "file" ? (tile.name.split(".").pop().toUpperCase().slice(0, 4) || "FILE")
                                        : tile.kind.toUpperCase()
             color: Qt.rgba(1, 1, 1, 0.7)
             font.pixelSize: 11
             font.bold: true
+        }
+        // A conversion under way: how far it has come.
+        Rectangle {
+            visible: tile.progress >= 0
+            anchors.left: parent.left
+            anchors.right: parent.right
+            anchors.bottom: parent.bottom
+            anchors.margins: 6
+            height: 4
+            radius: 2
+            color: Qt.rgba(0, 0, 0, 0.5)
+            Rectangle {
+                width: parent.width * Math.max(0, tile.progress)
+                height: parent.height
+                radius: 2
+                color: "#0a84ff"
+            }
         }
         Rectangle {
             visible: tile.itemCount > 1

@@ -42,7 +42,7 @@ Item {
         delegate: ShelfTile {
             onMenuRequested: (entry, isStack, x, y) => {
                 const at = mapToItem(shelfView, x, y)
-                shelfView.showMenu(entry, isStack, at.x, at.y)
+                shelfView.showMenu(entry, isStack, at.x, at.y, progress >= 0)
             }
         }
         // qmllint enable unqualified
@@ -50,12 +50,13 @@ Item {
 
     // The top level, or the conversions, or the sessions: each a list of [title, action] pairs.
     property var actions: []
-    function showMenu(entry, isStack, x, y) {
+    function showMenu(entry, isStack, x, y, converting) {
         menu.entryId = entry
         menu.isStack = isStack
         menu.at = Qt.point(x, y)
         let list = [["Open", () => Shelf.open(entry)], ["Show in Folder", () => Shelf.showInFolder(entry)],
-                    ["Convert…", () => showConversions(entry)]]
+                    converting ? ["Cancel Conversion", () => Shelf.cancel(entry)]
+                               : ["Convert…", () => showConversions(entry)]]
         if (Shelf.sessions().length > 0) {
             list[list.length] = ["Send to Agent…", () => showSessions(entry)]
         }
@@ -99,6 +100,35 @@ Item {
         interval: 0
         onTriggered: menu.popupAt(menu.at.x, menu.at.y)
     }
+
+    // Where no terminal could take a sent file, its path went to the clipboard: say so for a moment.
+    Text {
+        id: notice
+        anchors.horizontalCenter: parent.horizontalCenter
+        anchors.bottom: parent.bottom
+        anchors.bottomMargin: 4
+        visible: noticeTimer.running
+        text: "Path copied: paste it into the agent's terminal"
+        color: "white"
+        font.pixelSize: 11
+        Rectangle {
+            anchors.fill: parent
+            anchors.margins: -4
+            z: -1
+            radius: 6
+            color: Qt.rgba(0, 0, 0, 0.7)
+        }
+    }
+    Timer {
+        id: noticeTimer
+        interval: 3000
+    }
+    Connections {
+        target: Shelf
+        function onSentToClipboard() { noticeTimer.restart() }
+    }
+    // The files may have changed since the shelf was last shown.
+    Component.onCompleted: Shelf.refresh()
 
     ContextMenu {
         id: menu

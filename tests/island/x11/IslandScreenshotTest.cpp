@@ -14,6 +14,7 @@
 #include <QJsonObject>
 #include <QPixmap>
 #include <QScreen>
+#include <QUrl>
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -187,4 +188,45 @@ TEST_F(IslandScreenshots, BatteryAndHeadsetMomentsAndTheHomeTabsDevices) {
     ASSERT_TRUE(test::waitUntil([&] { return controller->model().isOpen(); }, 3000));
     const QImage opened = settle("home-devices");
     EXPECT_GT(drawnHeight(opened), 100) << "the home tab did not open";
+}
+
+TEST_F(IslandScreenshots, ShelfTabWithPicturesIconsAndAStack) {
+    prefs.setShelfEnabled(true);
+    const QString dir = home.path() + text("/Pictures");
+    QDir().mkpath(dir);
+    // Sky over a sea in a colour nothing else on the island has, so the picture's tile is easy to find.
+    const QColor teal(0, 150, 136);
+    QImage photo(400, 300, QImage::Format_RGB32);
+    photo.fill(teal);
+    for (int y = 0; y < 150; ++y) {
+        for (int x = 0; x < 400; ++x) {
+            photo.setPixelColor(x, y, QColor(135 - y / 2, 206 - y / 3, 235 - y / 5));
+        }
+    }
+    // A name that an address must carry intact: spaces, a per cent sign, letters beyond ASCII.
+    ASSERT_TRUE(photo.save(dir + QStringLiteral("/Straße 5%.png")));
+    QImage sketch(300, 300, QImage::Format_RGB32);
+    sketch.fill(QColor(230, 120, 40));
+    ASSERT_TRUE(sketch.save(dir + text("/sketch.png")));
+    ASSERT_TRUE(sketch.save(dir + text("/sketch-2.png")));
+    test::writeFile(dir + text("/notes.txt"), "Milestones for the release");
+    test::writeFile(dir + text("/report.pdf"), "%PDF-1.4");
+    const auto url = [&](const char* name) {
+        return QUrl::fromLocalFile(dir + QLatin1Char('/') + text(name));
+    };
+    ASSERT_EQ(model.addToShelf({url("report.pdf"), url("notes.txt")}, false), 2);
+    ASSERT_EQ(model.addToShelf({url("sketch.png"), url("sketch-2.png")}, true), 2);
+    ASSERT_EQ(model.addToShelf({QUrl::fromLocalFile(dir + QStringLiteral("/Straße 5%.png"))}, false), 1);
+
+    controller->open(NotchTab::shelf, true);
+    ASSERT_TRUE(test::waitUntil([&] { return controller->model().isOpen(); }, 3000));
+    const QImage shelf = settle("shelf");
+    EXPECT_GT(drawnHeight(shelf), 100) << "the shelf tab did not open";
+    int tealPixels = 0;
+    for (int y = 0; y < shelf.height(); ++y) {
+        for (int x = 0; x < shelf.width(); ++x) {
+            tealPixels += QColor(shelf.pixel(x, y)) == teal ? 1 : 0;
+        }
+    }
+    EXPECT_GT(tealPixels, 20 * 40) << "the picture's thumbnail is not on its tile";
 }

@@ -1,6 +1,8 @@
 // Handing a shelf file to an agent: its path typed into a real tmux pane, read back from the screen.
 #include "app/ShelfActions.h"
 #include "bridge/BridgeProtocol.h"
+#include "jump/JumpTestSupport.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TestSupport.h"
 
 #include <QProcess>
@@ -66,6 +68,34 @@ TEST(ShelfSend, NoPaneNoPaste) {
     EXPECT_FALSE(ShelfActions::pasteIntoTmux(text("x"), context));
     context.tmuxPane = text("%0");
     EXPECT_FALSE(ShelfActions::pasteIntoTmux(text("x"), context));
+}
+
+// The pane the agent runs in wins over the terminal around it; without either, nothing is typed.
+TEST(ShelfSend, TakesTheFirstWayThatReachesTheAgent) {
+    TmuxServer server;
+    ASSERT_TRUE(server.ok());
+    test::StandIns standIns;
+    standIns.add(text("kitty"));
+    standIns.add(text("wezterm"));
+    test::ScopedEnvironment environment;
+    environment.set("PATH", (standIns.path() + text(":/usr/bin:/bin")).toUtf8());
+    const QMap<QString, QString> kitty{{text("KITTY_WINDOW_ID"), text("4")}};
+    const QMap<QString, QString> wezterm{{text("WEZTERM_PANE"), text("2")}};
+    ProcessContext inTmux = server.context();
+    inTmux.environment->insert(kitty);
+    ProcessContext inKitty;
+    inKitty.environment = kitty;
+    inKitty.environment->insert(wezterm);
+    ProcessContext inWezTerm;
+    inWezTerm.environment = wezterm;
+    const struct {
+        ProcessContext context;
+        std::optional<QString> way;
+    } cases[] = {{inTmux, text("tmux")}, {inKitty, text("kitty")}, {inWezTerm, text("wezterm")}, {{}, {}}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(ShelfActions::typeIntoTerminal(text("/tmp/x "), c.context), c.way);
+    }
+    EXPECT_EQ(server.screen(), text("/tmp/x"));
 }
 
 } // namespace
