@@ -43,24 +43,28 @@ bool exists(AppModel& app, const QUuid& id) {
 
 } // namespace
 
-bool convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& conversion,
-             std::function<void(QStringList)> done) {
+ShelfConversionJob* convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& conversion,
+                            std::function<void(const ShelfConverter::Report&)> done) {
     if (!exists(app, id)) {
-        return false;
+        return nullptr;
     }
-    QPointer<AppModel> weak(&app);
-    ShelfConverter::run(conversion, pathsOf(app, id),
-                        [weak, done = std::move(done)](const QStringList& results) {
-                            if (weak && !results.isEmpty()) {
-                                QList<QUrl> urls;
-                                for (const QString& path : results) {
-                                    urls.append(QUrl::fromLocalFile(path));
-                                }
-                                weak->addToShelf(urls, urls.size() != 1);
-                            }
-                            done(results);
-                        });
-    return true;
+    auto* job = new ShelfConversionJob(conversion, pathsOf(app, id), &app);
+    QObject::connect(job, &ShelfConversionJob::finished, &app,
+                     [&app, job, done = std::move(done)](const ShelfConverter::Report& report) {
+                         if (!report.files.isEmpty()) {
+                             QList<QUrl> urls;
+                             for (const QString& path : report.files) {
+                                 urls.append(QUrl::fromLocalFile(path));
+                             }
+                             app.addToShelf(urls, urls.size() != 1);
+                         }
+                         if (done) {
+                             done(report);
+                         }
+                         job->deleteLater();
+                     });
+    job->start();
+    return job;
 }
 
 QString pastedPath(const QString& path) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "shelf/ShelfConversionJob.h"
 #include "shelf/ShelfConverter.h"
 
 #include <QString>
@@ -18,10 +19,11 @@ struct ProcessContext;
 namespace ShelfActions {
 
 // Converts the files of the entry (or item) of that id off the main thread; the results join the
-// shelf (one as a plain item, several as a stack) and `done` gets their paths, empty when all failed.
-// False when no entry or item has that id.
-bool convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& conversion,
-             std::function<void(QStringList)> done);
+// shelf (one as a plain item, several as a stack) and `done` gets the report. The job, owned by the
+// app model until it ends, gives the progress and takes a cancel. Null when no entry or item has that
+// id.
+ShelfConversionJob* convert(AppModel& app, const QUuid& id, const ShelfConverter::Conversion& conversion,
+                            std::function<void(const ShelfConverter::Report&)> done);
 
 // Types the path of each file of that entry or item at the session's terminal prompt, without Enter,
 // through tmux, kitty or WezTerm; where no terminal can be reached, the paths go to the clipboard

@@ -481,11 +481,18 @@ QString ControlService::ShelfConvert(const QString& id, const QString& format) {
     }
     QDBusMessage request = message();
     QDBusConnection bus = connection();
-    const bool started = ShelfActions::convert(
-        model_, QUuid::fromString(id), *conversion, [request, bus](const QStringList& results) mutable {
-            bus.send(request.createReply(
-                QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(results)).toJson())));
-        });
+    const bool started =
+        ShelfActions::convert(
+            model_, QUuid::fromString(id), *conversion,
+            [request, bus](const ShelfConverter::Report& report) mutable {
+                if (report.files.isEmpty() && !report.failures.isEmpty()) {
+                    bus.send(request.createErrorReply(errorPrefix + QStringLiteral("Failed"),
+                                                      report.failures.join(QLatin1Char('\n'))));
+                    return;
+                }
+                bus.send(request.createReply(
+                    QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(report.files)).toJson())));
+            }) != nullptr;
     if (!started) {
         sendErrorReply(errorPrefix + QStringLiteral("UnknownItem"),
                        QStringLiteral("nothing on the shelf with id ") + id);

@@ -5,6 +5,7 @@
 #include "app/Preferences.h"
 #include "app/ShelfActions.h"
 #include "island/ShelfThumbnails.h"
+#include "shelf/ShelfConversionJob.h"
 #include "shelf/ShelfDrop.h"
 
 #include <QCursor>
@@ -209,8 +210,8 @@ void ShelfViewModel::setProgress(const QString& entryID, std::optional<double> f
 }
 
 void ShelfViewModel::cancel(const QString& entryID) {
-    if (progress_.contains(entryID)) {
-        Q_EMIT cancelRequested(entryID);
+    if (const QPointer<ShelfConversionJob> job = jobs_.value(entryID)) {
+        job->cancel();
     }
 }
 
@@ -331,13 +332,25 @@ void ShelfViewModel::convert(const QString& entryID, const QString& key) {
         return;
     }
     QPointer<ShelfViewModel> weak(this);
-    if (ShelfActions::convert(*app_, idFrom(entryID), *conversion, [weak, entryID](const QStringList&) {
-            if (weak) {
-                weak->setProgress(entryID, std::nullopt);
+    ShelfConversionJob* job = ShelfActions::convert(
+        *app_, idFrom(entryID), *conversion, [weak, entryID](const ShelfConverter::Report& report) {
+            if (!weak) {
+                return;
             }
-        })) {
-        setProgress(entryID, 0);
+            weak->jobs_.remove(entryID);
+            weak->setProgress(entryID, std::nullopt);
+            if (!report.failures.isEmpty() && !report.cancelled) {
+                Q_EMIT weak->noticed(QStringLiteral("Couldn't convert ") +
+                                     report.failures.join(QStringLiteral("; ")));
+            }
+        });
+    if (job == nullptr) {
+        return;
     }
+    jobs_.insert(entryID, job);
+    setProgress(entryID, 0);
+    connect(job, &ShelfConversionJob::progressed, this,
+            [this, job, entryID] { setProgress(entryID, job->fraction()); });
 }
 
 QVariantList ShelfViewModel::sessions() const {
@@ -361,7 +374,7 @@ void ShelfViewModel::send(const QString& entryID, const QString& sessionID) {
             QPointer<ShelfViewModel> weak(this);
             ShelfActions::send(*app_, idFrom(entryID), *session, [weak](const QString& how) {
                 if (weak && how == QLatin1StringView("clipboard")) {
-                    Q_EMIT weak->sentToClipboard();
+                    Q_EMIT weak->noticed(QStringLiteral("Path copied: paste it into the agent's terminal"));
                 }
             });
             return;

@@ -13,6 +13,7 @@ class QJSEngine;
 namespace mirrowisp {
 
 class AppModel;
+class ShelfConversionJob;
 struct ShelfEntry;
 
 // The shelf tab's tiles, one row per entry (a file, or a stack), and what the tiles and drops do.
@@ -83,9 +84,9 @@ Q_SIGNALS:
     void countChanged();
     void draggingEntryChanged();
     void enabledChanged();
-    // A file was sent where no terminal could take it: its path is on the clipboard.
-    void sentToClipboard();
-    void cancelRequested(const QString& entryID);
+    // Something the shelf tells the user for a moment: a path that went to the clipboard, a conversion
+    // that failed.
+    void noticed(const QString& text);
 
 private:
     // What a tile shows, as of the last look at the files.
@@ -110,6 +111,7 @@ private:
     QPointer<AppModel> app_;
     std::vector<Row> rows_;
     QHash<QString, double> progress_;
+    QHash<QString, QPointer<ShelfConversionJob>> jobs_; // entry id -> its running conversion
 };
 
 } // namespace mirrowisp

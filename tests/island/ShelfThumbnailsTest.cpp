@@ -9,6 +9,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
+#include <QSignalSpy>
 #include <QUrl>
 #include <gtest/gtest.h>
 
@@ -123,3 +124,44 @@ TEST(ShelfTiles, ReadWhatTheLastLookFound) {
 }
 
 } // namespace
+
+// A conversion from the tile's menu shows its bar while it runs; a good one joins the shelf, a failed
+// one adds nothing and the shelf says why.
+TEST(ShelfTiles, AConversionShowsItsBarThenItsResultOrWhyItFailed) {
+    test::IslandWorld world;
+    const QString picture = world.home.path() + text("/shot.png");
+    const QString notes = world.home.path() + text("/notes.txt");
+    ASSERT_TRUE(writeImage(picture, {10, 10}, Qt::red));
+    test::writeFile(notes, "not a picture");
+    ShelfViewModel shelf(&world.app);
+    ASSERT_EQ(world.app.addToShelf({QUrl::fromLocalFile(picture)}, false), 1);
+    ASSERT_EQ(world.app.addToShelf({QUrl::fromLocalFile(notes)}, false), 1);
+    QSignalSpy noticed(&shelf, &ShelfViewModel::noticed);
+    const auto rowOf = [&shelf](const char* name) {
+        for (int row = 0; row < shelf.rowCount(); ++row) {
+            if (shelf.index(row).data(ShelfViewModel::NameRole).toString() == text(name)) {
+                return row;
+            }
+        }
+        return -1;
+    };
+    const auto idOf = [&](const char* name) {
+        return shelf.index(rowOf(name)).data(ShelfViewModel::EntryIdRole).toString();
+    };
+    const auto progressOf = [&](const char* name) {
+        return shelf.index(rowOf(name)).data(ShelfViewModel::ProgressRole).toDouble();
+    };
+
+    shelf.convert(idOf("shot.png"), text("jpeg"));
+    EXPECT_GE(progressOf("shot.png"), 0.0) << "the bar shows at once";
+    ASSERT_TRUE(test::waitUntil([&] { return shelf.rowCount() == 3; }, 20000));
+    EXPECT_GE(rowOf("shot.jpg"), 0);
+    EXPECT_EQ(progressOf("shot.png"), -1.0);
+    EXPECT_EQ(noticed.count(), 0);
+
+    shelf.convert(idOf("notes.txt"), text("png"));
+    ASSERT_TRUE(test::waitUntil([&] { return noticed.count() == 1; }, 20000));
+    EXPECT_TRUE(noticed.first().first().toString().contains(text("notes.txt")));
+    EXPECT_EQ(shelf.rowCount(), 3) << "a failed conversion adds nothing";
+    EXPECT_EQ(progressOf("notes.txt"), -1.0);
+}

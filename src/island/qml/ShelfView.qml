@@ -101,14 +101,15 @@ Item {
         onTriggered: menu.popupAt(menu.at.x, menu.at.y)
     }
 
-    // Where no terminal could take a sent file, its path went to the clipboard: say so for a moment.
+    // What the shelf says for a moment: a sent path that went to the clipboard, a failed conversion.
     Text {
         id: notice
         anchors.horizontalCenter: parent.horizontalCenter
         anchors.bottom: parent.bottom
         anchors.bottomMargin: 4
+        width: Math.min(implicitWidth, parent.width - 24)
+        elide: Text.ElideRight
         visible: noticeTimer.running
-        text: "Path copied: paste it into the agent's terminal"
         color: "white"
         font.pixelSize: 11
         Rectangle {
@@ -121,11 +122,14 @@ Item {
     }
     Timer {
         id: noticeTimer
-        interval: 3000
+        interval: 4000
     }
     Connections {
         target: Shelf
-        function onSentToClipboard() { noticeTimer.restart() }
+        function onNoticed(text) {
+            notice.text = text
+            noticeTimer.restart()
+        }
     }
     // The files may have changed since the shelf was last shown.
     Component.onCompleted: Shelf.refresh()
