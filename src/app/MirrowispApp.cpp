@@ -28,7 +28,10 @@
 #include "system/SystemControls.h"
 #include "widgets/CalendarFiles.h"
 #include "widgets/CalendarService.h"
+#include "widgets/CombinedCalendars.h"
+#include "widgets/EvolutionStore.h"
 #include "widgets/PullRequestService.h"
+#include "widgets/RemindersService.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -392,12 +395,19 @@ int runMirrowisp(int argc, char** argv) {
         defaults.stringValue(QStringLiteral("artworkCatalogue")).value_or(ArtworkLookup::defaultCatalogue)));
     model.attachNowPlaying(nowPlaying);
     nowPlaying.start();
-    // The next events, from the calendar files the settings name; pull requests through gh.
+    // The next events, from the calendar server and the calendar files the settings name; the tasks
+    // due today from the server's task lists; pull requests through gh.
     CalendarFiles calendarFiles;
-    CalendarService calendar(calendarFiles, SystemClock::shared());
+    EvolutionStore calendarServer;
+    CombinedCalendars calendars({&calendarServer, &calendarFiles});
+    CalendarService calendar(calendars, SystemClock::shared());
     model.attachCalendar(calendar,
                          [&calendarFiles](const QStringList& paths) { calendarFiles.setPaths(paths); });
+    calendarServer.start();
     calendar.start();
+    RemindersService reminders(calendarServer, SystemClock::shared());
+    model.attachReminders(reminders);
+    reminders.start();
     PullRequestService pullRequests(SystemClock::shared(), PullRequestService::Options::standard());
     model.attachPullRequests(pullRequests);
     pullRequests.start();

@@ -37,7 +37,7 @@ public:
     // that fails brings it back with the next reading.
     void complete(const QString& id);
 
-    // available, listID and the items (due as ISO 8601 UTC), for `mirrowisp ctl reminders`.
+    // available, listID and the items (due as ISO 8601 UTC), for `mirrowisp ctl calendar`.
     QJsonObject toJson() const;
 
 Q_SIGNALS:
