@@ -408,7 +408,9 @@ int runMirrowisp(int argc, char** argv) {
     RemindersService reminders(calendarServer, SystemClock::shared());
     model.attachReminders(reminders);
     reminders.start();
-    PullRequestService pullRequests(SystemClock::shared(), PullRequestService::Options::standard());
+    PullRequestService::Options ghOptions = PullRequestService::Options::standard();
+    ghOptions.loginPath = [] { return AgentEnvironment::current().path; };
+    PullRequestService pullRequests(SystemClock::shared(), std::move(ghOptions));
     model.attachPullRequests(pullRequests);
     pullRequests.start();
     const auto takeoverWatch = quitWhenTakenOver(control, model);

@@ -84,7 +84,9 @@ void stage(test::RealApp& real, qint64 meetingIn, const QByteArray& widgets,
                         task("c", "Book the team offsite", "DUE:" + due(0) + "\r\n") + "END:VCALENDAR\r\n");
     test::writeFile(home + u"/.config/mirrowisp/defaults.json"_s,
                     "{\"homeWidgets\": " + widgets + ", \"homeWidgetSelection\": \"" + selection + "\"}");
-    real.environment().insert(u"PATH"_s, home + u"/bin:"_s + real.environment().value(u"PATH"_s));
+    // gh is looked up on the login shell's PATH.
+    test::writeFile(home + u"/.profile"_s, "PATH=\"$HOME/bin:$PATH\"\n");
+    real.environment().insert(u"SHELL"_s, u"/bin/sh"_s);
 }
 
 } // namespace
