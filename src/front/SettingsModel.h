@@ -1,5 +1,6 @@
 #pragma once
 
+#include "front/SettingsCalendars.h"
 #include "front/SettingsServices.h"
 
 #include <QObject>
@@ -23,6 +24,7 @@ class SettingsModel : public QObject {
     Q_PROPERTY(mirrowisp::SettingsAgentList* agents READ agents CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsAgentHealth* health READ health CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsDecisions* decisions READ decisions CONSTANT)
+    Q_PROPERTY(mirrowisp::SettingsCalendars* calendars READ calendars CONSTANT)
     // One row per agent kind: agent, name, accent, meters (label, percent, text).
     Q_PROPERTY(QVariant usageRows READ usageRows NOTIFY usageRowsChanged)
     Q_PROPERTY(QString page READ page WRITE setPage NOTIFY pageChanged)
@@ -41,12 +43,14 @@ public:
 
     static inline const QStringList pages = {QStringLiteral("general"),   QStringLiteral("agents"),
                                              QStringLiteral("decisions"), QStringLiteral("usage"),
-                                             QStringLiteral("island"),    QStringLiteral("about")};
+                                             QStringLiteral("island"),    QStringLiteral("calendar"),
+                                             QStringLiteral("about")};
 
     QObject* prefs() const;
     SettingsAgentList* agents() const { return &parts_.agents; }
     SettingsAgentHealth* health() const { return &parts_.health; }
     SettingsDecisions* decisions() const { return &parts_.decisions; }
+    SettingsCalendars* calendars() { return &calendars_; }
     QVariant usageRows() const;
     QString page() const { return page_; }
     // An unknown page keeps the one shown.
@@ -68,6 +72,7 @@ Q_SIGNALS:
 private:
     SettingsServices services_;
     Parts parts_;
+    SettingsCalendars calendars_{services_.model};
     QString page_ = pages.first();
     QString licence_;
 };

@@ -30,6 +30,7 @@ public:
 
     // The server has task lists.
     bool available() const { return !store_.taskLists().isEmpty(); }
+    const QList<EvolutionStore::Source>& taskLists() const { return store_.taskLists(); }
     // Overdue first, then by due time; tasks without a due date are not reminders of today.
     const QList<Reminder>& items() const { return items_; }
 
