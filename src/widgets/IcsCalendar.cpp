@@ -174,16 +174,20 @@ void IcsCalendar::appendEvents(Timestamp from, Timestamp to, const QString& colo
             if (!start) {
                 continue;
             }
-            CalendarEvent fields = fieldsOf(e, color);
-            fields.isAllDay = dtstart.is_date;
             const double length = lengthOf(e, dtstart, *start);
             const bool isOverride = icalcomponent_get_first_property(e, ICAL_RECURRENCEID_PROPERTY);
-            if (isOverride || !fields.isRecurring) {
-                if (overlaps(*start, length, from, to)) {
-                    fields.start = *start;
-                    fields.end = *start + length;
-                    out.push_back(std::move(fields));
-                }
+            const bool repeats = icalcomponent_get_first_property(e, ICAL_RRULE_PROPERTY) ||
+                                 icalcomponent_get_first_property(e, ICAL_RDATE_PROPERTY);
+            // Most events of a long calendar lie outside the span: their fields are never read.
+            if ((isOverride || !repeats) && !overlaps(*start, length, from, to)) {
+                continue;
+            }
+            CalendarEvent fields = fieldsOf(e, color);
+            fields.isAllDay = dtstart.is_date;
+            if (isOverride || !repeats) {
+                fields.start = *start;
+                fields.end = *start + length;
+                out.push_back(std::move(fields));
                 continue;
             }
             const QSet<qint64> skipped = exceptionsOf(e, dtstart) + moved.value(fields.identifier);
