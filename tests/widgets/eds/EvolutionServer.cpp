@@ -164,10 +164,22 @@ QByteArray EvolutionServer::component(const char* sourceUid, const QByteArray& u
 }
 
 void EvolutionServer::killCalendarFactory() {
-    if (factory_) {
-        factory_->kill();
-        factory_->waitForFinished(5000);
+    if (!factory_) {
+        return;
     }
+    // Each calendar is served by a subprocess of the factory: they all go.
+    const QString pid = QString::number(factory_->processId());
+    for (const QString& task : QDir(QStringLiteral("/proc/") + pid + QStringLiteral("/task"))
+                                   .entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QByteArray children = readFile(QStringLiteral("/proc/%1/task/%2/children").arg(pid, task));
+        for (const QByteArray& child : children.split(' ')) {
+            if (const int id = child.trimmed().toInt(); id > 0) {
+                ::kill(id, SIGKILL);
+            }
+        }
+    }
+    factory_->kill();
+    factory_->waitForFinished(5000);
 }
 
 } // namespace mirrowisp::test

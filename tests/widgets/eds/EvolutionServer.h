@@ -27,7 +27,7 @@ public:
     bool add(const char* sourceUid, const QByteArray& component);
     // The component as the server keeps it now; empty when it has none.
     QByteArray component(const char* sourceUid, const QByteArray& uid);
-    // Ends the calendar factory, as a crash would.
+    // Ends the calendar factory and the calendars it serves, as a crash would.
     void killCalendarFactory();
 
 private:
