@@ -377,8 +377,16 @@ int runMirrowisp(int argc, char** argv) {
 
     // The hook command points at a stable link in the support directory, kept on this build's tool.
     HookInstaller::refreshBridgeLink();
-    model.setEnvironmentResolver(
-        [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
+    // What waits for the login shell's answer beside the model (set below, run on the main thread).
+    std::function<void()> afterEnvironment;
+    model.setEnvironmentResolver([&afterEnvironment](std::function<void()> then) {
+        AgentEnvironment::resolve([then = std::move(then), &afterEnvironment] {
+            then();
+            if (afterEnvironment) {
+                afterEnvironment();
+            }
+        });
+    });
     model.setConnectionPass(
         [&connectionPass](std::function<void()> done) { connectionPass.run(std::move(done)); });
     // Codex's files are read on the pass's thread; the store asks often and gets the last reading.
@@ -412,7 +420,8 @@ int runMirrowisp(int argc, char** argv) {
     ghOptions.loginPath = [] { return AgentEnvironment::current().path; };
     PullRequestService pullRequests(SystemClock::shared(), std::move(ghOptions));
     model.attachPullRequests(pullRequests);
-    pullRequests.start();
+    // gh is looked up on the login shell's PATH: the first fetch waits for the shell's answer.
+    afterEnvironment = [&pullRequests] { pullRequests.start(); };
     const auto takeoverWatch = quitWhenTakenOver(control, model);
     const auto systemControls = startSystemControls(model);
     control.setHud(&systemControls->hud());

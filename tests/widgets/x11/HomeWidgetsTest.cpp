@@ -120,8 +120,7 @@ TEST(HomeWidgetsTest, OffersTheMeetingAndShowsTheWidgets) {
     stage(real, 7200, R"(["pullRequests", "calendar"])");
     ASSERT_TRUE(real.start());
     ASSERT_TRUE(test::waitUntil([&] {
-        return QJsonDocument::fromJson(real.ctl({u"prs"_s, u"--refresh"_s}).out).object()[u"state"_s] ==
-               u"ready"_s;
+        return QJsonDocument::fromJson(real.ctl({u"prs"_s}).out).object()[u"state"_s] == u"ready"_s;
     }));
     ASSERT_TRUE(test::moveTo({centreX, 8}));
     ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
