@@ -241,12 +241,21 @@ struct EvolutionStore::Worker {
     }
 
     void dropDead() {
-        // Not from within the client's own signal: it goes once the signal is over.
-        invoke([this] {
-            connections.clear();
-            notice(Kind::events);
-            notice(Kind::tasks);
-        });
+        // Not from within the client's own signal (invoke would run it at once on this thread): it
+        // goes once the signal is over.
+        GSource* idle = g_idle_source_new();
+        g_source_set_callback(
+            idle,
+            [](gpointer data) {
+                auto* self = static_cast<Worker*>(data);
+                self->connections.clear();
+                self->notice(Kind::events);
+                self->notice(Kind::tasks);
+                return G_SOURCE_REMOVE;
+            },
+            this, nullptr);
+        g_source_attach(idle, context);
+        g_source_unref(idle);
     }
 
     struct Collected {
@@ -273,6 +282,8 @@ struct EvolutionStore::Worker {
         if (!e_cal_client_get_object_list_sync(client, query.constData(), &components, cancellable, &error)) {
             failed("cannot read a calendar", error);
             g_clear_error(&error);
+            // Connected afresh next time: the server may have come back by then.
+            connections.erase({Kind::events, source.uid});
             return std::nullopt;
         }
         std::vector<CalendarEvent> out;
@@ -344,6 +355,9 @@ struct EvolutionStore::Worker {
             if (!client || !e_cal_client_get_object_list_as_comps_sync(client, "(not (is-completed?))",
                                                                        &components, cancellable, &error)) {
                 g_clear_error(&error);
+                if (client) {
+                    connections.erase({Kind::tasks, list.uid});
+                }
                 continue;
             }
             for (GSList* at = components; at; at = at->next) {

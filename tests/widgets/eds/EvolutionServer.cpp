@@ -88,17 +88,18 @@ EvolutionServer::EvolutionServer(bool withDaemons) {
     if (!withDaemons) {
         return;
     }
-    const auto launch = [&env](const char* program) {
+    const auto launch = [&env](const char* program, const QStringList& arguments = {}) {
         auto process = std::make_unique<QProcess>();
         process->setProcessEnvironment(env);
         // A test that times out must not leave the daemons behind.
         process->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
         process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process->start(QLatin1String(program), {});
+        process->start(QLatin1String(program), arguments);
         return process;
     };
     registry_ = launch("/usr/libexec/evolution-source-registry");
-    factory_ = launch("/usr/libexec/evolution-calendar-factory");
+    // Without -r it quits whenever its last client has gone, which a test's client does often.
+    factory_ = launch("/usr/libexec/evolution-calendar-factory", {QStringLiteral("--keep-running")});
     // Ready once both sources can be opened.
     const bool ready = waitUntil(
         [this] {
