@@ -5,9 +5,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 cmake --preset ci >/dev/null
-cmake --build --preset ci --target island_x11_tests front_x11_tests media_x11_tests mirrowisp-bridge
+cmake --build --preset ci --target island_x11_tests front_x11_tests media_x11_tests widgets_x11_tests mirrowisp-bridge
 mkdir -p docs/screenshots
 MIRROWISP_SCREENSHOT_DIR="$PWD/docs/screenshots" ./build-ci/tests/island_x11_tests --gtest_filter='IslandScreenshots.*'
 MIRROWISP_SCREENSHOT_DIR="$PWD/docs/screenshots" ./build-ci/tests/front_x11_tests --gtest_filter='FrontScreenshots.*'
 MIRROWISP_SCREENSHOT_DIR="$PWD/docs/screenshots" ./build-ci/tests/media_x11_tests
+MIRROWISP_SCREENSHOT_DIR="$PWD/docs/screenshots" ./build-ci/tests/widgets_x11_tests
 ls docs/screenshots

@@ -5,6 +5,7 @@
 #include "bridge/BridgeProtocol.h"
 #include "media/NowPlayingService.h"
 #include "widgets/CalendarService.h"
+#include "widgets/RemindersService.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -282,6 +283,13 @@ void AppModel::attachCalendar(CalendarService& service, std::function<void(const
         play(SoundCue::attention);
     };
     setLiveEvent(service.liveEvent());
+}
+
+void AppModel::attachReminders(RemindersService& service) {
+    remindersService_ = &service;
+    const auto follow = [this, &service] { service.setListID(prefs_.remindersListID()); };
+    connect(&prefs_, &Preferences::remindersListIDChanged, &service, follow);
+    follow();
 }
 
 void AppModel::flash(const TransientActivity& activity, double seconds) {

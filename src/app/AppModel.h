@@ -23,6 +23,7 @@ class CalendarService;
 class Clock;
 class NowPlayingService;
 class PullRequestService;
+class RemindersService;
 class Preferences;
 class UserDefaults;
 
@@ -107,6 +108,9 @@ public:
     CalendarService* calendarService() const { return calendarService_; }
     void attachPullRequests(PullRequestService& service) { pullRequestService_ = &service; }
     PullRequestService* pullRequestService() const { return pullRequestService_; }
+    // The tasks due today, which follow the remindersListID setting; it must outlive the model's use.
+    void attachReminders(RemindersService& service);
+    RemindersService* remindersService() const { return remindersService_; }
 
     // A text field on the island has the keyboard: typing holds the island open.
     bool isEditingText() const { return isEditingText_; }
@@ -206,6 +210,7 @@ private:
     NowPlayingService* nowPlayingService_ = nullptr;
     CalendarService* calendarService_ = nullptr;
     PullRequestService* pullRequestService_ = nullptr;
+    RemindersService* remindersService_ = nullptr;
     bool isEditingText_ = false;
     bool isLocked_ = false;
     QVariantMap devices_;

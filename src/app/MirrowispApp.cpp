@@ -32,7 +32,10 @@
 #include "system/SystemControls.h"
 #include "widgets/CalendarFiles.h"
 #include "widgets/CalendarService.h"
+#include "widgets/CombinedCalendars.h"
+#include "widgets/EvolutionStore.h"
 #include "widgets/PullRequestService.h"
+#include "widgets/RemindersService.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -396,8 +399,16 @@ int runMirrowisp(int argc, char** argv) {
 
     // The hook command points at a stable link in the support directory, kept on this build's tool.
     HookInstaller::refreshBridgeLink();
-    model.setEnvironmentResolver(
-        [](std::function<void()> then) { AgentEnvironment::resolve(std::move(then)); });
+    // What waits for the login shell's answer beside the model (set below, run on the main thread).
+    std::function<void()> afterEnvironment;
+    model.setEnvironmentResolver([&afterEnvironment](std::function<void()> then) {
+        AgentEnvironment::resolve([then = std::move(then), &afterEnvironment] {
+            then();
+            if (afterEnvironment) {
+                afterEnvironment();
+            }
+        });
+    });
     model.setConnectionPass(
         [&connectionPass](std::function<void()> done) { connectionPass.run(std::move(done)); });
     // Codex's files are read on the pass's thread; the store asks often and gets the last reading.
@@ -415,15 +426,25 @@ int runMirrowisp(int argc, char** argv) {
         defaults.stringValue(QStringLiteral("artworkCatalogue")).value_or(ArtworkLookup::defaultCatalogue)));
     model.attachNowPlaying(nowPlaying);
     nowPlaying.start();
-    // The next events, from the calendar files the settings name; pull requests through gh.
+    // The next events, from the calendar server and the calendar files the settings name; the tasks
+    // due today from the server's task lists; pull requests through gh.
     CalendarFiles calendarFiles;
-    CalendarService calendar(calendarFiles, SystemClock::shared());
+    EvolutionStore calendarServer;
+    CombinedCalendars calendars({&calendarServer, &calendarFiles});
+    CalendarService calendar(calendars, SystemClock::shared());
     model.attachCalendar(calendar,
                          [&calendarFiles](const QStringList& paths) { calendarFiles.setPaths(paths); });
+    calendarServer.start();
     calendar.start();
-    PullRequestService pullRequests(SystemClock::shared(), PullRequestService::Options::standard());
+    RemindersService reminders(calendarServer, SystemClock::shared());
+    model.attachReminders(reminders);
+    reminders.start();
+    PullRequestService::Options ghOptions = PullRequestService::Options::standard();
+    ghOptions.loginPath = [] { return AgentEnvironment::current().path; };
+    PullRequestService pullRequests(SystemClock::shared(), std::move(ghOptions));
     model.attachPullRequests(pullRequests);
-    pullRequests.start();
+    // gh is looked up on the login shell's PATH: the first fetch waits for the shell's answer.
+    afterEnvironment = [&pullRequests] { pullRequests.start(); };
     const auto takeoverWatch = quitWhenTakenOver(control, model);
     const auto systemControls = startSystemControls(model);
     control.setHud(&systemControls->hud());

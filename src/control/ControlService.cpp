@@ -13,6 +13,7 @@
 #include "system/SystemHud.h"
 #include "widgets/CalendarService.h"
 #include "widgets/PullRequestService.h"
+#include "widgets/RemindersService.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -188,7 +189,11 @@ QString ControlService::Calendar() {
         sendErrorReply(QDBusError::NotSupported, QStringLiteral("the calendar is not running"));
         return {};
     }
-    return QString::fromUtf8(QJsonDocument(calendar->toJson()).toJson(QJsonDocument::Indented));
+    QJsonObject json = calendar->toJson();
+    if (const RemindersService* reminders = model_.remindersService()) {
+        json.insert(QStringLiteral("reminders"), reminders->toJson());
+    }
+    return QString::fromUtf8(QJsonDocument(json).toJson(QJsonDocument::Indented));
 }
 
 QString ControlService::PullRequests(bool refresh) {

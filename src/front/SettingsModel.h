@@ -1,5 +1,6 @@
 #pragma once
 
+#include "front/SettingsCalendars.h"
 #include "front/SettingsRemoteHosts.h"
 #include "front/SettingsServices.h"
 
@@ -26,6 +27,7 @@ class SettingsModel : public QObject {
     Q_PROPERTY(mirrowisp::SettingsAgentHealth* health READ health CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsDecisions* decisions READ decisions CONSTANT)
     Q_PROPERTY(mirrowisp::SettingsRemoteHosts* remoteHosts READ remoteHosts CONSTANT)
+    Q_PROPERTY(mirrowisp::SettingsCalendars* calendars READ calendars CONSTANT)
     // One row per agent kind: agent, name, accent, meters (label, percent, text).
     Q_PROPERTY(QVariant usageRows READ usageRows NOTIFY usageRowsChanged)
     Q_PROPERTY(QString page READ page WRITE setPage NOTIFY pageChanged)
@@ -45,13 +47,15 @@ public:
 
     static inline const QStringList pages = {QStringLiteral("general"),   QStringLiteral("agents"),
                                              QStringLiteral("decisions"), QStringLiteral("usage"),
-                                             QStringLiteral("island"),    QStringLiteral("about")};
+                                             QStringLiteral("island"),    QStringLiteral("calendar"),
+                                             QStringLiteral("about")};
 
     QObject* prefs() const;
     SettingsAgentList* agents() const { return &parts_.agents; }
     SettingsAgentHealth* health() const { return &parts_.health; }
     SettingsDecisions* decisions() const { return &parts_.decisions; }
     SettingsRemoteHosts* remoteHosts() const { return remoteHosts_.get(); }
+    SettingsCalendars* calendars() { return &calendars_; }
     QVariant usageRows() const;
     QString page() const { return page_; }
     // An unknown page keeps the one shown.
@@ -74,6 +78,7 @@ private:
     SettingsServices services_;
     Parts parts_;
     std::unique_ptr<SettingsRemoteHosts> remoteHosts_;
+    SettingsCalendars calendars_{services_.model};
     QString page_ = pages.first();
     QString licence_;
 };

@@ -185,7 +185,7 @@ QString probeScript() {
         names.append(toolName(kind));
     }
     return QStringLiteral(
-               R"sh(printf '\n__MIRROWISP__\n'; for v in CLAUDE_CONFIG_DIR CODEX_HOME XDG_CONFIG_HOME GEMINI_CLI_HOME COPILOT_HOME; do eval "printf '%s=%s\n' $v \"\$$v\""; done; for c in )sh") +
+               R"sh(printf '\n__MIRROWISP__\n'; for v in CLAUDE_CONFIG_DIR CODEX_HOME XDG_CONFIG_HOME GEMINI_CLI_HOME COPILOT_HOME PATH; do eval "printf '%s=%s\n' $v \"\$$v\""; done; for c in )sh") +
            names.join(QLatin1Char(' ')) +
            QStringLiteral(R"sh(; do printf 'cli.%s=%s\n' "$c" "$(command -v "$c")"; done)sh");
 }
@@ -225,6 +225,7 @@ Locations locations(const QMap<QString, QString>& parsed, const QString& home) {
         xdgConfig = directory(parsed.value(QStringLiteral("XDG_CONFIG_HOME")), home);
     }
     Locations result = Locations::standard(home, xdgConfig);
+    result.path = parsed.value(QStringLiteral("PATH"));
     if (const auto value = parsed.constFind(QStringLiteral("CLAUDE_CONFIG_DIR")); value != parsed.cend()) {
         result.dirs[AgentKind::claude] = directory(*value, home);
     }

@@ -24,7 +24,7 @@ CLI cli(AgentKind kind, const QString& home);
 // The user's login shell: SHELL, else the password database's entry, else /bin/sh.
 QString loginShell();
 
-// The text the login shell runs: a sentinel line, five variables, and `command -v` of each tool.
+// The text the login shell runs: a sentinel line, six variables, and `command -v` of each tool.
 QString probeScript();
 
 // The `NAME=value` lines behind the first sentinel, values trimmed of blanks and tabs. Lines

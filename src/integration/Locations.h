@@ -14,6 +14,7 @@ struct Locations {
     QString home;                  // the user's home directory
     QMap<AgentKind, QString> dirs; // every agent's configuration directory; always all eight
     QMap<AgentKind, QString> clis; // absolute path of each agent's tool that was found
+    QString path;                  // the login shell's PATH; empty until the shell told it
 
     // The defaults: ~/.claude, ~/.codex, ~/.cursor, <xdgConfig>/opencode, <xdgConfig>/amp,
     // <xdgConfig>/devin, ~/.gemini, ~/.copilot; xdgConfig defaults to ~/.config. No tools.

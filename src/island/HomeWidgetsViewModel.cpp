@@ -4,6 +4,7 @@
 #include "app/Preferences.h"
 #include "widgets/CalendarService.h"
 #include "widgets/PullRequestService.h"
+#include "widgets/RemindersService.h"
 
 #include <QDateTime>
 #include <QDesktopServices>
@@ -76,6 +77,11 @@ HomeWidgetsViewModel::HomeWidgetsViewModel(AppModel* app, QObject* parent) : QOb
     if (PullRequestService* prs = app_->pullRequestService()) {
         connect(prs, &PullRequestService::changed, this, &HomeWidgetsViewModel::pullRequestsChanged);
     }
+    if (RemindersService* reminders = app_->remindersService()) {
+        connect(reminders, &RemindersService::itemsChanged, this, &HomeWidgetsViewModel::remindersChanged);
+        connect(reminders, &RemindersService::availableChanged, this,
+                &HomeWidgetsViewModel::remindersChanged);
+    }
 }
 
 void HomeWidgetsViewModel::setShared(AppModel* app) {
@@ -88,7 +94,9 @@ HomeWidgetsViewModel* HomeWidgetsViewModel::create(QQmlEngine*, QJSEngine*) {
 
 QStringList HomeWidgetsViewModel::order() const {
     QStringList shown = app_ ? app_->prefs().homeWidgetsRaw() : QStringList();
-    shown.removeAll(HomeWidgets::rawValue(HomeWidget::reminders));
+    if (!app_ || !app_->remindersService()) {
+        shown.removeAll(HomeWidgets::rawValue(HomeWidget::reminders));
+    }
     return shown;
 }
 
@@ -145,6 +153,45 @@ QString HomeWidgetsViewModel::pullRequestState() const {
 QString HomeWidgetsViewModel::pullRequestText() const {
     const PullRequestService* prs = app_ ? app_->pullRequestService() : nullptr;
     return prs ? prs->stateText() : QString();
+}
+
+QVariantList HomeWidgetsViewModel::reminders() const {
+    QVariantList out;
+    const RemindersService* reminders = app_ ? app_->remindersService() : nullptr;
+    if (reminders == nullptr) {
+        return out;
+    }
+    const QDateTime now = QDateTime::currentDateTime();
+    const auto today = static_cast<Timestamp>(now.date().startOfDay().toSecsSinceEpoch());
+    for (const Reminder& task : reminders->items()) {
+        const QDateTime due = QDateTime::fromSecsSinceEpoch(static_cast<qint64>(*task.due));
+        const bool overdue = *task.due < today;
+        QString when = overdue ? due.toString(QStringLiteral("d MMM")) : QStringLiteral("Today");
+        if (!task.isDueDate && !overdue) {
+            when = due.toString(QStringLiteral("HH:mm"));
+        }
+        out.append(QVariantMap{
+            {QStringLiteral("id"), task.id()},
+            {QStringLiteral("title"), task.title.isEmpty() ? QStringLiteral("Untitled") : task.title},
+            {QStringLiteral("when"), when},
+            {QStringLiteral("color"), task.color.isEmpty() ? QStringLiteral("#0a84ff") : task.color},
+            {QStringLiteral("overdue"), overdue}});
+    }
+    return out;
+}
+
+QString HomeWidgetsViewModel::remindersText() const {
+    const RemindersService* reminders = app_ ? app_->remindersService() : nullptr;
+    if (reminders == nullptr || !reminders->available()) {
+        return QStringLiteral("No task lists. Add one in your calendar app.");
+    }
+    return reminders->items().isEmpty() ? QStringLiteral("Nothing due today") : QString();
+}
+
+void HomeWidgetsViewModel::completeReminder(const QString& id) {
+    if (app_ && app_->remindersService()) {
+        app_->remindersService()->complete(id);
+    }
 }
 
 void HomeWidgetsViewModel::openEvent(const QString& id) {

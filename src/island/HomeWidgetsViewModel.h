@@ -14,13 +14,13 @@ namespace mirrowisp {
 
 class AppModel;
 
-// The home tab's widgets: the next events, the user's pull requests, in the order the settings give.
-// One per QML engine; they all read the app model's calendar and pull-request services.
+// The home tab's widgets: the next events, the user's pull requests, the tasks due today, in the order
+// the settings give. One per QML engine; they all read the app model's services.
 class HomeWidgetsViewModel : public QObject {
     Q_OBJECT
     QML_NAMED_ELEMENT(HomeWidgets)
     QML_SINGLETON
-    // The widgets shown, in the settings' order; reminders have no source on this desktop yet.
+    // The widgets shown, in the settings' order.
     Q_PROPERTY(QStringList order READ order NOTIFY orderChanged)
     Q_PROPERTY(QString selection READ selection WRITE setSelection NOTIFY orderChanged)
     Q_PROPERTY(bool calendarAvailable READ calendarAvailable NOTIFY eventsChanged)
@@ -32,6 +32,10 @@ class HomeWidgetsViewModel : public QObject {
     // "loading", "ready", "ghMissing", "signedOut", "failed"; and the words the widget shows for it.
     Q_PROPERTY(QString pullRequestState READ pullRequestState NOTIFY pullRequestsChanged)
     Q_PROPERTY(QString pullRequestText READ pullRequestText NOTIFY pullRequestsChanged)
+    // The tasks due today or overdue. Each: id, title, when, color, overdue.
+    Q_PROPERTY(QVariantList reminders READ reminders NOTIFY remindersChanged)
+    // What the reminders widget says instead of rows; empty while it has rows.
+    Q_PROPERTY(QString remindersText READ remindersText NOTIFY remindersChanged)
 
 public:
     explicit HomeWidgetsViewModel(AppModel* app, QObject* parent = nullptr);
@@ -48,16 +52,20 @@ public:
     QVariantList pullRequests() const;
     QString pullRequestState() const;
     QString pullRequestText() const;
+    QVariantList reminders() const;
+    QString remindersText() const;
 
     Q_INVOKABLE void openEvent(const QString& id);
     Q_INVOKABLE void joinEvent(const QString& id);
     Q_INVOKABLE void openPullRequest(const QString& url);
     Q_INVOKABLE void refreshPullRequests();
+    Q_INVOKABLE void completeReminder(const QString& id);
 
 Q_SIGNALS:
     void orderChanged();
     void eventsChanged();
     void pullRequestsChanged();
+    void remindersChanged();
 
 private:
     QPointer<AppModel> app_;

@@ -30,6 +30,7 @@ Timestamp spanEnd(Timestamp now) {
 CalendarService::CalendarService(CalendarProvider& provider, const Clock& clock, QObject* parent)
     : QObject(parent), provider_(provider), clock_(clock) {
     connect(&provider_, &CalendarProvider::changed, this, &CalendarService::reload);
+    connect(&provider_, &CalendarProvider::changed, this, &CalendarService::calendarsChanged);
     connect(&reloadTimer_, &QTimer::timeout, this, &CalendarService::reload);
     connect(&tickTimer_, &QTimer::timeout, this, &CalendarService::tick);
 }

@@ -39,6 +39,8 @@ public:
 
     // A provider with calendars.
     bool authorized() const { return authorized_; }
+    // The names of the calendars read, for the settings.
+    QStringList calendars() const { return provider_.calendars(); }
     const QList<CalendarItem>& upcoming() const { return upcoming_; }
     const std::optional<CalendarItem>& liveEvent() const { return liveEvent_; }
     std::optional<CalendarItem> item(const QString& id) const;
@@ -66,6 +68,7 @@ public:
 
 Q_SIGNALS:
     void authorizedChanged();
+    void calendarsChanged();
     void upcomingChanged();
     void liveEventChanged();
 

@@ -1,95 +1,22 @@
 #include "widgets/IcsCalendar.h"
 
+#include "widgets/IcalEvent.h"
+
 #include <QColor>
 #include <QDateTime>
 #include <QHash>
 #include <QSet>
-#include <libical/ical.h>
 
 namespace mirrowisp {
 
 namespace {
 
+using IcalEvent::fieldsOf;
+using IcalEvent::stamp;
+
 constexpr double secondsPerDay = 86400;
 // A rule such as FREQ=SECONDLY over years must not hold up the queue.
 constexpr int maxOccurrencesPerRule = 20000;
-
-QString text(const char* value) {
-    return value ? QString::fromUtf8(value) : QString();
-}
-
-std::optional<QString> optionalText(const char* value) {
-    QString s = text(value).trimmed();
-    return s.isEmpty() ? std::nullopt : std::optional(s);
-}
-
-// Seconds since 1970 of an iCalendar time: dates at local midnight, floating times and times in a
-// zone nobody defines as local wall-clock time.
-std::optional<Timestamp> stamp(icaltimetype t) {
-    if (icaltime_is_null_time(t) || !icaltime_is_valid_time(t)) {
-        return std::nullopt;
-    }
-    const QDate date(t.year, t.month, t.day);
-    if (!date.isValid()) {
-        return std::nullopt;
-    }
-    if (t.is_date) {
-        return static_cast<Timestamp>(date.startOfDay().toSecsSinceEpoch());
-    }
-    if (icaltime_is_utc(t) || t.zone) {
-        return static_cast<Timestamp>(
-            icaltime_as_timet_with_zone(t, t.zone ? t.zone : icaltimezone_get_utc_timezone()));
-    }
-    const QDateTime local(date, QTime(t.hour, t.minute, t.second));
-    return local.isValid() ? std::optional(static_cast<Timestamp>(local.toSecsSinceEpoch())) : std::nullopt;
-}
-
-CalendarEvent::Status statusOf(icalcomponent* event) {
-    switch (icalcomponent_get_status(event)) {
-    case ICAL_STATUS_CANCELLED:
-        return CalendarEvent::Status::cancelled;
-    case ICAL_STATUS_TENTATIVE:
-        return CalendarEvent::Status::tentative;
-    case ICAL_STATUS_CONFIRMED:
-        return CalendarEvent::Status::confirmed;
-    default:
-        return CalendarEvent::Status::none;
-    }
-}
-
-// The fields every occurrence of the event shares.
-CalendarEvent fieldsOf(icalcomponent* event, const QString& color) {
-    CalendarEvent e;
-    e.identifier = text(icalcomponent_get_uid(event));
-    e.eventIdentifier = optionalText(icalcomponent_get_uid(event));
-    e.title = text(icalcomponent_get_summary(event)).trimmed();
-    e.location = optionalText(icalcomponent_get_location(event));
-    e.notes = optionalText(icalcomponent_get_description(event));
-    e.status = statusOf(event);
-    e.color = color;
-    if (icalproperty* url = icalcomponent_get_first_property(event, ICAL_URL_PROPERTY)) {
-        e.url = optionalText(icalproperty_get_url(url));
-    }
-    if (icalproperty* own = icalcomponent_get_first_property(event, ICAL_COLOR_PROPERTY)) {
-        if (const QString c = calendarColor(text(icalproperty_get_color(own))); !c.isEmpty()) {
-            e.color = c;
-        }
-    }
-    for (icalproperty* p = icalcomponent_get_first_property(event, ICAL_CONFERENCE_PROPERTY); p;
-         p = icalcomponent_get_next_property(event, ICAL_CONFERENCE_PROPERTY)) {
-        e.conferences.append(text(icalproperty_get_conference(p)));
-    }
-    for (icalproperty* p = icalcomponent_get_first_property(event, ICAL_X_PROPERTY); p;
-         p = icalcomponent_get_next_property(event, ICAL_X_PROPERTY)) {
-        if (qstrcmp(icalproperty_get_x_name(p), "X-GOOGLE-CONFERENCE") == 0) {
-            e.conferences.append(text(icalproperty_get_value_as_string(p)));
-        }
-    }
-    e.isRecurring = icalcomponent_get_first_property(event, ICAL_RRULE_PROPERTY) ||
-                    icalcomponent_get_first_property(event, ICAL_RDATE_PROPERTY) ||
-                    icalcomponent_get_first_property(event, ICAL_RECURRENCEID_PROPERTY);
-    return e;
-}
 
 // An event without an end lasts a day when it is a date, no time at all otherwise.
 double lengthOf(icalcomponent* event, icaltimetype dtstart, Timestamp start) {
@@ -211,7 +138,7 @@ QString IcsCalendar::color() const {
                          (icalproperty_isa(p) == ICAL_X_PROPERTY &&
                           qstrcmp(icalproperty_get_x_name(p), "X-APPLE-CALENDAR-COLOR") == 0);
         if (own) {
-            return calendarColor(text(icalproperty_get_value_as_string(p)));
+            return calendarColor(QString::fromUtf8(icalproperty_get_value_as_string(p)));
         }
     }
     return {};
@@ -236,7 +163,7 @@ void IcsCalendar::appendEvents(Timestamp from, Timestamp to, const QString& colo
             if (icalproperty* id = icalcomponent_get_first_property(e, ICAL_RECURRENCEID_PROPERTY)) {
                 const icaltimetype original = icalproperty_get_datetime_with_component(id, e);
                 if (const auto at = stamp(inZoneOf(original, icalcomponent_get_dtstart(e)))) {
-                    moved[text(icalcomponent_get_uid(e))].insert(static_cast<qint64>(*at));
+                    moved[QString::fromUtf8(icalcomponent_get_uid(e))].insert(static_cast<qint64>(*at));
                 }
             }
         }
@@ -247,16 +174,20 @@ void IcsCalendar::appendEvents(Timestamp from, Timestamp to, const QString& colo
             if (!start) {
                 continue;
             }
-            CalendarEvent fields = fieldsOf(e, color);
-            fields.isAllDay = dtstart.is_date;
             const double length = lengthOf(e, dtstart, *start);
             const bool isOverride = icalcomponent_get_first_property(e, ICAL_RECURRENCEID_PROPERTY);
-            if (isOverride || !fields.isRecurring) {
-                if (overlaps(*start, length, from, to)) {
-                    fields.start = *start;
-                    fields.end = *start + length;
-                    out.push_back(std::move(fields));
-                }
+            const bool repeats = icalcomponent_get_first_property(e, ICAL_RRULE_PROPERTY) ||
+                                 icalcomponent_get_first_property(e, ICAL_RDATE_PROPERTY);
+            // Most events of a long calendar lie outside the span: their fields are never read.
+            if ((isOverride || !repeats) && !overlaps(*start, length, from, to)) {
+                continue;
+            }
+            CalendarEvent fields = fieldsOf(e, color);
+            fields.isAllDay = dtstart.is_date;
+            if (isOverride || !repeats) {
+                fields.start = *start;
+                fields.end = *start + length;
+                out.push_back(std::move(fields));
                 continue;
             }
             const QSet<qint64> skipped = exceptionsOf(e, dtstart) + moved.value(fields.identifier);

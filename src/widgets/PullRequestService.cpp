@@ -130,7 +130,11 @@ void PullRequestService::refresh(bool force) {
     lastFetch_ = now;
     Q_EMIT changed();
     QPointer<PullRequestService> self(this);
-    queue_->async([self, options = options_] {
+    Options options = options_;
+    if (const QString path = options.loginPath ? options.loginPath() : QString(); !path.isEmpty()) {
+        options.searchPath = path;
+    }
+    queue_->async([self, options = std::move(options)] {
         Reply reply;
         if (const auto gh = findGH(options)) {
             // Through env: the runner hands children the app's environment, and gh must never prompt.

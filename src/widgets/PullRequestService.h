@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -26,6 +27,9 @@ public:
         QString searchPath;    // PATH-style folders tried first
         QStringList fallbacks; // then these files
         double timeoutSeconds = 30;
+        // The login shell's PATH, asked at each fetch, which replaces searchPath once it is known:
+        // the shell is asked after the service starts.
+        std::function<QString()> loginPath;
         // The login shell's PATH (else the app's), then the usual places on Linux.
         static Options standard(const QString& loginPath = {});
     };

@@ -108,6 +108,7 @@ const ControlCase controlCases[] = {
      {},
      "homeWidgets",
      QStringList{text("calendar"), text("reminders"), text("pullRequests")}},
+    {"calendarFileRemove.0", Act::click, {}, "calendarFiles", QStringList{}},
     {"soundsEnabled", Act::toggle, {}, "soundsEnabled", false},
     {"soundVolume", Act::setValue, 0.8, "soundVolume", 0.8},
 };

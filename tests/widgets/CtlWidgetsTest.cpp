@@ -29,8 +29,9 @@ TEST(CtlWidgetsTest, PrintsTheCalendarAndThePullRequests) {
         "#!/bin/sh\necho '{\"data\":{\"viewer\":{\"pullRequests\":{\"nodes\":[{\"number\":1,"
         "\"title\":\"Mine\",\"url\":\"https://github.com/o/r/pull/1\"}]}},\"search\":{\"nodes\":[]}}}'\n",
         true);
-    app.environment().insert(QStringLiteral("PATH"), home + QStringLiteral("/bin:") +
-                                                         app.environment().value(QStringLiteral("PATH")));
+    // gh is looked up on the login shell's PATH.
+    test::writeFile(home + QStringLiteral("/.profile"), "PATH=\"$HOME/bin:$PATH\"\n");
+    app.environment().insert(QStringLiteral("SHELL"), QStringLiteral("/bin/sh"));
     ASSERT_TRUE(app.start());
 
     QJsonObject calendar;

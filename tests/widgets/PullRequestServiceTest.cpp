@@ -131,5 +131,22 @@ TEST_F(PullRequestServiceTest, GatesRefreshesByTimeAndByTheRunningFetch) {
     EXPECT_EQ(runs(), 3);
 }
 
+TEST_F(PullRequestServiceTest, TakesGhFromTheLoginShellsPathOnceItIsKnown) {
+    standIn("echo '{\"data\":{\"viewer\":{\"pullRequests\":{\"nodes\":[]}},\"search\":{\"nodes\":[]}}}'");
+    QTemporaryDir login;
+    test::writeFile(login.filePath(QStringLiteral("gh")), "#!/bin/sh\necho 'run gh auth login' >&2\nexit 4\n",
+                    true);
+    QString loginPath;
+    PullRequestService::Options options;
+    options.searchPath = bin.path();
+    options.loginPath = [&loginPath] { return loginPath; };
+    service = std::make_unique<PullRequestService>(clock, options);
+    refreshAndWait();
+    EXPECT_EQ(service->state(), State::ready);
+    loginPath = QStringLiteral("/nonexistent:") + login.path();
+    refreshAndWait();
+    EXPECT_EQ(service->state(), State::signedOut);
+}
+
 } // namespace
 } // namespace mirrowisp

@@ -7,8 +7,8 @@ ApplicationWindow {
     id: window
     required property SettingsModel settings
 
-    readonly property var pageTitles: [qsTr("General"), qsTr("Agents"), qsTr("Decisions"), qsTr("Usage"), qsTr("Island"), qsTr("About")]
-    readonly property var pageIds: ["general", "agents", "decisions", "usage", "island", "about"]
+    readonly property var pageTitles: [qsTr("General"), qsTr("Agents"), qsTr("Decisions"), qsTr("Usage"), qsTr("Island"), qsTr("Calendar"), qsTr("About")]
+    readonly property var pageIds: ["general", "agents", "decisions", "usage", "island", "calendar", "about"]
 
     title: qsTr("Mirrowisp Settings")
     width: 760
@@ -70,6 +70,10 @@ ApplicationWindow {
             IslandPage {
                 prefs: window.settings.prefs
                 settings: window.settings
+            }
+            CalendarPage {
+                prefs: window.settings.prefs
+                calendars: window.settings.calendars
             }
             AboutPage {
                 settings: window.settings

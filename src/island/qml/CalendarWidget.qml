@@ -9,7 +9,7 @@ Column {
     Text {
         visible: !HomeWidgets.calendarAvailable || HomeWidgets.events.length === 0
         text: HomeWidgets.calendarAvailable ? "Nothing on your calendar today or tomorrow"
-                                            : "No calendars: add .ics files or vdir folders in Settings"
+                                            : "No calendars: add one in your calendar app, or calendar files in Settings"
         color: Qt.rgba(1, 1, 1, 0.55)
         font.pixelSize: 12
     }

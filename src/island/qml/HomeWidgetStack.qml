@@ -25,7 +25,8 @@ Column {
                 Text {
                     id: label
                     anchors.centerIn: parent
-                    text: chip.modelData === "calendar" ? "Calendar" : "Pull requests"
+                    text: chip.modelData === "calendar" ? "Calendar"
+                        : chip.modelData === "pullRequests" ? "Pull requests" : "Reminders"
                     color: "white"
                     font.pixelSize: 11
                     font.weight: Font.DemiBold
@@ -47,5 +48,9 @@ Column {
     PullRequestsWidget {
         width: stack.width
         visible: stack.current === "pullRequests"
+    }
+    RemindersWidget {
+        width: stack.width
+        visible: stack.current === "reminders"
     }
 }

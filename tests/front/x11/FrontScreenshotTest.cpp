@@ -79,7 +79,7 @@ TEST_F(FrontScreenshots, EverySettingsPageAndTheSetupGuide) {
                     R"json({"permissions":{"allow":["Bash(rm -rf dist)","Bash(npm test:*)"]}})json");
     ASSERT_EQ(pass->setConnected(text("claude"), true), std::nullopt);
     SettingsWindow settings(shownServices(), engine);
-    for (const char* page : {"general", "agents", "decisions", "usage", "island", "about"}) {
+    for (const char* page : {"general", "agents", "decisions", "usage", "island", "calendar", "about"}) {
         settings.show(text(page));
         ASSERT_NE(settings.window(), nullptr);
         save(*settings.window(), (std::string("settings-") + page).c_str());

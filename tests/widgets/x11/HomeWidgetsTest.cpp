@@ -54,8 +54,10 @@ const QByteArray ghReply =
     R"("repository":{"nameWithOwner":"acme/api"},)"
     R"("commits":{"nodes":[{"commit":{"statusCheckRollup":{"state":"PENDING"}}}]}}]}}})";
 
-// A calendar, a stand-in gh with two pull requests, and the widgets' order in the settings.
-void stage(test::RealApp& real, qint64 meetingIn, const QByteArray& widgets) {
+// A calendar, a stand-in gh with two pull requests, a task list the calendar server reads, and the
+// widgets' order and choice in the settings.
+void stage(test::RealApp& real, qint64 meetingIn, const QByteArray& widgets,
+           const QByteArray& selection = "pullRequests") {
     const QString home = real.home().path();
     test::writeFile(home + u"/.calendars/work/events.ics"_s,
                     "BEGIN:VCALENDAR\r\nVERSION:2.0\r\nX-APPLE-CALENDAR-COLOR:#5e5ce6\r\n" +
@@ -65,9 +67,26 @@ void stage(test::RealApp& real, qint64 meetingIn, const QByteArray& widgets) {
                         event("p", "Planning", meetingIn + 9000, 2700, "COLOR:orange\r\n") +
                         "END:VCALENDAR\r\n");
     test::writeFile(home + u"/bin/gh"_s, "#!/bin/sh\nprintf '%s\\n' '" + ghReply + "'\n", true);
+    test::writeFile(home + u"/.config/evolution/sources/errands.source"_s,
+                    "[Data Source]\nDisplayName=Errands\nEnabled=true\nParent=local-stub\n\n"
+                    "[Task List]\nBackendName=local\nColor=#30d158\nSelected=true\n");
+    const auto due = [](qint64 in) {
+        return QDateTime::currentDateTimeUtc().addSecs(in).toString(u"yyyyMMdd'T'HHmmss'Z'"_s).toUtf8();
+    };
+    const auto task = [](const char* uid, const char* title, const QByteArray& dueLine) {
+        return QByteArray("BEGIN:VTODO\r\nUID:") + uid + "\r\nSUMMARY:" + title + "\r\n" + dueLine +
+               "END:VTODO\r\n";
+    };
+    test::writeFile(home + u"/.local/share/evolution/tasks/errands/tasks.ics"_s,
+                    "BEGIN:VCALENDAR\r\nVERSION:2.0\r\n" +
+                        task("a", "Renew the TLS certificate", "DUE:" + due(-86400) + "\r\n") +
+                        task("b", "Reply to the security review", "DUE:" + due(0) + "\r\n") +
+                        task("c", "Book the team offsite", "DUE:" + due(0) + "\r\n") + "END:VCALENDAR\r\n");
     test::writeFile(home + u"/.config/mirrowisp/defaults.json"_s,
-                    "{\"homeWidgets\": " + widgets + ", \"homeWidgetSelection\": \"pullRequests\"}");
-    real.environment().insert(u"PATH"_s, home + u"/bin:"_s + real.environment().value(u"PATH"_s));
+                    "{\"homeWidgets\": " + widgets + ", \"homeWidgetSelection\": \"" + selection + "\"}");
+    // gh is looked up on the login shell's PATH.
+    test::writeFile(home + u"/.profile"_s, "PATH=\"$HOME/bin:$PATH\"\n");
+    real.environment().insert(u"SHELL"_s, u"/bin/sh"_s);
 }
 
 } // namespace
@@ -106,4 +125,20 @@ TEST(HomeWidgetsTest, OffersTheMeetingAndShowsTheWidgets) {
     ASSERT_TRUE(test::moveTo({centreX, 8}));
     ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
     screenshot("home-pull-requests");
+}
+
+TEST(HomeWidgetsTest, ShowsTheTasksDueToday) {
+    test::X11Desktop desktop;
+    test::RealApp real{true};
+    ASSERT_TRUE(real.busStarted());
+    stage(real, 7200, R"(["reminders", "calendar", "pullRequests"])", "reminders");
+    ASSERT_TRUE(real.start());
+    const auto reminders = [&real] {
+        return QJsonDocument::fromJson(real.ctl({u"calendar"_s}).out).object()[u"reminders"_s].toObject();
+    };
+    ASSERT_TRUE(test::waitUntil([&] { return reminders()[u"items"_s].toArray().size() == 3; }, 30000))
+        << QJsonDocument(reminders()).toJson().constData();
+    ASSERT_TRUE(test::moveTo({QGuiApplication::primaryScreen()->geometry().center().x(), 8}));
+    ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
+    screenshot("home-reminders");
 }
