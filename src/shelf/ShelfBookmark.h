@@ -7,7 +7,9 @@
 namespace mirrowisp {
 
 // A token that finds a file again after it was renamed or moved within its folder: the path with the
-// file system's device and inode numbers. Opaque to everyone but this pair of functions.
+// file system's device and inode numbers, and the file's birth time where the file system keeps one
+// (so a new file that took over a deleted one's inode is not taken for it). Opaque to everyone but
+// this pair of functions.
 std::optional<QByteArray> makeShelfBookmark(const QString& path);
 
 // The path the token names now: the stored path while it is the same file; else the file of that

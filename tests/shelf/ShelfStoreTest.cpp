@@ -184,9 +184,10 @@ TEST_F(ShelfStoreTest, DamagedFileGivesAnEmptyShelfKeptAsideOnTheNextSave) {
 
 struct MoveCase {
     const char* label;
-    const char* movedTo;  // relative to the file's folder; empty: removed
-    bool replacedAtPath;  // another file now stands at the old path
-    const char* expected; // relative; empty: nothing
+    const char* movedTo;      // relative to the file's folder; empty: removed
+    bool replacedAtPath;      // another file now stands at the old path
+    const char* expected;     // relative; empty: nothing
+    const char* newFile = ""; // made in the folder afterwards (ext4 hands it the freed inode at once)
 };
 
 class ShelfBookmarkTest : public ShelfStoreTest, public ::testing::WithParamInterface<MoveCase> {};
@@ -206,6 +207,9 @@ TEST_P(ShelfBookmarkTest, FindsTheFileAgain) {
     if (c.replacedAtPath) {
         file(QStringLiteral("doc.txt"), "new");
     }
+    if (*c.newFile) {
+        file(test::text(c.newFile), "new");
+    }
     const auto resolved = resolveShelfBookmark(*token);
     if (*c.expected) {
         EXPECT_EQ(resolved, folder + test::text(c.expected));
@@ -219,7 +223,8 @@ INSTANTIATE_TEST_SUITE_P(Moves, ShelfBookmarkTest,
                                            MoveCase{"IntoSubfolder", "sub/doc.txt", false, "sub/doc.txt"},
                                            MoveCase{"RenamedAndReplaced", "old.txt", true, "old.txt"},
                                            MoveCase{"ReplacedInPlace", "", true, "doc.txt"},
-                                           MoveCase{"Deleted", "", false, ""}),
+                                           MoveCase{"Deleted", "", false, ""},
+                                           MoveCase{"DeletedAndItsInodeReused", "", false, "", "other.txt"}),
                          [](const auto& param) { return std::string(param.param.label); });
 
 TEST_F(ShelfStoreTest, RenamedFileStaysOnTheShelfOnce) {
