@@ -6,13 +6,15 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <gtest/gtest.h>
 
 namespace mirrowisp {
 namespace {
 
-// The real app, asked through `mirrowisp ctl`, setting up the test's sshd as a remote host.
-TEST(RemoteCtlTest, AddListAndRemoveAHost) {
+// The real app, asked through `mirrowisp ctl`, setting up the test's sshd as a remote host; an agent
+// there asks through the forwarded socket and is answered with `ctl allow`.
+TEST(RemoteCtlTest, AddAnswerListAndRemoveAHost) {
     test::SshServer server;
     ASSERT_TRUE(server.start()) << server.error().toStdString();
     test::RealApp app;
@@ -43,9 +45,36 @@ TEST(RemoteCtlTest, AddListAndRemoveAHost) {
     ASSERT_EQ(hosts.size(), 2);
     EXPECT_EQ(hosts[0][QStringLiteral("setup")], QStringLiteral("ready"));
     EXPECT_EQ(hosts[0][QStringLiteral("home")], server.remoteHome());
-    EXPECT_EQ(hosts[0][QStringLiteral("connection")], QStringLiteral("unknown"));
     EXPECT_EQ(hosts[1][QStringLiteral("setup")], QStringLiteral("failed"));
     EXPECT_TRUE(hosts[1][QStringLiteral("message")].toString().contains(QLatin1String("does not answer")));
+
+    const auto connection = [&] {
+        return list()[0][QStringLiteral("connection")][QStringLiteral("state")].toString();
+    };
+    ASSERT_TRUE(test::waitUntil([&] { return connection() == QStringLiteral("connected"); }, 20000))
+        << connection().toStdString();
+
+    // The hook the installer wrote, run by an agent on the host.
+    QProcess agent;
+    agent.setProcessEnvironment(app.environment());
+    agent.start(server.binDir() + QStringLiteral("/ssh"),
+                {test::SshServer::host(),
+                 server.remoteHome() + QStringLiteral("/.mirrowisp/bin/mirrowisp-bridge --agent claude")});
+    const QJsonObject request{
+        {QStringLiteral("hook_event_name"), QStringLiteral("PermissionRequest")},
+        {QStringLiteral("session_id"), QStringLiteral("far-1")},
+        {QStringLiteral("cwd"), QStringLiteral("/srv/site")},
+        {QStringLiteral("tool_name"), QStringLiteral("Bash")},
+        {QStringLiteral("tool_input"), QJsonObject{{QStringLiteral("command"), QStringLiteral("make")}}}};
+    agent.write(QJsonDocument(request).toJson(QJsonDocument::Compact));
+    agent.closeWriteChannel();
+    const QString decision = app.waitForDecision();
+    ASSERT_FALSE(decision.isEmpty());
+    const QJsonObject session = app.sessions().first().toObject();
+    EXPECT_EQ(session[QStringLiteral("host")], test::SshServer::host());
+    EXPECT_EQ(app.ctl({QStringLiteral("allow"), decision}).exitCode, 0);
+    ASSERT_TRUE(agent.waitForFinished(10000));
+    EXPECT_TRUE(agent.readAllStandardOutput().contains(R"("behavior":"allow")"));
 
     for (const QString& host : {test::SshServer::host(), QStringLiteral("nowhere.invalid")}) {
         const test::RunResult removed = app.ctl({QStringLiteral("remote"), QStringLiteral("remove"), host});
