@@ -1,8 +1,11 @@
 #include "base/AtomicJsonFile.h"
 
+#include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <cstdio>
 
 namespace mirrowisp {
 
@@ -42,6 +45,22 @@ std::optional<QString> writeFileAtomically(const QString& path, const QByteArray
 std::optional<QString> writeJsonAtomically(const QString& path, const QJsonDocument& document,
                                            const BeforeReplacing& beforeReplacing) {
     return writeFileAtomically(path, document.toJson(QJsonDocument::Indented), beforeReplacing);
+}
+
+std::optional<QString> moveAside(const QString& path) {
+    if (!QFileInfo::exists(path)) {
+        return QString();
+    }
+    const QString stem = path + QStringLiteral(".unreadable-") +
+                         QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
+    QString aside = stem;
+    for (int n = 2; QFileInfo::exists(aside); ++n) {
+        aside = stem + QStringLiteral("-%1").arg(n);
+    }
+    if (::rename(QFile::encodeName(path).constData(), QFile::encodeName(aside).constData()) != 0) {
+        return std::nullopt;
+    }
+    return aside;
 }
 
 } // namespace mirrowisp

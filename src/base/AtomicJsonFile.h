@@ -26,4 +26,10 @@ std::optional<QString> writeFileAtomically(const QString& path, const QByteArray
 std::optional<QString> writeJsonAtomically(const QString& path, const QJsonDocument& document,
                                            const BeforeReplacing& beforeReplacing = {});
 
+// Moves a file that could not be read out of the way of a new one, beside it as
+// "NAME.unreadable-<UTC time>" ("-2", "-3" added when taken). Moved rather than copied, so a FIFO or a
+// huge file is kept without being read. Answers the new path, empty when nothing is there any more, or
+// nothing when the file could not be moved (errno tells why): writing then would lose the only copy.
+std::optional<QString> moveAside(const QString& path);
+
 } // namespace mirrowisp

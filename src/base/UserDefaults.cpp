@@ -271,20 +271,11 @@ void UserDefaults::Writer::write(const QJsonObject& values) {
 }
 
 bool UserDefaults::Writer::keepUnreadableFile() {
-    if (!QFileInfo::exists(filePath)) {
-        unreadable.reset(); // gone meanwhile: nothing left to keep
-        return true;
-    }
-    const QString stem = filePath + QStringLiteral(".unreadable-") +
-                         QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
-    QString copy = stem;
-    for (int n = 2; QFileInfo::exists(copy); ++n) {
-        copy = stem + QStringLiteral("-%1").arg(n);
-    }
-    // Moved aside rather than copied: a FIFO or a huge file is kept as it is without being read.
-    if (::rename(QFile::encodeName(filePath).constData(), QFile::encodeName(copy).constData()) == 0) {
-        logLine(QStringLiteral("Mirrowisp: user defaults file %1 was unreadable (%2); kept it as %3")
-                    .arg(filePath, *unreadable, copy));
+    if (const auto aside = moveAside(filePath)) {
+        if (!aside->isEmpty()) {
+            logLine(QStringLiteral("Mirrowisp: user defaults file %1 was unreadable (%2); kept it as %3")
+                        .arg(filePath, *unreadable, *aside));
+        }
         unreadable.reset();
         return true;
     }

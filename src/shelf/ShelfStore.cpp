@@ -62,23 +62,15 @@ struct ShelfStore::Writer {
         lastError = error;
     }
 
-    // The damaged file is moved aside, not copied: a FIFO or a huge file is kept without being read.
     bool keepUnreadableFile() {
-        if (!QFileInfo::exists(filePath)) {
-            unreadable.reset();
-            return true;
-        }
-        const QString stem = filePath + QStringLiteral(".unreadable-") +
-                             QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
-        QString copy = stem;
-        for (int n = 2; QFileInfo::exists(copy); ++n) {
-            copy = stem + QStringLiteral("-%1").arg(n);
-        }
-        if (std::rename(QFile::encodeName(filePath).constData(), QFile::encodeName(copy).constData()) != 0) {
+        const auto aside = moveAside(filePath);
+        if (!aside) {
             return false; // writing now would lose the only copy
         }
-        logLine(QStringLiteral("Mirrowisp: shelf file %1 was unreadable (%2); kept it as %3")
-                    .arg(filePath, *unreadable, copy));
+        if (!aside->isEmpty()) {
+            logLine(QStringLiteral("Mirrowisp: shelf file %1 was unreadable (%2); kept it as %3")
+                        .arg(filePath, *unreadable, *aside));
+        }
         unreadable.reset();
         return true;
     }
