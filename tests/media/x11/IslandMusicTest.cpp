@@ -1,6 +1,7 @@
 // The real app's music views under a private X server: the closed island and the home tab's player
 // for a staged player (screenshots for the README), and space taken over the open island only.
 #include "../MockPlayer.h"
+#include "island/x11/RealIsland.h"
 #include "island/x11/X11Desktop.h"
 #include "support/RealApp.h"
 
@@ -22,26 +23,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QJsonObject island(const test::RealApp& real) {
-    return QJsonDocument::fromJson(real.ctl({u"island"_s}).out).array().first().toObject();
-}
-
-// The island's frame once its springs settled, saved where the README's pictures are made.
-void screenshot(const char* name) {
-    QElapsedTimer quiet;
-    quiet.start();
-    test::waitUntil([&] { return quiet.elapsed() > 1500; }, 3000);
-    const QRect screen = QGuiApplication::primaryScreen()->geometry();
-    const QImage image =
-        QGuiApplication::primaryScreen()->grabWindow(0, screen.center().x() - 410, 0, 820, 300).toImage();
-    const QString dir =
-        qEnvironmentVariable("MIRROWISP_SCREENSHOT_DIR", QStringLiteral(MIRROWISP_SCREENSHOT_DIR));
-    QDir().mkpath(dir);
-    EXPECT_TRUE(image.save(dir + u'/' + QString::fromUtf8(name) + u".png"_s));
-}
-
 std::optional<QRect> button(const test::RealApp& real, const char* name) {
-    for (const QJsonValue& value : island(real)[u"buttons"_s].toArray()) {
+    for (const QJsonValue& value : test::islandOf(real)[u"buttons"_s].toArray()) {
         const QJsonObject b = value.toObject();
         if (b[u"name"_s] == QString::fromUtf8(name)) {
             return QRect(qRound(b[u"x"_s].toDouble()), qRound(b[u"y"_s].toDouble()),
@@ -97,15 +80,15 @@ TEST(IslandMusicTest, ShowsThePlayerAndTakesSpaceOnlyOverTheOpenIsland) {
     const auto elsewhere = desktop.openWindow(QRect(100, 700, 300, 200));
     ASSERT_TRUE(elsewhere.has_value());
     ASSERT_TRUE(test::moveTo({250, 800}));
-    ASSERT_TRUE(
-        test::waitUntil([&] { return island(real)[u"content"_s].toString().startsWith(u"music"_s); }, 15000))
+    ASSERT_TRUE(test::waitUntil(
+        [&] { return test::islandOf(real)[u"content"_s].toString().startsWith(u"music"_s); }, 15000))
         << "the closed island does not show the music";
-    screenshot("closed-music");
+    test::saveIslandScreenshot("closed-music");
 
     ASSERT_TRUE(test::moveTo({centreX, 8}));
-    ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
-    EXPECT_EQ(island(real)[u"tab"_s], u"home"_s);
-    screenshot("home-player");
+    ASSERT_TRUE(test::waitUntil([&] { return test::islandOf(real)[u"isOpen"_s].toBool(); }, 5000));
+    EXPECT_EQ(test::islandOf(real)[u"tab"_s], u"home"_s);
+    test::saveIslandScreenshot("home-player");
     ASSERT_TRUE(test::xdotool({u"key"_s, u"space"_s}));
     EXPECT_TRUE(test::waitUntil([&] { return status() == u"Paused"_s; }))
         << "space over the island did not pause";
@@ -139,7 +122,7 @@ TEST(IslandMusicTest, ShowsThePlayerAndTakesSpaceOnlyOverTheOpenIsland) {
 
     // Elsewhere space types: the window under the pointer takes it and the music plays on.
     ASSERT_TRUE(test::clickAt({250, 800}));
-    ASSERT_TRUE(test::waitUntil([&] { return !island(real)[u"isOpen"_s].toBool(); }, 5000));
+    ASSERT_TRUE(test::waitUntil([&] { return !test::islandOf(real)[u"isOpen"_s].toBool(); }, 5000));
     const int before = spacesTyped(desktop, *elsewhere);
     ASSERT_TRUE(test::xdotool({u"key"_s, u"space"_s}));
     EXPECT_TRUE(test::waitUntil([&] { return spacesTyped(desktop, *elsewhere) == before + 1; }))

@@ -1,5 +1,6 @@
 // The real app's calendar and pull-request views under a private X server: the closed island offers
 // a meeting about to start, and the home tab shows the widgets (screenshots for the README).
+#include "island/x11/RealIsland.h"
 #include "island/x11/X11Desktop.h"
 #include "support/RealApp.h"
 
@@ -18,23 +19,6 @@ using namespace mirrowisp;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QJsonObject island(const test::RealApp& real) {
-    return QJsonDocument::fromJson(real.ctl({u"island"_s}).out).array().first().toObject();
-}
-
-void screenshot(const char* name) {
-    QElapsedTimer quiet;
-    quiet.start();
-    test::waitUntil([&] { return quiet.elapsed() > 1500; }, 3000);
-    const QRect screen = QGuiApplication::primaryScreen()->geometry();
-    const QImage image =
-        QGuiApplication::primaryScreen()->grabWindow(0, screen.center().x() - 410, 0, 820, 300).toImage();
-    const QString dir =
-        qEnvironmentVariable("MIRROWISP_SCREENSHOT_DIR", QStringLiteral(MIRROWISP_SCREENSHOT_DIR));
-    QDir().mkpath(dir);
-    EXPECT_TRUE(image.save(dir + u'/' + QString::fromUtf8(name) + u".png"_s));
-}
 
 QByteArray event(const char* uid, const char* title, qint64 startIn, qint64 length,
                  const QByteArray& extra = {}) {
@@ -101,19 +85,19 @@ TEST(HomeWidgetsTest, OffersTheMeetingAndShowsTheWidgets) {
         ASSERT_TRUE(real.start());
         ASSERT_TRUE(test::moveTo({250, 800}));
         ASSERT_TRUE(test::waitUntil(
-            [&] { return island(real)[u"content"_s].toString().startsWith(u"meeting"_s); }, 15000))
-            << QJsonDocument(island(real)).toJson().constData();
-        screenshot("closed-meeting");
+            [&] { return test::islandOf(real)[u"content"_s].toString().startsWith(u"meeting"_s); }, 15000))
+            << QJsonDocument(test::islandOf(real)).toJson().constData();
+        test::saveIslandScreenshot("closed-meeting");
         ASSERT_TRUE(test::moveTo({centreX, 8}));
-        ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
-        EXPECT_EQ(island(real)[u"tab"_s], u"home"_s);
+        ASSERT_TRUE(test::waitUntil([&] { return test::islandOf(real)[u"isOpen"_s].toBool(); }, 5000));
+        EXPECT_EQ(test::islandOf(real)[u"tab"_s], u"home"_s);
         // Opening during a meeting turns the home tab to the calendar.
         EXPECT_TRUE(test::waitUntil([&] {
             return QJsonDocument::fromJson(
                        test::readFile(real.home().path() + u"/.config/mirrowisp/defaults.json"_s))
                        .object()[u"homeWidgetSelection"_s] == u"calendar"_s;
         }));
-        screenshot("home-calendar");
+        test::saveIslandScreenshot("home-calendar");
         ASSERT_TRUE(test::moveTo({250, 800}));
     }
     test::RealApp real{true};
@@ -123,8 +107,8 @@ TEST(HomeWidgetsTest, OffersTheMeetingAndShowsTheWidgets) {
         return QJsonDocument::fromJson(real.ctl({u"prs"_s}).out).object()[u"state"_s] == u"ready"_s;
     }));
     ASSERT_TRUE(test::moveTo({centreX, 8}));
-    ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
-    screenshot("home-pull-requests");
+    ASSERT_TRUE(test::waitUntil([&] { return test::islandOf(real)[u"isOpen"_s].toBool(); }, 5000));
+    test::saveIslandScreenshot("home-pull-requests");
 }
 
 TEST(HomeWidgetsTest, ShowsTheTasksDueToday) {
@@ -139,6 +123,6 @@ TEST(HomeWidgetsTest, ShowsTheTasksDueToday) {
     ASSERT_TRUE(test::waitUntil([&] { return reminders()[u"items"_s].toArray().size() == 3; }, 30000))
         << QJsonDocument(reminders()).toJson().constData();
     ASSERT_TRUE(test::moveTo({QGuiApplication::primaryScreen()->geometry().center().x(), 8}));
-    ASSERT_TRUE(test::waitUntil([&] { return island(real)[u"isOpen"_s].toBool(); }, 5000));
-    screenshot("home-reminders");
+    ASSERT_TRUE(test::waitUntil([&] { return test::islandOf(real)[u"isOpen"_s].toBool(); }, 5000));
+    test::saveIslandScreenshot("home-reminders");
 }
