@@ -96,6 +96,7 @@ class Rig:
         for folder in (self.work, self.logs, os.path.join(self.home, ".claude")):
             os.makedirs(folder)
         self.settings = os.path.join(self.home, ".claude", "settings.json")
+        self.transcripts = os.path.join(self.home, ".claude", "projects")
         self.link = os.path.join(self.support, "bin", "mirrowisp-bridge")
         self.tmux_conf = os.path.join(self.root, "tmux.conf")
         with open(self.tmux_conf, "w", encoding="utf-8") as f:
@@ -304,9 +305,8 @@ def run_turn(rig, name, verb):
     check(finished.get("lastMessage") == expected, "lastMessage is %r" % finished.get("lastMessage"))
     check(os.path.exists(marker) == (verb == "allow"), "the denied command ran")
     # The app's sessionID is the CLI's own: the CLI names the session's transcript after it.
-    transcripts = os.path.join(rig.home, ".claude", "projects")
-    check(any(str(session.get("sessionID")) + ".jsonl" in files for _, _, files in os.walk(transcripts)),
-          "no transcript of sessionID %r under %s" % (session.get("sessionID"), transcripts))
+    check(any(str(session.get("sessionID")) + ".jsonl" in files for _, _, files in os.walk(rig.transcripts)),
+          "no transcript of sessionID %r under %s" % (session.get("sessionID"), rig.transcripts))
     # The decision is settled; answering it again names nothing.
     check_exit(rig.ctl(verb, str(decision["id"])), 1, "a second `ctl %s` of the same decision" % verb)
 
