@@ -67,7 +67,7 @@ protected:
     // click: asking again is what the user would do. A request that never works still fails.
     bool raises(const std::function<bool()>& request, xcb_window_t expected) {
         // A loaded machine can keep the manager from answering for seconds: each attempt waits long.
-        for (int attempt = 0; attempt < 4; ++attempt) {
+        for (int attempt = 0; attempt < 8; ++attempt) {
             if (request() && test::waitUntil([&] { return active() == expected; }, 6000)) {
                 return true;
             }
