@@ -340,7 +340,8 @@ def run(args):
     return 0
 
 
-def main():
+def command_line():
+    """The arguments, and what must be there for the run, as (message, present) pairs."""
     cache = os.environ.get("XDG_CACHE_HOME") or os.path.join(os.path.expanduser("~"), ".cache")
     parser = argparse.ArgumentParser()
     parser.add_argument("--app", required=True)
@@ -350,11 +351,15 @@ def main():
     parser.add_argument("--keep", action="store_true", help="keep the temporary folder for inspection")
     args = parser.parse_args()
     args.app, args.bridge = os.path.abspath(args.app), os.path.abspath(args.bridge)
-
     missing = [("the app %s is not built" % args.app, os.access(args.app, os.X_OK)),
                ("the bridge tool %s is not built" % args.bridge, os.access(args.bridge, os.X_OK)),
                ("Claude Code is not installed at %s; run scripts/install-test-agents.sh" % args.claude,
                 os.access(args.claude, os.X_OK))]
+    return args, missing
+
+
+def main():
+    args, missing = command_line()
     return launch(run, args, missing, ("tmux", "dbus-run-session"))
 
 

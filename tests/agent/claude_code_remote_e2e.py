@@ -13,11 +13,12 @@ Usage: claude_code_remote_e2e.py --app <mirrowisp> --bridge <mirrowisp-bridge> [
 import json
 import os
 import shlex
+import signal
 import socket
 import subprocess
 import sys
 
-from claude_code_e2e import CLAUDE_FOLDER, Rig, check, check_exit, launch, read_text, run_turn, wait_for
+from claude_code_e2e import Rig, check, check_exit, command_line, launch, read_text, run_turn, wait_for
 
 HOST = "remote-test"
 
@@ -152,6 +153,7 @@ def run(args):
             rig.report()
         raise
     finally:
+        signal.alarm(0)  # cleanup must not be cut short
         if rig is not None:
             rig.close()
     print("PASS")
@@ -159,21 +161,8 @@ def run(args):
 
 
 def main():
-    import argparse
-
-    cache = os.environ.get("XDG_CACHE_HOME") or os.path.join(os.path.expanduser("~"), ".cache")
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--app", required=True)
-    parser.add_argument("--bridge", required=True)
-    parser.add_argument("--claude", default=os.path.join(cache, "mirrowisp-tests", CLAUDE_FOLDER, "node_modules",
-                                                         ".bin", "claude"))
-    parser.add_argument("--keep", action="store_true", help="keep the temporary folder for inspection")
-    args = parser.parse_args()
-    args.app, args.bridge = os.path.abspath(args.app), os.path.abspath(args.bridge)
-    missing = [("the app %s is not built" % args.app, os.access(args.app, os.X_OK)),
-               ("Claude Code is not installed at %s; run scripts/install-test-agents.sh" % args.claude,
-                os.access(args.claude, os.X_OK)),
-               ("sshd is not installed; run scripts/install-deps.sh", os.access("/usr/sbin/sshd", os.X_OK))]
+    args, missing = command_line()
+    missing.append(("sshd is not installed; run scripts/install-deps.sh", os.access("/usr/sbin/sshd", os.X_OK)))
     return launch(run, args, missing, ("tmux", "dbus-run-session", "ssh-keygen"))
 
 
