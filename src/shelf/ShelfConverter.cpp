@@ -419,7 +419,7 @@ Result zip(const QStringList& paths, const Control& control) {
     return Result::made(*target);
 }
 
-Result combinePDF(const QStringList& paths, const Control& control) {
+Result combinePDF(const QStringList& paths, const Control& control, QStringList* skipped) {
     if (paths.isEmpty()) {
         return Result::failed(QStringLiteral("nothing to combine"));
     }
@@ -444,6 +444,9 @@ Result combinePDF(const QStringList& paths, const Control& control) {
         }
         if (why) {
             lastFailure = named(paths[i], *why);
+            if (skipped != nullptr) {
+                skipped->append(lastFailure);
+            }
         }
         control.report(i, 1.0);
     }
@@ -498,9 +501,14 @@ Report convert(const Conversion& conversion, const QStringList& paths, const Con
         break;
     case Kind::zip:
     case Kind::combinePDF: {
-        const Result result = conversion.kind == Kind::zip ? zip(paths, control) : combinePDF(paths, control);
+        QStringList skipped;
+        const Result result =
+            conversion.kind == Kind::zip ? zip(paths, control) : combinePDF(paths, control, &skipped);
         report.cancelled = control.isCancelled();
         keep(result, {});
+        if (result) {
+            report.failures += skipped; // left out of a document that was still made
+        }
         break;
     }
     }

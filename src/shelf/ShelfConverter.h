@@ -89,8 +89,9 @@ Result smallerImage(const QString& path);
 // Through the ffmpeg command: H.264 and AAC, the index at the front; `smaller` fits it into 1280 by 720.
 Result exportVideo(const QString& path, bool smaller, const Watch& watch = {});
 Result zip(const QStringList& paths, const Control& control = {});
-// One page per image; a PDF brings its own pages.
-Result combinePDF(const QStringList& paths, const Control& control = {});
+// One page per image; a PDF brings its own pages. A file that can't go in is left out, and "name: why"
+// for it goes to `skipped`; it fails only when no page is left.
+Result combinePDF(const QStringList& paths, const Control& control = {}, QStringList* skipped = nullptr);
 
 // Where a result goes: beside the source when its folder is writable, else in the Downloads folder;
 // "name.ext", or "name 2.ext", "name 3.ext"... when that is taken.

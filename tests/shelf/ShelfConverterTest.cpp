@@ -177,6 +177,16 @@ TEST_F(ShelfConverterTest, CombinesImagesAndKeepsAPdfsPages) {
     }
     const QSize a5 = QPageSize(QPageSize::A5).sizePoints();
     EXPECT_EQ(sizes, (QList<QSize>{QSize(40, 20), a5, a5, QSize(10, 30)}));
+
+    // A file that can't go in is named, and the others still make the document.
+    const QString notes = dir.filePath(QStringLiteral("notes.txt"));
+    test::writeFile(notes, "words");
+    const SC::Report report =
+        SC::convert(*SC::Conversion::fromKey(QStringLiteral("combine-pdf")), {sources.front(), notes});
+    EXPECT_EQ(report.files.size(), 1);
+    ASSERT_EQ(report.failures.size(), 1);
+    EXPECT_TRUE(report.failures.front().startsWith(QStringLiteral("notes.txt")))
+        << report.failures.front().toStdString();
 }
 
 struct HeicCase {
