@@ -166,7 +166,7 @@ TEST_P(ShelfDeletedSourceTest, GoesOnWithoutIt) {
 INSTANTIATE_TEST_SUITE_P(Conversions, ShelfDeletedSourceTest,
                          ::testing::Values(DeletedCase{"EachToJpeg", "jpeg", 1, 1, 0},
                                            DeletedCase{"Zip", "zip", 0, 1, 0},
-                                           DeletedCase{"CombinedPdf", "combine-pdf", 1, 0, 1}),
+                                           DeletedCase{"CombinedPdf", "combine-pdf", 1, 1, 1}),
                          [](const auto& param) { return std::string(param.param.label); });
 
 // A full disk, as a file size limit in a child process (no mount needed): the writes fail, and the
