@@ -1,6 +1,7 @@
 // The real app's island under a private X server (window manager and compositor running), driven
 // with xdotool as a person would drive it, and read back through `mirrowisp ctl island`.
 #include "X11Desktop.h"
+#include "island/x11/RealIsland.h"
 #include "support/RealApp.h"
 
 #include <QElapsedTimer>
@@ -51,35 +52,13 @@ protected:
         return waitUntil([&] { return island()[text(key)].toBool() == value; }, timeoutMs);
     }
 
-    // Where a button rests once the opening spring has settled, not where it passes on the way.
     std::optional<QRect> restingButton(const char* name) {
-        std::optional<QRect> last;
-        QElapsedTimer still;
-        const bool rested = waitUntil(
-            [&] {
-                const auto seen = button(name);
-                if (!seen || seen != last) {
-                    last = seen;
-                    still.start();
-                }
-                return seen.has_value() && still.elapsed() >= 400;
-            },
-            10000);
-        return rested ? last : std::nullopt;
+        return mirrowisp::test::restingRect([&] { return button(name); });
     }
 
     std::unique_ptr<QProcess> hook(const QJsonObject& event) { return real.hook(event); }
 
-    std::optional<QRect> button(const char* name) {
-        for (const QJsonValue& value : island()[text("buttons")].toArray()) {
-            const QJsonObject b = value.toObject();
-            if (b[text("name")].toString() == text(name)) {
-                return QRect(qRound(b[text("x")].toDouble()), qRound(b[text("y")].toDouble()),
-                             qRound(b[text("width")].toDouble()), qRound(b[text("height")].toDouble()));
-            }
-        }
-        return std::nullopt;
-    }
+    std::optional<QRect> button(const char* name) { return mirrowisp::test::buttonIn(island(), name); }
 
     mirrowisp::test::RealApp real{true};
     mirrowisp::test::X11Desktop desktop;

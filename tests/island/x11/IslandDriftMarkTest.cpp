@@ -6,6 +6,7 @@
 #include "integration/Locations.h"
 #include "island/HookDriftWatch.h"
 #include "island/NotchViewModel.h"
+#include "island/x11/RealIsland.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -20,31 +21,11 @@ namespace {
 class IslandDriftMark : public test::InProcessIsland {
 protected:
     std::optional<QRect> button(const char* name) {
-        for (const QJsonValue& value : shell.toJson().first()[text("buttons")].toArray()) {
-            const QJsonObject b = value.toObject();
-            if (b[text("name")].toString() == text(name)) {
-                return QRect(qRound(b[text("x")].toDouble()), qRound(b[text("y")].toDouble()),
-                             qRound(b[text("width")].toDouble()), qRound(b[text("height")].toDouble()));
-            }
-        }
-        return std::nullopt;
+        return test::buttonIn(shell.toJson().first().toObject(), name);
     }
 
-    // Where the button rests once the opening spring has settled.
     std::optional<QRect> restingButton(const char* name) {
-        std::optional<QRect> last;
-        QElapsedTimer still;
-        const bool rested = test::waitUntil(
-            [&] {
-                const auto seen = button(name);
-                if (!seen || seen != last) {
-                    last = seen;
-                    still.start();
-                }
-                return seen.has_value() && still.elapsed() >= 400;
-            },
-            10000);
-        return rested ? last : std::nullopt;
+        return test::restingRect([&] { return button(name); });
     }
 };
 

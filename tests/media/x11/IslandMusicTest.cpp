@@ -24,14 +24,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 std::optional<QRect> button(const test::RealApp& real, const char* name) {
-    for (const QJsonValue& value : test::islandOf(real)[u"buttons"_s].toArray()) {
-        const QJsonObject b = value.toObject();
-        if (b[u"name"_s] == QString::fromUtf8(name)) {
-            return QRect(qRound(b[u"x"_s].toDouble()), qRound(b[u"y"_s].toDouble()),
-                         qRound(b[u"width"_s].toDouble()), qRound(b[u"height"_s].toDouble()));
-        }
-    }
-    return std::nullopt;
+    return test::buttonIn(test::islandOf(real), name);
 }
 
 // Key presses the desktop's test window received.
